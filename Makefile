@@ -1,0 +1,58 @@
+# Entry points for people and CI: `make test`, `make run`, `make bench`.
+BUILD_DIR      ?= build
+ASAN_BUILD_DIR ?= build-asan
+TSAN_BUILD_DIR ?= build-tsan
+JOBS           ?= $(shell nproc)
+
+PACKAGES := cmake make g++ pkg-config \
+            liblog4cplus-dev libboost-dev libboost-filesystem-dev libboost-system-dev \
+            libboost-thread-dev libssl-dev libzydis-dev libgtest-dev libbenchmark-dev
+
+.PHONY: all deps build test test-release test-asan test-tsan run bench clean
+
+all: build
+
+deps:
+	@missing=""; \
+	for p in $(PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing missing packages:$$missing"; \
+	  apt-get update -q && DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends $$missing; \
+	fi
+
+$(BUILD_DIR)/CMakeCache.txt: | deps
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+build: deps $(BUILD_DIR)/CMakeCache.txt
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+test-release: build
+	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+test-asan: deps
+	cmake -S . -B $(ASAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DKORVANE_SANITIZE=address,undefined
+	cmake --build $(ASAN_BUILD_DIR) -j $(JOBS)
+	cd $(ASAN_BUILD_DIR) && ctest --output-on-failure -j $(JOBS) -LE install
+
+test-tsan: deps
+	@if setarch -R true 2>/dev/null && ./cmake/tsan-probe.sh; then \
+	  cmake -S . -B $(TSAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DKORVANE_SANITIZE=thread && \
+	  cmake --build $(TSAN_BUILD_DIR) -j $(JOBS) --target korvane_tests && \
+	  cd $(TSAN_BUILD_DIR) && ctest --output-on-failure -L concurrency; \
+	else \
+	  echo "ThreadSanitizer cannot run on this kernel; skipping the concurrency tests under it"; \
+	fi
+
+test: test-release test-asan test-tsan
+
+run: build
+	$(BUILD_DIR)/tools/korvane-jit-examples $(BUILD_DIR)/examples
+	$(BUILD_DIR)/tools/korvane-jit processes $(BUILD_DIR)/examples/*/
+
+bench: build
+	$(BUILD_DIR)/bench/korvane_bench
+
+clean:
+	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(TSAN_BUILD_DIR)

@@ -1,0 +1,28 @@
+// The 128-bit identity by which records of one method find each other.
+#ifndef KORVANE_JITREADER_BASE_METHOD_ID_H
+#define KORVANE_JITREADER_BASE_METHOD_ID_H
+
+#include <korvane/types.h>
+
+namespace korvane_3_10 {
+
+struct BaseMethodId {
+    u64_t m_first;
+    u64_t m_second;
+
+    bool isEmpty() const { return m_first == 0 && m_second == 0; }
+    bool operator==(const BaseMethodId& other) const {
+        return m_first == other.m_first && m_second == other.m_second;
+    }
+    bool operator!=(const BaseMethodId& other) const { return !(*this == other); }
+
+    struct Comparator {
+        bool operator()(const BaseMethodId& a, const BaseMethodId& b) const {
+            return a.m_first != b.m_first ? a.m_first < b.m_first : a.m_second < b.m_second;
+        }
+    };
+};
+
+} // namespace korvane_3_10
+
+#endif

@@ -1,0 +1,28 @@
+// Code bytes of a region.
+#ifndef KORVANE_JITREADER_BYTE_BUFFER_H
+#define KORVANE_JITREADER_BYTE_BUFFER_H
+
+#include <korvane/interfaces.h>
+
+#include <vector>
+
+namespace korvane_3_10 {
+
+class ByteBuffer : public IByteBuffer {
+public:
+    ByteBuffer() : m_buffer(512, 0), m_size(0) {}
+    ~ByteBuffer() {}
+
+    u32_t size() const override { return m_size; }
+    const void* data() const override { return m_size == 0 ? nullptr : m_buffer.data(); }
+    // Grows the vector only beyond its capacity and never shrinks it.
+    void assign(const void* source, u32_t length) override;
+
+private:
+    std::vector<unsigned char> m_buffer;
+    u32_t m_size;
+};
+
+} // namespace korvane_3_10
+
+#endif

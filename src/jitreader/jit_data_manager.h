@@ -1,0 +1,102 @@
+// The store of decoded records: address, time and jit RVA tables, and the point queries.
+#ifndef KORVANE_JITREADER_JIT_DATA_MANAGER_H
+#define KORVANE_JITREADER_JIT_DATA_MANAGER_H
+
+#include "jitreader/base_method_id.h"
+#include "jitreader/jit_file_decoder.h"
+#include "jitreader/jit_id_converter.h"
+#include "jitreader/jit_method.h"
+#include "jitreader/range.h"
+#include "jitreader/region.h"
+
+#include <boost/shared_ptr.hpp>
+#include <boost/thread/mutex.hpp>
+
+#include <atomic>
+#include <map>
+#include <vector>
+
+namespace korvane_3_10 {
+
+class JitDataManager : public JitFileDecoder::SearchRegionCallback {
+public:
+    struct RegionInfo {
+        Region::Ptr m_region;
+        JitMethod::Ptr m_method;
+    };
+
+    // All regions that ever lay over one piece of address space.
+    struct JitMethodContainer {
+        typedef boost::shared_ptr<JitMethodContainer> Ptr;
+        std::map<u64_t, Region::Ptr> m_timeDomain;
+        std::map<u64_t, JitMethod::Ptr> m_regionIdDomain;
+    };
+
+    typedef std::map<Range, JitMethodContainer::Ptr, Range::Comparator> SingleRegionDomain;
+    typedef SingleRegionDomain::iterator SingleRegionDomainItr;
+    typedef std::map<Range, RegionInfo, Range::Comparator> JitRvaDomain;
+    typedef std::map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Comparator> MethodMap;
+    typedef std::multimap<BaseMethodId, JitMethod::Ptr, BaseMethodId::Comparator> MethodMultiMap;
+
+    JitDataManager();
+    JitDataManager(const JitDataManager&) = delete;
+    JitDataManager& operator=(const JitDataManager&) = delete;
+    virtual ~JitDataManager();
+
+    skeinkit2::generic_iterator_t<ISymbol::Ptr> getJitMethods() const;
+    const SingleRegionDomain* getSingleRegionDomain(u32_t pid, u32_t hostId) const;
+    SingleRegionDomain& createSingleRegionDomain(u32_t pid, u32_t hostId);
+    u32_t getCollectorType() const { return m_collectorType; }
+    void setCollectorType(u32_t collectorType) { m_collectorType = collectorType; }
+
+    korvane_error_t processMethodLoadRecord(u32_t pid, u32_t hostId, JitMethod::Ptr& rawMethod);
+    korvane_error_t processMethodInlineLoadRecord(u32_t pid, u32_t hostId, JitMethod::Ptr& rawMethod);
+    korvane_error_t processMethodUpdateRecord(u32_t pid, u32_t hostId, JitMethod::Ptr& rawMethod);
+    void finalize();
+
+    korvane_error_t findRegion(u64_t address, u64_t tsc, u32_t pid, u32_t hostId, Region::Ptr& region,
+                               JitMethod::Ptr& method) const override;
+    korvane_error_t resolveJitPoint(u64_t vaddr, u64_t timestamp, u32_t pid, u32_t hostId, JitMethod::Ptr& method,
+                                    jit_rva_t& jitRva) const;
+    korvane_error_t resolveJitPoint(jit_rva_t jitRva, JitMethod::Ptr& method) const;
+    korvane_error_t translateToJitRva(u32_t jitId, u64_t address, u64_t start, u64_t end, u64_t& result);
+    korvane_error_t getCalleeTarget(u64_t callerJitRva, u64_t targetAddress, u64_t& calleeJitRva) const;
+
+    korvane_error_t splitRegions(const Region::Ptr& region, const JitMethod::Ptr& method,
+                                 const SingleRegionDomainItr& first, const SingleRegionDomainItr& last,
+                                 SingleRegionDomain& splittedRegions) const;
+    korvane_error_t addSplittedRegion(const Range& range, const JitMethodContainer::Ptr& container,
+                                      SingleRegionDomain& splittedRegions) const;
+    korvane_error_t modifyRegionAssosiatedData(const JitMethod::Ptr& method, const Region::Ptr& region,
+                                               JitMethodContainer::Ptr& container) const;
+
+    korvane_error_t addInlineMethod(JitMethod::Ptr& parentMethod, Region::Ptr& parentRegion,
+                                    const JitMethod::Ptr& inlineMethod);
+    korvane_error_t addCachedInlineMethods(JitMethod::Ptr& parentMethod);
+    korvane_error_t cacheInlineMethod(JitMethod::Ptr& inlineMethod);
+    korvane_error_t cacheParentMethod(JitMethod::Ptr& jitMethod);
+    korvane_error_t findParentMethod(const BaseMethodId& parentId, JitMethod::Ptr& method) const;
+    korvane_error_t findInlineMethod(const BaseMethodId& parentId, JitMethod::Ptr& method) const;
+
+    const JitRvaDomain& jitRvaDomain() const { return m_jitRvaDomain; }
+    const MethodMap& jitMethods() const { return m_jitMethods; }
+    const MethodMap& inlineMethods() const { return m_inlineMethods; }
+    const MethodMultiMap& cachedParentMethods() const { return m_cachedParentMethods; }
+
+private:
+    JitRvaDomain m_jitRvaDomain;
+    MethodMap m_jitMethods;
+    MethodMap m_inlineMethods;
+    MethodMultiMap m_cachedParentMethods;
+    std::map<u32_t, std::map<u32_t, SingleRegionDomain> > m_singleRegionDomains;
+    std::vector<ISymbol::Ptr> m_jitMethodStorage;
+    JitIdConverter m_jitIdConverter;
+    boost::mutex m_jitIdConverterMutex;
+    // Published after the converter is filled, so the unlocked test is race free.
+    std::atomic<bool> m_jitIdConverterReady;
+    u32_t m_collectorType;
+};
+
+} // namespace korvane_3_10
+
+#endif

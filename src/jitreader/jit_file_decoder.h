@@ -1,0 +1,75 @@
+// Framing of .jit trace files and decoding of their record payloads.
+#ifndef KORVANE_JITREADER_JIT_FILE_DECODER_H
+#define KORVANE_JITREADER_JIT_FILE_DECODER_H
+
+#include "jitreader/jit_method.h"
+#include "jitreader/jit_trace_format.h"
+#include "jitreader/md5_hash_generator.h"
+#include "jitreader/region.h"
+
+#include <boost/filesystem/fstream.hpp>
+
+#include <vector>
+
+namespace korvane_3_10 {
+
+class JitFileDecoder {
+public:
+    // One framed record: where it starts, its type and its payload (or value bytes).
+    struct Record {
+        u64_t offset = 0;
+        u32_t type = 0;
+        std::vector<char> data;
+    };
+
+    // Finds the region that covers an address at a time in a process.
+    class SearchRegionCallback {
+    public:
+        virtual korvane_error_t findRegion(u64_t address, u64_t time, u32_t pid, u32_t hostId, Region::Ptr& region,
+                                           JitMethod::Ptr& method) const = 0;
+
+    protected:
+        ~SearchRegionCallback() {}
+    };
+
+    // Never fails: a file that can't be opened shows at the first getNextRecord.
+    JitFileDecoder(const ustring& path, u32_t pid, u32_t hostId, jit_rva_t startJitRva, decoding_mode_t mode);
+    ~JitFileDecoder();
+    JitFileDecoder(const JitFileDecoder&) = delete;
+    JitFileDecoder& operator=(const JitFileDecoder&) = delete;
+
+    korvane_error_t getNextRecord(Record& record);
+
+    bool decodeMethodLoadRecordV0(const Record& record, JitMethod::Ptr& method) const;
+    bool decodeMethodLoadRecordV1(const Record& record, JitMethod::Ptr& method) const;
+    bool decodeMethodLoadRecordV2(const Record& record, JitMethod::Ptr& method) const;
+    bool decodeMethodLoadRecordV3(const Record& record, JitMethod::Ptr& method, korvane_bool_t* isInlined);
+    bool decodeMethodInlineLoadRecord(const Record& record, JitMethod::Ptr& method) const;
+    bool decodeMethodUpdateRecordV2(const Record& record, JitMethod::Ptr& method) const;
+
+    void setSearchCallback(const SearchRegionCallback* callback) { m_searchCallback = callback; }
+    u32_t pid() const { return m_pid; }
+    u32_t hostId() const { return m_hostId; }
+    decoding_mode_t decodingMode() const { return m_decodingMode; }
+    u32_t collectorType() const { return m_collectorType; }
+    jit_rva_t nextJitRva() const { return m_nextJitRva; }
+    bool has32BitModule() const { return m_has32BitModule; }
+    bool has64BitModule() const { return m_has64BitModule; }
+
+private:
+    boost::filesystem::ifstream m_stream;
+    std::streampos m_filePosition;
+    decoding_mode_t m_decodingMode;
+    u32_t m_hostId;
+    u32_t m_pid;
+    u32_t m_collectorType;
+    mutable jit_rva_t m_nextJitRva;
+    Md5HashGenerator m_hashGenerator;
+    const SearchRegionCallback* m_searchCallback;
+    bool m_has32BitModule;
+    bool m_has64BitModule;
+};
+
+} // namespace korvane_3_10
+
+#endif

@@ -1,0 +1,29 @@
+// Turns (jit id, address, file range) into a jit RVA over a snapshot of the regions.
+#ifndef KORVANE_JITREADER_JIT_ID_CONVERTER_H
+#define KORVANE_JITREADER_JIT_ID_CONVERTER_H
+
+#include <korvane/types.h>
+
+#include <vector>
+
+namespace korvane_3_10 {
+
+class JitIdConverter {
+public:
+    void initialize(const std::vector<u64_t>& jitRvas, const std::vector<u64_t>& lengths,
+                    const std::vector<u64_t>& addresses);
+    // A binary search that doesn't insist on a hit.
+    korvane_error_t findJitRva(u64_t jitRva, u32_t& index) const;
+    korvane_error_t convert(u32_t jitId, u64_t address, u64_t fileStart, u64_t fileEnd, u64_t& jitRva) const;
+
+    bool empty() const { return m_jitRvas.empty(); }
+
+private:
+    std::vector<u64_t> m_jitRvas;
+    std::vector<u64_t> m_lengths;
+    std::vector<u64_t> m_addresses;
+};
+
+} // namespace korvane_3_10
+
+#endif

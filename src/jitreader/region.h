@@ -1,0 +1,99 @@
+// One stretch of JIT code: IP range, jit RVA, lifetime, bytes and inlines.
+#ifndef KORVANE_JITREADER_REGION_H
+#define KORVANE_JITREADER_REGION_H
+
+#include "jitreader/range.h"
+
+#include <korvane/interfaces.h>
+
+#include <map>
+#include <vector>
+
+namespace korvane_3_10 {
+
+class JitMethod;
+
+class Region : public ICodeRegion {
+public:
+    typedef boost::intrusive_ptr<Region> Ptr;
+    typedef boost::intrusive_ptr<JitMethod> MethodPtr;
+
+    struct RangeProps {
+        korvane_segment_type_t segType;
+        ustring rangeName;
+    };
+    typedef std::map<Range, RangeProps, Range::Comparator> MarkupRanges;
+
+    Region();
+    // A private copy for the update path: own bytes, same markup, no inlines.
+    Region(const Region& other);
+    Region& operator=(const Region&) = delete;
+    ~Region() override;
+
+    jit_rva_t getStartJitRva() const override { return m_startJitRva; }
+    u64_t getLoadTime() const override { return m_loadTime; }
+    u64_t getUnloadTime() const override { return m_unloadTime; }
+    address_t getStartVirtualAddress() const override { return m_startAddress; }
+    u32_t getLength() const override { return m_length; }
+    u32_t getProcessId() const override { return m_processId; }
+    u32_t getHostID() const override { return m_hostId; }
+    boost::shared_ptr<IByteBuffer> getBytes() const override { return m_content; }
+    ISymbol::Ptr getInlinedSymbol(jit_rva_t jitRva) const override;
+    ICodeRegion::Ptr getInlinedCodeRegion(jit_rva_t jitRva) const override;
+
+    // Index of the first direct child whose jit RVA range holds the RVA, or 0xFFFFFFFF.
+    u32_t getInlineIndex(jit_rva_t jitRva) const;
+    MethodPtr getInlinedMethod(jit_rva_t jitRva) const;
+    Ptr getInlinedRegion(jit_rva_t jitRva) const;
+    skeinkit2::generic_iterator_t<ICodeRegion::Ptr> getInlinedRegions() const;
+    void addChildRegion(Ptr child, MethodPtr method);
+
+    // Gives every inline below this region the jit RVA at the same distance from
+    // the parent as its address, and moves the inlines' line tables there.
+    korvane_error_t normalizeInlineJitRvaRanges(jit_rva_t parentRva, address_t parentAddress);
+
+    // Folds an update of the bytes in [codeAddr, codeAddr + codeLen) into the image.
+    korvane_error_t addBytesUpdate(address_t codeAddr, u32_t codeLen, const boost::shared_ptr<IByteBuffer>& bytes,
+                                   korvane_segment_type_t segType, const ustring& rangeName);
+
+    void dumpInlines(ustringstream& stream, u32_t indent);
+
+    jit_rva_t startJitRva() const { return m_startJitRva; }
+    address_t startAddress() const { return m_startAddress; }
+    address_t endAddress() const { return m_startAddress + m_length; }
+    u32_t length() const { return m_length; }
+    u32_t processId() const { return m_processId; }
+    u32_t hostId() const { return m_hostId; }
+    u64_t loadTime() const { return m_loadTime; }
+    u64_t unloadTime() const { return m_unloadTime; }
+    const boost::shared_ptr<IByteBuffer>& content() const { return m_content; }
+    const std::vector<Ptr>& inlinedRegions() const { return m_inlinedRegions; }
+    const std::vector<MethodPtr>& inlinedMethods() const { return m_inlinedMethods; }
+    const MarkupRanges& markupRanges() const { return m_markupRanges; }
+
+    void setHostId(u32_t hostId) { m_hostId = hostId; }
+    void setProcessId(u32_t processId) { m_processId = processId; }
+    void setStartJitRva(jit_rva_t jitRva) { m_startJitRva = jitRva; }
+    void setLoadTime(u64_t loadTime) { m_loadTime = loadTime; }
+    void setUnloadTime(u64_t unloadTime) { m_unloadTime = unloadTime; }
+    void setStartAddress(address_t address) { m_startAddress = address; }
+    void setLength(u32_t length) { m_length = length; }
+    void setContent(const boost::shared_ptr<IByteBuffer>& content) { m_content = content; }
+
+private:
+    u32_t m_hostId;
+    u32_t m_processId;
+    jit_rva_t m_startJitRva;
+    u64_t m_loadTime;
+    u64_t m_unloadTime;
+    address_t m_startAddress;
+    u32_t m_length;
+    boost::shared_ptr<IByteBuffer> m_content;
+    std::vector<Ptr> m_inlinedRegions;
+    std::vector<MethodPtr> m_inlinedMethods;
+    MarkupRanges m_markupRanges;
+};
+
+} // namespace korvane_3_10
+
+#endif

@@ -1,0 +1,24 @@
+// A source line inside a source file, as a query answers it.
+#ifndef KORVANE_JITREADER_SOURCE_LOCATION_H
+#define KORVANE_JITREADER_SOURCE_LOCATION_H
+
+#include "jitreader/source_file.h"
+
+namespace korvane_3_10 {
+
+class SourceLocation : public ISourceLocation {
+public:
+    SourceLocation(u32_t line, const SourceFile& sourceFile) : m_line(line), m_sourceFile(sourceFile) {}
+
+    u32_t getLine() const override { return m_line; }
+    // A new object on each call, also for an empty file name.
+    ISourceFile::Ptr getSourceFile() const override;
+
+private:
+    u32_t m_line;
+    SourceFile m_sourceFile;
+};
+
+} // namespace korvane_3_10
+
+#endif

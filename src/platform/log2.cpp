@@ -1,0 +1,42 @@
+// Component logging set-up over log4cplus.
+#include "platform/log2.h"
+
+#include <log4cplus/appender.h>
+#include <log4cplus/initializer.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/nullappender.h>
+
+#include <mutex>
+#include <set>
+
+namespace ovrit_1 {
+namespace log2 {
+
+namespace {
+
+std::mutex& configuredMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+std::set<std::string>& configuredNames() {
+    static std::set<std::string> names;
+    return names;
+}
+
+} // namespace
+
+void configureComponentLogger(const std::string& name) {
+    std::lock_guard<std::mutex> lock(configuredMutex());
+    if (!configuredNames().insert(name).second)
+        return;
+    log4cplus::initialize();
+    // An appender of our own keeps log4cplus from warning about a logger without
+    // appenders; what the host configures still reaches its own appenders.
+    log4cplus::SharedAppenderPtr silent(new log4cplus::NullAppender());
+    silent->setName(LOG4CPLUS_TEXT("korvane-silent"));
+    log4cplus::Logger::getInstance(name).addAppender(silent);
+}
+
+} // namespace log2
+} // namespace ovrit_1
