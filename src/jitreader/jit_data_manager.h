@@ -84,6 +84,18 @@ public:
     const MethodMultiMap& cachedParentMethods() const { return m_cachedParentMethods; }
 
 private:
+    // One key of a run: its pieces, in the order that keeps copies clean.
+    korvane_error_t splitKey(const Region::Ptr& region, const JitMethod::Ptr& method, u64_t newStart, u64_t newEnd,
+                             const Range& key, JitMethodContainer::Ptr& old, SingleRegionDomain& splittedRegions) const;
+    // Space that only the new region covers.
+    korvane_error_t addFreshPiece(const Range& range, const Region::Ptr& region, const JitMethod::Ptr& method,
+                                  SingleRegionDomain& splittedRegions) const;
+    korvane_error_t placeRegion(u32_t pid, u32_t hostId, const JitMethod::Ptr& rawMethod,
+                                const JitMethod::Ptr& jitMethod, const Region::Ptr& region);
+    void reportUnloadedMethods(u32_t pid, u32_t hostId, const JitMethod& rawMethod, SingleRegionDomainItr first,
+                               SingleRegionDomainItr last) const;
+    void fillJitIdConverter();
+
     JitRvaDomain m_jitRvaDomain;
     MethodMap m_jitMethods;
     MethodMap m_inlineMethods;
