@@ -788,7 +788,7 @@ korvane_error_t JitDataManager::getCalleeTarget(u64_t callerJitRva, u64_t target
 }
 
 korvane_error_t JitDataManager::translateToJitRva(u32_t jitId, u64_t address, u64_t start, u64_t end,
-                                                  u64_t& result) {
+                                                  u64_t& result) const {
     if (m_jitIdConverterReady.load(std::memory_order_acquire))
         return m_jitIdConverter.convert(jitId, address, start, end, result);
 
@@ -802,7 +802,7 @@ korvane_error_t JitDataManager::translateToJitRva(u32_t jitId, u64_t address, u6
     return converted;
 }
 
-void JitDataManager::fillJitIdConverter() {
+void JitDataManager::fillJitIdConverter() const {
     if (m_jitRvaDomain.empty())
         return;
     std::vector<u64_t> jitRvas(m_jitRvaDomain.size());
