@@ -1,7 +1,11 @@
 // The catalogue of .jit files: hosts, processes, jit RVA ranges, and when files are read.
 #include "jitreader/jit_files_manager.h"
 
+#include "jitreader/jit_data_manager.h"
+#include "jitreader/jit_file_decoder.h"
+#include "jitreader/jit_file_reader.h"
 #include "jitreader/logging.h"
+#include "jitreader/retrying_lock.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/thread/lock_guard.hpp>
@@ -183,6 +187,87 @@ const char* JitFilesManager::getHostName(u32_t hostId) const {
     if (hostId == 0 || hostId >= m_hostNames.size())
         return nullptr;
     return m_hostNames[hostId];
+}
+
+// ---------------------------------------------------------------------------
+// Reading orchestration
+
+namespace {
+
+// The one-process form tests the flag without the lock; these make the test
+// and the final store a pair that other threads see in order.
+bool isProcessRead(const JitFilesManager::ProcessJitInfo& info) {
+    return __atomic_load_n(&info.m_isRead, __ATOMIC_ACQUIRE);
+}
+
+void markProcessRead(JitFilesManager::ProcessJitInfo& info) { __atomic_store_n(&info.m_isRead, true, __ATOMIC_RELEASE); }
+
+korvane_error_t readOneFile(const JitFilesManager::JitFileInfo& file, u32_t pid, u32_t hostId, decoding_mode_t mode,
+                            target_arch_t arch, JitDataManager& dataManager) {
+    JitFileDecoder decoder(file.m_path, pid, hostId, file.m_startJitRva, mode);
+    decoder.setSearchCallback(&dataManager);
+    return JitFileReader::readJitFile(decoder, arch, dataManager);
+}
+
+} // namespace
+
+korvane_error_t JitFilesManager::readJitFiles(decoding_mode_t mode, JitDataManager& dataManager) {
+    RetryingLock lock(m_readMutex);
+    if (m_allFilesRead) {
+        lock.unlock();
+        return meSuccess;
+    }
+    for (auto& host : m_processes) {
+        for (auto& process : host.second) {
+            ProcessJitInfo& info = process.second;
+            if (isProcessRead(info))
+                continue;
+            // Marked before reading: this form takes what it can and never comes back.
+            markProcessRead(info);
+            for (const JitFileInfo& file : info.m_files) {
+                if (file.m_path.empty()) {
+                    KORVANE_LOG_ERROR("Skip reading jit file because path is empty");
+                    continue;
+                }
+                if (readOneFile(file, process.first, host.first, mode, m_targetArch, dataManager) != meSuccess)
+                    KORVANE_LOG_ERROR("Could not read jit file " << file.m_path);
+            }
+        }
+    }
+    m_allFilesRead = true;
+    lock.unlock();
+    return meSuccess;
+}
+
+korvane_error_t JitFilesManager::readJitFiles(u32_t pid, u32_t hostId, decoding_mode_t mode,
+                                              JitDataManager& dataManager) {
+    ProcessJitInfo* info = getProcessJitInfo(pid, hostId);
+    if (!info)
+        return meNotFound;
+    if (isProcessRead(*info))
+        return meSuccess;
+
+    RetryingLock lock(m_readMutex);
+    if (isProcessRead(*info)) {
+        lock.unlock();
+        return meSuccess;
+    }
+    for (const JitFileInfo& file : info->m_files) {
+        if (file.m_path.empty()) {
+            lock.unlock();
+            return meInvalidArgument;
+        }
+        // The decoder lives inside readOneFile, so it is gone before the lock goes on every way out.
+        const korvane_error_t result = readOneFile(file, pid, hostId, mode, m_targetArch, dataManager);
+        if (result != meSuccess) {
+            lock.unlock();
+            return result;
+        }
+    }
+    // Set only now: a failed read leaves the process to be read again from its first file.
+    markProcessRead(*info);
+    lock.unlock();
+    return meSuccess;
 }
 
 } // namespace korvane_3_10

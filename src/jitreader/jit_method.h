@@ -97,14 +97,21 @@ public:
     const BaseMethodInfo::Ptr& methodInfo() const { return m_methodInfo; }
     const std::vector<Region::Ptr>& codeRegions() const { return m_codeRegions; }
     bool attachedToParent() const { return m_attachedToParent; }
+    // An inline's tables move to its jit RVA range once, at the first finalisation after it is attached.
+    bool lineTablesPlaced() const { return m_lineTablesPlaced; }
 
     void setStartJitRva(jit_rva_t jitRva) { m_startJitRva = jitRva; }
     void setRawMethodId(u32_t id) { m_methodId = id; }
     void setRawParentId(u32_t id) { m_parentId = id; }
     void setLoadTime(u64_t loadTime) { m_loadTime = loadTime; }
     void setAttachedToParent(bool attached) { m_attachedToParent = attached; }
+    void setLineTablesPlaced(bool placed) { m_lineTablesPlaced = placed; }
 
 private:
+    // The tables for the RVA (the first entry's for 0); a non-zero RVA first
+    // copies its entry's tables over the first entry's. Null when none.
+    LineInfoHolder* selectLineInfo(jit_rva_t jitRva) const;
+
     BaseMethodInfo::Ptr m_methodInfo;
     jit_rva_t m_startJitRva;
     u32_t m_methodId;
@@ -113,6 +120,7 @@ private:
     u64_t m_unloadTime;
     std::vector<Region::Ptr> m_codeRegions;
     bool m_attachedToParent;
+    bool m_lineTablesPlaced;
     // Written by const queries with a non-zero RVA: they copy the asked
     // entry's tables over the first entry's.
     mutable LineNumberInfo m_lineNumberInfo;

@@ -1,0 +1,453 @@
+// One compiled method: identity and names, lifetime, code regions, line tables.
+#include "jitreader/jit_method.h"
+
+#include "jitreader/code_dump.h"
+#include "jitreader/logging.h"
+#include "jitreader/source_location.h"
+
+#include <boost/tokenizer.hpp>
+
+#include <algorithm>
+#include <iomanip>
+
+KORVANE_DEFINE_FILE_LOGGER()
+
+namespace korvane_3_10 {
+
+namespace {
+
+const u32_t g_noIlOffset = 0xFFFFFFFF;
+
+// Runtime names come dotted; users read "::" between the parts.
+std::string joinDottedParts(const std::string& name) {
+    typedef boost::tokenizer<boost::char_separator<char> > Tokenizer;
+    const boost::char_separator<char> separator(".");
+    const Tokenizer tokens(name, separator);
+    std::string joined;
+    for (Tokenizer::const_iterator token = tokens.begin(); token != tokens.end(); ++token) {
+        if (token != tokens.begin())
+            joined += "::";
+        joined += *token;
+    }
+    return joined;
+}
+
+const std::vector<korvane_line_number_entry>* tableOf(const JitMethod::LineInfoHolder& holder,
+                                                      korvane_line_info_type type) {
+    switch (type) {
+    case ltNativeToManaged:
+        return &holder.m_nativeToManaged;
+    case ltManagedToSource:
+        return &holder.m_managedToSource;
+    case ltNativeToSource:
+        return &holder.m_nativeToSource;
+    }
+    return nullptr;
+}
+
+std::vector<korvane_line_number_entry>* tableOf(JitMethod::LineInfoHolder& holder, korvane_line_info_type type) {
+    return const_cast<std::vector<korvane_line_number_entry>*>(
+        tableOf(static_cast<const JitMethod::LineInfoHolder&>(holder), type));
+}
+
+// The native side leaves out the match on an empty entry's start that the
+// other two walks make; the difference is kept.
+const korvane_line_number_entry* findNativeToManaged(const std::vector<korvane_line_number_entry>& table,
+                                                     u32_t offset) {
+    for (const korvane_line_number_entry& entry : table) {
+        if (entry.startOffset <= offset && offset < entry.endOffset)
+            return &entry;
+    }
+    return nullptr;
+}
+
+const korvane_line_number_entry* findByStartOrSpan(const std::vector<korvane_line_number_entry>& table,
+                                                   u32_t offset) {
+    for (const korvane_line_number_entry& entry : table) {
+        if (offset == entry.startOffset || (offset >= entry.startOffset && offset < entry.endOffset))
+            return &entry;
+    }
+    return nullptr;
+}
+
+Range probeAt(jit_rva_t jitRva) { return Range{jitRva, 1}; }
+
+// The dumps print every number with its prefix, zero as "0x0".
+struct PrefixedHex {
+    u64_t value;
+};
+
+std::ostream& operator<<(std::ostream& stream, PrefixedHex number) {
+    const std::ios_base::fmtflags flags = stream.flags();
+    stream << "0x" << std::hex << std::noshowbase << number.value;
+    stream.flags(flags);
+    return stream;
+}
+
+const char* architectureName(korvane_arch arch) {
+    switch (arch) {
+    case arch_xa32:
+        return "xa32";
+    case arch_xa64:
+        return "xa64";
+    case arch_wa64:
+        return "wa64";
+    case arch_cc64:
+        return "cc64";
+    }
+    return "UNKNOWN";
+}
+
+struct TableHeader {
+    korvane_line_info_type type;
+    const char* text;
+};
+
+const TableHeader g_tableHeaders[] = {
+    {ltManagedToSource, "Managed to source map: (ILOffset, lineNo)"},
+    {ltNativeToManaged, "Native to managed map: (nativeStartOffset-nativeEndOffset, ILOffset)"},
+    {ltNativeToSource, "Native to source map: (nativeStartOffset-nativeEndOffset, LineNo)"},
+};
+
+void dumpLineTable(std::ostream& stream, const JitMethod& method, const TableHeader& header, jit_rva_t jitRva) {
+    u32_t count = 0;
+    if (method.getLineNumberInfo(header.type, nullptr, &count, jitRva) != meSuccess)
+        count = 0;
+    stream << header.text << std::endl << "number of lines: " << std::dec << count;
+    if (count == 0)
+        return;
+    std::vector<korvane_line_number_entry> entries(count, korvane_line_number_entry{0, 0, 0});
+    method.getLineNumberInfo(header.type, entries.data(), &count, jitRva);
+    for (const korvane_line_number_entry& entry : entries) {
+        stream << std::endl
+               << "    " << entry.startOffset << "-" << entry.endOffset << "  " << entry.lineNumber;
+    }
+}
+
+void dumpCodeRegion(std::ostream& stream, const JitMethod& method, const Region& region, u32_t number,
+                    korvane_arch arch) {
+    stream << "  Code region:   " << std::dec << number << std::endl
+           << "  JitRVA range:  " << PrefixedHex{region.startJitRva()} << "-"
+           << PrefixedHex{region.startJitRva() + region.length()} << std::endl
+           << "  startAddr:     " << PrefixedHex{region.startAddress()} << std::endl
+           << "  size:          " << PrefixedHex{region.length()} << std::endl
+           << "  IP range:      " << PrefixedHex{region.startAddress()} << "-" << PrefixedHex{region.endAddress()}
+           << std::endl
+           << "  Disassembly:" << std::endl;
+    if (region.content()) {
+        const u32_t size = std::min(region.length(), region.content()->size());
+        dumpCodeDisassembly(stream, static_cast<const unsigned char*>(region.content()->data()), size,
+                            region.startAddress(), arch);
+    }
+    for (std::size_t index = 0; index < sizeof g_tableHeaders / sizeof g_tableHeaders[0]; ++index) {
+        if (index != 0)
+            stream << std::endl;
+        dumpLineTable(stream, method, g_tableHeaders[index], region.startJitRva());
+    }
+}
+
+} // namespace
+
+BaseMethodInfo::BaseMethodInfo() : m_baseMethodId{0, 0}, m_baseParentId{0, 0}, m_methodToken(0) {}
+
+void BaseMethodInfo::setClassName(const std::string& name) {
+    if (name.empty())
+        return;
+    m_className = joinDottedParts(name);
+}
+
+void BaseMethodInfo::setMethodName(const std::string& name) {
+    if (name.empty())
+        return;
+    std::string working = m_className.empty() ? std::string() : m_className + "::";
+    working += joinDottedParts(name);
+    const std::string::size_type parameters = working.find('(');
+    m_methodName = parameters == std::string::npos ? working : working.substr(0, parameters);
+    m_qualifiedMethodName = working;
+}
+
+ISourceFile::Ptr BaseMethodInfo::getSourceFile() const {
+    if (m_sourceFile.fileName().empty())
+        return ISourceFile::Ptr();
+    return ISourceFile::Ptr(new SourceFile(m_sourceFile.fileName(), m_sourceFile.checksum(),
+                                           m_sourceFile.getChecksumType(), m_sourceFile.getLanguageType()));
+}
+
+JitMethod::JitMethod()
+    : m_methodInfo(new BaseMethodInfo()), m_startJitRva(0), m_methodId(0), m_parentId(0), m_loadTime(0),
+      m_unloadTime(0), m_attachedToParent(false), m_lineTablesPlaced(false) {}
+
+skeinkit2::generic_iterator_t<ICodeRegion::Ptr> JitMethod::getRegions() const {
+    typedef skeinkit2::iterutil::stl_iterator_impl_t<Region::Ptr, std::vector<Region::Ptr>::const_iterator> Source;
+    typedef skeinkit2::generic_iterator_t<ICodeRegion::Ptr> Result;
+    return Result::adopt(
+        new Result::converting_iterator_impl_t<Region::Ptr>(new Source(m_codeRegions.begin(), m_codeRegions.end())));
+}
+
+korvane_error_t JitMethod::getVirtualAddress(jit_rva_t jitRva, address_t* address) const {
+    for (const Region::Ptr& region : m_codeRegions) {
+        if (region->startJitRva() <= jitRva && jitRva < region->startJitRva() + region->length()) {
+            if (address)
+                *address = jitRva - region->startJitRva() + region->startAddress();
+            return meSuccess;
+        }
+    }
+    return meNotFound;
+}
+
+korvane_error_t JitMethod::getPid(jit_rva_t jitRva, u32_t& pid) const {
+    for (const Region::Ptr& region : m_codeRegions) {
+        if (region->startJitRva() <= jitRva && jitRva < region->startJitRva() + region->length()) {
+            pid = region->processId();
+            return meSuccess;
+        }
+    }
+    return meNotFound;
+}
+
+JitMethod::LineInfoHolder* JitMethod::selectLineInfo(jit_rva_t jitRva) const {
+    if (m_lineNumberInfo.empty())
+        return nullptr;
+    LineInfoHolder& holder = m_lineNumberInfo.begin()->second;
+    if (jitRva == 0)
+        return &holder;
+    const LineNumberInfo::const_iterator found = m_lineNumberInfo.find(probeAt(jitRva));
+    if (found == m_lineNumberInfo.end())
+        return nullptr;
+    // Callers rely on this: the first entry now holds the tables last asked for.
+    holder.m_nativeToManaged = found->second.m_nativeToManaged;
+    holder.m_managedToSource = found->second.m_managedToSource;
+    holder.m_nativeToSource = found->second.m_nativeToSource;
+    return &holder;
+}
+
+korvane_error_t JitMethod::getLineNumberInfo(korvane_line_info_type type, korvane_line_number_entry* entries,
+                                             u32_t* count, jit_rva_t jitRva) const {
+    if (!count)
+        return meInvalidArgument;
+    const LineInfoHolder* holder = selectLineInfo(jitRva);
+    if (!holder)
+        return meNotFound;
+    const std::vector<korvane_line_number_entry>* table = tableOf(*holder, type);
+    if (!table)
+        return meNotFound;
+    const u32_t size = static_cast<u32_t>(table->size());
+    if (entries) {
+        if (size > *count)
+            return meBufferTooSmall;
+        std::copy(table->begin(), table->end(), entries);
+    }
+    *count = size;
+    return meSuccess;
+}
+
+korvane_error_t JitMethod::getSourceRange(korvane_line_number_entry* first, korvane_line_number_entry* last,
+                                          jit_rva_t jitRva) const {
+    if (m_lineNumberInfo.empty() || !first || !last)
+        return meNotFound;
+    const LineInfoHolder* holder = selectLineInfo(jitRva);
+    if (!holder)
+        return meNotFound;
+    const std::vector<korvane_line_number_entry>& table =
+        holder->m_managedToSource.empty() ? holder->m_nativeToSource : holder->m_managedToSource;
+    if (table.empty())
+        return meNotFound;
+    u32_t lowest = table.front().lineNumber;
+    u32_t highest = lowest;
+    for (const korvane_line_number_entry& entry : table) {
+        lowest = std::min(lowest, entry.lineNumber);
+        highest = std::max(highest, entry.lineNumber);
+    }
+    *first = korvane_line_number_entry{0, 0, lowest};
+    *last = korvane_line_number_entry{0, 0, highest};
+    return meSuccess;
+}
+
+ISourceLocation::Ptr JitMethod::getSourceLocation(jit_rva_t jitRva) const {
+    const LineNumberInfo::const_iterator found = m_lineNumberInfo.find(probeAt(jitRva));
+    if (found == m_lineNumberInfo.end())
+        return ISourceLocation::Ptr();
+    const LineInfoHolder& holder = found->second;
+    const Range& key = found->first;
+    if (jitRva < key.m_start || jitRva - key.m_start >= key.m_length)
+        return ISourceLocation::Ptr();
+    const u32_t offset = static_cast<u32_t>(jitRva - key.m_start);
+    const korvane_line_number_entry* line = nullptr;
+    if (!holder.m_nativeToManaged.empty() && !holder.m_managedToSource.empty()) {
+        const korvane_line_number_entry* native = findNativeToManaged(holder.m_nativeToManaged, offset);
+        if (!native || native->lineNumber == g_noIlOffset)
+            return ISourceLocation::Ptr();
+        line = findByStartOrSpan(holder.m_managedToSource, native->lineNumber);
+    } else {
+        line = findByStartOrSpan(holder.m_nativeToSource, offset);
+    }
+    if (!line)
+        return ISourceLocation::Ptr();
+    return ISourceLocation::Ptr(new SourceLocation(line->lineNumber, m_methodInfo->m_sourceFile));
+}
+
+JitMethod::Ptr JitMethod::clone() const {
+    Ptr copy(new JitMethod());
+    copy->m_methodInfo = m_methodInfo;
+    copy->m_startJitRva = m_startJitRva;
+    copy->m_loadTime = m_loadTime;
+    copy->m_unloadTime = m_unloadTime;
+    copy->m_methodId = m_methodId;
+    copy->m_parentId = m_parentId;
+    copy->m_attachedToParent = m_attachedToParent;
+    copy->m_lineTablesPlaced = m_lineTablesPlaced;
+    copy->m_codeRegions = m_codeRegions;
+    copy->m_lineNumberInfo = m_lineNumberInfo;
+    return copy;
+}
+
+bool JitMethod::addLineNumberInfo(korvane_line_info_type type, const std::vector<korvane_line_number_entry>& entries,
+                                  const Range& range) {
+    if (entries.empty())
+        return false;
+    const LineNumberInfo::iterator found = m_lineNumberInfo.find(range);
+    if (found != m_lineNumberInfo.end()) {
+        std::vector<korvane_line_number_entry>* table = tableOf(found->second, type);
+        if (!table)
+            return true;
+        if (!table->empty()) {
+            KORVANE_LOG_ERROR("Couldn't overwrite existing line number"
+                              << " info for this code region of already registered method " << label(*this));
+            return false;
+        }
+        *table = entries;
+        return true;
+    }
+    LineInfoHolder holder;
+    if (std::vector<korvane_line_number_entry>* table = tableOf(holder, type))
+        *table = entries;
+    if (!m_lineNumberInfo.insert(std::make_pair(range, holder)).second) {
+        KORVANE_LOG_ERROR("Couldn't add line number info for this"
+                          << " code region of already registered method " << label(*this));
+        return false;
+    }
+    return true;
+}
+
+bool JitMethod::addLineNumberInfo(const LineNumberInfo& info) {
+    static const korvane_line_info_type types[] = {ltNativeToManaged, ltManagedToSource, ltNativeToSource};
+    for (const LineNumberInfo::value_type& entry : info) {
+        for (korvane_line_info_type type : types) {
+            const std::vector<korvane_line_number_entry>& table = *tableOf(entry.second, type);
+            if (!table.empty() && !addLineNumberInfo(type, table, entry.first))
+                return false;
+        }
+    }
+    return true;
+}
+
+void JitMethod::normalizeLineNumberInfoJitRvaRanges(jit_rva_t jitRva) {
+    if (m_lineNumberInfo.empty())
+        return;
+    LineNumberInfo moved;
+    for (const LineNumberInfo::value_type& entry : m_lineNumberInfo) {
+        const Range key = {entry.first.m_start + jitRva, entry.first.m_length};
+        const bool ret = moved.insert(std::make_pair(key, entry.second)).second;
+        KORVANE_ASSERT(ret);
+    }
+    m_lineNumberInfo.swap(moved);
+}
+
+void JitMethod::validateSymbolicInfo() const {
+    KORVANE_ASSERT(m_codeRegions.size());
+    if (m_codeRegions.empty())
+        return;
+    const Region& region = *m_codeRegions.front();
+    const LineNumberInfo::const_iterator found = m_lineNumberInfo.find(probeAt(region.startJitRva()));
+    if (found == m_lineNumberInfo.end())
+        return;
+    for (const korvane_line_number_entry& entry : found->second.m_nativeToSource) {
+        if (entry.endOffset > region.length()) {
+            KORVANE_LOG_ERROR("Detected line number (start offset = "
+                              << hex(entry.startOffset) << ", end offset = " << hex(entry.endOffset)
+                              << ", src line = " << hex(entry.lineNumber)
+                              << ") that does not match to code range (ip range = " << hex(region.startAddress())
+                              << "-" << hex(region.endAddress()) << ")");
+            return;
+        }
+    }
+}
+
+void JitMethod::compareSymbolicInfoTo(const Ptr& jitMethod) const {
+    KORVANE_ASSERT(jitMethod);
+    if (!jitMethod)
+        return;
+    const std::string ownName = m_methodInfo->m_sourceFile.fileName();
+    const std::string newName = jitMethod->m_methodInfo->m_sourceFile.fileName();
+    if (ownName.empty()) {
+        KORVANE_LOG_TRACE("Registred method has a null source file " << label(*jitMethod)
+                                                                     << ". Mapping to source file is not available.");
+        return;
+    }
+    if (newName.empty()) {
+        KORVANE_LOG_TRACE("Supplied a null source file for "
+                          << label(*jitMethod) << ". Line number table will be associated"
+                          << " with the source file of the first code region (src name = " << ownName << ")");
+        return;
+    }
+    if (ownName != newName) {
+        KORVANE_LOG_TRACE("Supplied source file for " << label(*jitMethod)
+                                                      << " is differ from source file of the first code region "
+                                                         "(src name = "
+                                                      << ownName << "). Map to source file will be incorrect.");
+    }
+}
+
+std::string JitMethod::dumpRegions() {
+    ustringstream stream;
+    u32_t number = 0;
+    for (const Region::Ptr& region : m_codeRegions) {
+        ++number;
+        if (region->unloadTime() != 0)
+            continue;
+        stream << std::endl
+               << "Code region #" << std::dec << number << " (ip range = " << PrefixedHex{region->startAddress()}
+               << "-" << PrefixedHex{region->endAddress()} << ")";
+        region->dumpInlines(stream, 4);
+    }
+    return stream.str();
+}
+
+std::ostream& operator<<(std::ostream& stream, const MethodLabel& label) {
+    const JitMethod& method = label.method;
+    return stream << "(method id = " << hex(method.getRawMethodId()) << ", name = " << method.getMethodName()
+                  << ", load time = " << hex(method.getLoadTime()) << ")";
+}
+
+std::ostream& operator<<(std::ostream& stream, JitMethod& method) {
+    const std::ios_base::fmtflags flags = stream.flags();
+    const Module::Ptr& module = method.methodInfo()->m_module;
+    KORVANE_ASSERT(module);
+    if (!module)
+        return stream;
+    // The report has always left the fill at '0' behind it.
+    stream.fill('0');
+    const SourceFile& sourceFile = method.methodInfo()->m_sourceFile;
+    stream << "Method id:       " << PrefixedHex{method.getRawMethodId()} << std::endl
+           << "Parent id:       " << PrefixedHex{method.getRawParentId()} << std::endl
+           << "Metadata token:  " << PrefixedHex{method.getMethodToken()} << std::endl
+           << "Load time:       " << PrefixedHex{method.getLoadTime()} << std::endl
+           << "Name:            " << method.getMethodName() << std::endl
+           << "Full name:       " << method.getQualifiedMethodName() << std::endl
+           << "Class:           " << method.getClassName() << std::endl
+           << "Module:          " << module->getFilePath() << std::endl
+           << "Module arch:     " << architectureName(module->getArchitecture()) << std::endl
+           << "Source file:     " << sourceFile.fileName() << std::endl
+           << "Checksum type:   " << std::hex << sourceFile.getChecksumType() << std::endl
+           << "Checksum:        " << sourceFile.checksum() << std::endl
+           << "Language type:   " << std::hex << sourceFile.getLanguageType() << std::endl
+           << "Code info:" << std::endl
+           << "number of code regions: " << std::dec << method.regionCount() << std::endl;
+    u32_t number = 0;
+    for (const Region::Ptr& region : method.codeRegions())
+        dumpCodeRegion(stream, method, *region, ++number, module->getArchitecture());
+    stream.flags(flags);
+    return stream;
+}
+
+} // namespace korvane_3_10

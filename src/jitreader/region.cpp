@@ -1,0 +1,229 @@
+// One stretch of JIT code: IP range, jit RVA, lifetime, bytes and inlines.
+#include "jitreader/region.h"
+
+#include "jitreader/jit_method.h"
+#include "jitreader/logging.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <vector>
+
+KORVANE_DEFINE_FILE_LOGGER()
+
+namespace korvane_3_10 {
+
+namespace {
+
+const u32_t g_noInline = 0xFFFFFFFF;
+const unsigned char g_noOperation = 0x90;
+
+bool isKnownSegmentType(korvane_segment_type_t segType) {
+    return segType == stCode || segType == stData || segType == stKeep;
+}
+
+// The dumps print every number with its prefix, zero as "0x0".
+struct PrefixedHex {
+    u64_t value;
+};
+
+std::ostream& operator<<(std::ostream& stream, PrefixedHex number) {
+    const std::ios_base::fmtflags flags = stream.flags();
+    stream << "0x" << std::hex << std::noshowbase << number.value;
+    stream.flags(flags);
+    return stream;
+}
+
+boost::shared_ptr<IByteBuffer> makeFilledBuffer(u32_t length, unsigned char value) {
+    const std::vector<unsigned char> filling(length, value);
+    boost::shared_ptr<IByteBuffer> buffer = IByteBuffer::create();
+    buffer->assign(filling.data(), length);
+    return buffer;
+}
+
+void copyBytes(std::vector<unsigned char>& image, u32_t imageOffset, const IByteBuffer& source, u32_t sourceOffset,
+               u32_t count) {
+    // The image and the source are trusted to hold the region's length; the
+    // copy is still clipped so that a short buffer cannot be overrun.
+    const u32_t sourceSize = source.size();
+    if (count == 0 || sourceOffset >= sourceSize || imageOffset >= image.size())
+        return;
+    u32_t length = count;
+    if (length > sourceSize - sourceOffset)
+        length = sourceSize - sourceOffset;
+    if (length > image.size() - imageOffset)
+        length = static_cast<u32_t>(image.size() - imageOffset);
+    const unsigned char* bytes = static_cast<const unsigned char*>(source.data());
+    std::copy(bytes + sourceOffset, bytes + sourceOffset + length, image.begin() + imageOffset);
+}
+
+} // namespace
+
+Region::Region()
+    : m_hostId(0), m_processId(0), m_startJitRva(0), m_loadTime(0), m_unloadTime(0), m_startAddress(0),
+      m_length(0) {}
+
+Region::Region(const Region& other)
+    : ICodeRegion(other), m_hostId(other.m_hostId), m_processId(other.m_processId),
+      m_startJitRva(other.m_startJitRva), m_loadTime(other.m_loadTime), m_unloadTime(other.m_unloadTime),
+      m_startAddress(other.m_startAddress), m_length(other.m_length), m_markupRanges(other.m_markupRanges) {
+    if (other.m_content) {
+        m_content = IByteBuffer::create();
+        m_content->assign(other.m_content->data(), other.m_content->size());
+    }
+}
+
+Region::~Region() {
+    m_markupRanges.clear();
+    m_inlinedMethods.clear();
+    m_inlinedRegions.clear();
+    m_content.reset();
+}
+
+ISymbol::Ptr Region::getInlinedSymbol(jit_rva_t jitRva) const { return getInlinedMethod(jitRva); }
+
+ICodeRegion::Ptr Region::getInlinedCodeRegion(jit_rva_t jitRva) const { return getInlinedRegion(jitRva); }
+
+u32_t Region::getInlineIndex(jit_rva_t jitRva) const {
+    for (std::size_t index = 0; index < m_inlinedRegions.size(); ++index) {
+        const Region& child = *m_inlinedRegions[index];
+        if (child.m_startJitRva <= jitRva && jitRva - child.m_startJitRva < child.m_length)
+            return static_cast<u32_t>(index);
+    }
+    return g_noInline;
+}
+
+Region::MethodPtr Region::getInlinedMethod(jit_rva_t jitRva) const {
+    const u32_t index = getInlineIndex(jitRva);
+    return index < m_inlinedMethods.size() ? m_inlinedMethods[index] : MethodPtr();
+}
+
+Region::Ptr Region::getInlinedRegion(jit_rva_t jitRva) const {
+    const u32_t index = getInlineIndex(jitRva);
+    return index < m_inlinedRegions.size() ? m_inlinedRegions[index] : Ptr();
+}
+
+skeinkit2::generic_iterator_t<ICodeRegion::Ptr> Region::getInlinedRegions() const {
+    typedef skeinkit2::iterutil::stl_iterator_impl_t<Ptr, std::vector<Ptr>::const_iterator> Source;
+    typedef skeinkit2::generic_iterator_t<ICodeRegion::Ptr> Result;
+    return Result::adopt(new Result::converting_iterator_impl_t<Ptr>(
+        new Source(m_inlinedRegions.begin(), m_inlinedRegions.end())));
+}
+
+void Region::addChildRegion(Ptr child, MethodPtr method) {
+    m_inlinedRegions.push_back(child);
+    m_inlinedMethods.push_back(method);
+}
+
+korvane_error_t Region::normalizeInlineJitRvaRanges(jit_rva_t parentRva, address_t parentAddress) {
+    KORVANE_ASSERT(m_inlinedRegions.size() == m_inlinedMethods.size());
+    const u64_t delta = parentRva - parentAddress;
+    for (std::size_t index = 0; index < m_inlinedRegions.size(); ++index) {
+        Region& child = *m_inlinedRegions[index];
+        const jit_rva_t rva = delta + child.m_startAddress;
+        child.m_startJitRva = rva;
+        if (index < m_inlinedMethods.size() && m_inlinedMethods[index]) {
+            JitMethod& method = *m_inlinedMethods[index];
+            method.setStartJitRva(rva);
+            // Later finalisations find the tables in place already.
+            if (!method.lineTablesPlaced()) {
+                method.normalizeLineNumberInfoJitRvaRanges(rva);
+                method.setLineTablesPlaced(true);
+            }
+        }
+        KORVANE_LOG_TRACE("  Set jit rva range = " << hex(rva) << "-" << hex(rva + child.m_length)
+                                                   << " for ip range = " << hex(child.m_startAddress) << "-"
+                                                   << hex(child.m_startAddress + child.m_length) << ".");
+        const korvane_error_t result = child.normalizeInlineJitRvaRanges(parentRva, parentAddress);
+        if (result != meSuccess)
+            return result;
+    }
+    return meSuccess;
+}
+
+korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const boost::shared_ptr<IByteBuffer>& bytes,
+                                       korvane_segment_type_t segType, const ustring& rangeName) {
+    KORVANE_TRACE_SCOPE();
+    const u64_t regionStart = m_startAddress;
+    const u64_t regionEnd = m_startAddress + m_length;
+    const u64_t updateEnd = codeAddr + codeLen;
+    if (codeAddr == 0 || codeLen == 0) {
+        KORVANE_LOG_ERROR("Couldn't update because the input range is invalid:"
+                          << " codeAddr = " << hex(codeAddr) << ", codeLen = " << hex(codeLen));
+        return meNotFound;
+    }
+    if (!bytes) {
+        KORVANE_LOG_ERROR("Couldn't update because the input content is empty");
+        return meNotFound;
+    }
+    if (!isKnownSegmentType(segType)) {
+        KORVANE_LOG_ERROR("Couldn't update because the input segment type =" << hex(segType) << " is not recognized");
+        return meNotFound;
+    }
+    KORVANE_ASSERT(m_content);
+    if (updateEnd > regionEnd || codeAddr < regionStart) {
+        KORVANE_LOG_ERROR("Couldn't accept update (ip range = " << hex(codeAddr) << "-" << hex(updateEnd)
+                                                                << ") because it overlaps parent's ip range "
+                                                                << hex(regionStart) << "-" << hex(regionEnd));
+        return meNotFound;
+    }
+    // A region without bytes has no image to fold the update into.
+    if (!m_content)
+        return meNotFound;
+    const Range key = {codeAddr, codeLen};
+    const std::pair<MarkupRanges::iterator, bool> inserted =
+        m_markupRanges.insert(std::make_pair(key, RangeProps{segType, rangeName}));
+    korvane_segment_type_t effectiveType = segType;
+    if (!inserted.second) {
+        const Range& existing = inserted.first->first;
+        const korvane_segment_type_t storedType = inserted.first->second.segType;
+        if (existing.m_start != codeAddr || existing.m_length != codeLen) {
+            KORVANE_LOG_ERROR("Couldn't accept update (ip range = "
+                              << hex(codeAddr) << "-" << hex(updateEnd) << ") because it overlaps an existing markup range "
+                              << hex(existing.m_start) << "-" << hex(existing.end()) << " with segType = "
+                              << hex(storedType));
+            return meNotFound;
+        }
+        if (segType == stKeep) {
+            effectiveType = storedType;
+        } else if (segType != storedType) {
+            // The table keeps the type it first held; only this update's bytes change kind.
+            KORVANE_LOG_INFO("Changed a type of markup range (ip range = " << hex(codeAddr) << "-" << hex(updateEnd)
+                                                                            << ") from " << hex(storedType) << "  to "
+                                                                            << hex(segType));
+        }
+    }
+    const boost::shared_ptr<IByteBuffer> source =
+        effectiveType == stData ? makeFilledBuffer(codeLen, g_noOperation) : bytes;
+    const u32_t imageSize = m_content->size();
+    std::vector<unsigned char> image(imageSize, 0);
+    const u32_t headLength = static_cast<u32_t>(codeAddr - regionStart);
+    const u32_t tailOffset = static_cast<u32_t>(updateEnd - regionStart);
+    const u32_t tailLength = static_cast<u32_t>(regionEnd - updateEnd);
+    if (codeAddr == regionStart && updateEnd == regionEnd) {
+        copyBytes(image, 0, *source, 0, source->size());
+    } else {
+        copyBytes(image, 0, *m_content, 0, headLength);
+        copyBytes(image, headLength, *source, 0, codeLen);
+        copyBytes(image, tailOffset, *m_content, tailOffset, tailLength);
+    }
+    m_content->assign(image.data(), imageSize);
+    KORVANE_LOG_INFO("Updated code region (ip range = " << hex(regionStart) << "-" << hex(regionEnd + regionStart)
+                                                        << " successfully");
+    return meSuccess;
+}
+
+void Region::dumpInlines(ustringstream& stream, u32_t indent) {
+    KORVANE_ASSERT(m_inlinedRegions.size() == m_inlinedMethods.size());
+    for (std::size_t index = 0; index < m_inlinedRegions.size(); ++index) {
+        const Region& child = *m_inlinedRegions[index];
+        const JitMethod* method = index < m_inlinedMethods.size() ? m_inlinedMethods[index].get() : nullptr;
+        stream << std::endl
+               << std::setfill(' ') << std::setw(static_cast<int>(indent)) << "#" << std::dec << index + 1 << " "
+               << (method ? method->getMethodName() : "") << " (method id = "
+               << PrefixedHex{method ? method->getRawMethodId() : 0u} << ", ip range = "
+               << PrefixedHex{child.m_startAddress} << "-" << PrefixedHex{child.endAddress()} << ")";
+        m_inlinedRegions[index]->dumpInlines(stream, indent + 4);
+    }
+}
+
+} // namespace korvane_3_10
