@@ -75,7 +75,7 @@ inline korvane_tracewriter::LoadRecord richLoadRecord() {
     record.ranges = {{0x7f0000001000, 0x40, codeBytes(0x40)}, {0x7f0000002000, 0x20, codeBytes(0x18, 0x80)}};
     record.moduleName = "/opt/app/lib/app.so";
     record.architecture = 1;
-    record.methodName = "Widget.draw(int)";
+    record.methodName = "draw(int)";
     record.className = "ui.Widget";
     record.sourceFileName = "Widget.cs";
     record.checksumType = 2;
@@ -97,7 +97,7 @@ inline korvane_tracewriter::InlineRecord richInlineRecord() {
     record.code = codeBytes(0x10, 0x40);
     record.moduleName = "/opt/app/lib/app.so";
     record.architecture = 1;
-    record.methodName = "Point.length()";
+    record.methodName = "length()";
     record.className = "geo.Point";
     record.sourceFileName = "Point.cs";
     record.languageType = 3;
