@@ -19,6 +19,9 @@ using korvane_3_10::jit_rva_t;
 using korvane_3_10::u32_t;
 using korvane_3_10::u64_t;
 using korvane_test::DecoderSetup;
+using korvane_test::FakeRegionSearch;
+using korvane_test::foundRegion;
+using korvane_test::kRegionStart;
 using korvane_test::kStartJitRva;
 using korvane_test::LogCapture;
 using korvane_test::TraceFile;
@@ -197,52 +200,6 @@ TEST(InlineRecordTest, JavaNamesAndModuleDefaultsFollowTheLoadRecordRules) {
 }
 
 // --- update V2 records ---
-
-// Answers every search with the region and method it was given.
-class FakeRegionSearch : public JitFileDecoder::SearchRegionCallback {
-public:
-    korvane_error_t findRegion(u64_t address, u64_t time, u32_t pid, u32_t hostId, Region::Ptr& region,
-                               JitMethod::Ptr& method) const override {
-        ++calls;
-        askedAddress = address;
-        askedTime = time;
-        askedPid = pid;
-        askedHostId = hostId;
-        region = m_region;
-        method = m_method;
-        return m_result;
-    }
-
-    korvane_error_t m_result = meSuccess;
-    Region::Ptr m_region;
-    JitMethod::Ptr m_method;
-    mutable int calls = 0;
-    mutable u64_t askedAddress = 0;
-    mutable u64_t askedTime = 0;
-    mutable u32_t askedPid = 0;
-    mutable u32_t askedHostId = 0;
-};
-
-const address_t kRegionStart = 0x7f0000001000;
-
-// The region of a method with raw id 77 at kRegionStart, 0x10 bytes 00..0f, at jit RVA 0x500.
-FakeRegionSearch foundRegion() {
-    FakeRegionSearch search;
-    search.m_region.reset(new Region());
-    search.m_region->setStartAddress(kRegionStart);
-    search.m_region->setLength(0x10);
-    search.m_region->setStartJitRva(0x500);
-    search.m_region->setLoadTime(0x5000);
-    search.m_region->setProcessId(korvane_test::kPid);
-    search.m_region->setHostId(korvane_test::kHostId);
-    const boost::shared_ptr<korvane_3_10::IByteBuffer> bytes = korvane_3_10::IByteBuffer::create();
-    const Bytes image = korvane_test::codeBytes(0x10, 0);
-    bytes->assign(image.data(), static_cast<u32_t>(image.size()));
-    search.m_region->setContent(bytes);
-    search.m_method.reset(new JitMethod());
-    search.m_method->setRawMethodId(77);
-    return search;
-}
 
 struct UpdateDecoding {
     bool accepted = false;

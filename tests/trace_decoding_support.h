@@ -117,6 +117,53 @@ inline korvane_tracewriter::UpdateV2Record richUpdateRecord() {
     return record;
 }
 
+// Answers every search with the region and method it was given.
+class FakeRegionSearch : public korvane_3_10::JitFileDecoder::SearchRegionCallback {
+public:
+    korvane_error_t findRegion(korvane_3_10::u64_t address, korvane_3_10::u64_t time, korvane_3_10::u32_t pid,
+                               korvane_3_10::u32_t hostId, korvane_3_10::Region::Ptr& region,
+                               korvane_3_10::JitMethod::Ptr& method) const override {
+        ++calls;
+        askedAddress = address;
+        askedTime = time;
+        askedPid = pid;
+        askedHostId = hostId;
+        region = m_region;
+        method = m_method;
+        return m_result;
+    }
+
+    korvane_error_t m_result = meSuccess;
+    korvane_3_10::Region::Ptr m_region;
+    korvane_3_10::JitMethod::Ptr m_method;
+    mutable int calls = 0;
+    mutable korvane_3_10::u64_t askedAddress = 0;
+    mutable korvane_3_10::u64_t askedTime = 0;
+    mutable korvane_3_10::u32_t askedPid = 0;
+    mutable korvane_3_10::u32_t askedHostId = 0;
+};
+
+const korvane_3_10::address_t kRegionStart = 0x7f0000001000;
+
+// The region of a method with raw id 77 at kRegionStart, 0x10 bytes 00..0f, at jit RVA 0x500.
+inline FakeRegionSearch foundRegion() {
+    FakeRegionSearch search;
+    search.m_region.reset(new korvane_3_10::Region());
+    search.m_region->setStartAddress(kRegionStart);
+    search.m_region->setLength(0x10);
+    search.m_region->setStartJitRva(0x500);
+    search.m_region->setLoadTime(0x5000);
+    search.m_region->setProcessId(korvane_test::kPid);
+    search.m_region->setHostId(korvane_test::kHostId);
+    const boost::shared_ptr<korvane_3_10::IByteBuffer> bytes = korvane_3_10::IByteBuffer::create();
+    const korvane_tracewriter::Bytes image = korvane_test::codeBytes(0x10, 0);
+    bytes->assign(image.data(), static_cast<korvane_3_10::u32_t>(image.size()));
+    search.m_region->setContent(bytes);
+    search.m_method.reset(new korvane_3_10::JitMethod());
+    search.m_method->setRawMethodId(77);
+    return search;
+}
+
 } // namespace korvane_test
 
 #endif
