@@ -21,7 +21,7 @@ JitMethod::Ptr methodIn(u32_t hostId, u32_t processId, korvane_arch arch, korvan
 }
 
 struct HashCase {
-    const char* name;
+    const char *name;
     u32_t rawId;
     u32_t hostId;
     u32_t processId;
@@ -34,17 +34,33 @@ const HashCase g_cases[] = {
     {"RawIdOnHostAndProcess", 1234, 1, 5678, arch_xa64, "1234.1.56781", {0xdc27968aca26c86eull, 0x5da23faea1a3ffe2ull}},
     {"OtherHost", 1234, 2, 5678, arch_xa64, "1234.2.56781", {0x7ceb0d03064b2de4ull, 0x04f590dcf6385779ull}},
     {"OtherProcess", 1234, 1, 5679, arch_xa64, "1234.1.56791", {0x71ebe4f98e6fbd95ull, 0x0e6f678fcc7074b1ull}},
-    {"ArchitectureZeroStillAppends", 1234, 1, 5678, arch_xa32, "1234.1.56780",
+    {"ArchitectureZeroStillAppends",
+     1234,
+     1,
+     5678,
+     arch_xa32,
+     "1234.1.56780",
      {0xf7c30e135b844cdbull, 0xf30b6c55337373f4ull}},
-    {"NamesWithoutRawId", 0, 1, 5678, arch_xa32, "100A::f(int)A/x/y.so0", {0xdf95e5198a52da12ull, 0x5476614f02e8134aull}},
-    {"NamesOnAnotherArchitecture", 0, 9, 9, arch_xa64, "100A::f(int)A/x/y.so1",
+    {"NamesWithoutRawId",
+     0,
+     1,
+     5678,
+     arch_xa32,
+     "100A::f(int)A/x/y.so0",
+     {0xdf95e5198a52da12ull, 0x5476614f02e8134aull}},
+    {"NamesOnAnotherArchitecture",
+     0,
+     9,
+     9,
+     arch_xa64,
+     "100A::f(int)A/x/y.so1",
      {0xef1d90a436bd34c6ull, 0x0aaec83d1679ded2ull}},
 };
 
 class MethodIdHashTest : public ::testing::TestWithParam<HashCase> {};
 
 TEST_P(MethodIdHashTest, TextAndDigest) {
-    const HashCase& hash = GetParam();
+    const HashCase &hash = GetParam();
     const JitMethod::Ptr method = methodIn(hash.hostId, hash.processId, hash.arch);
     const Md5HashGenerator generator;
     EXPECT_EQ(hash.text, generator.hashText(hash.rawId, method));
@@ -54,7 +70,7 @@ TEST_P(MethodIdHashTest, TextAndDigest) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, MethodIdHashTest, ::testing::ValuesIn(g_cases),
-                         [](const ::testing::TestParamInfo<HashCase>& info) { return info.param.name; });
+                         [](const ::testing::TestParamInfo<HashCase> &info) { return info.param.name; });
 
 TEST(MethodIdHashTest, RawIdIgnoresNamesAndAddresses) {
     const JitMethod::Ptr first = methodIn(1, 5678, arch_xa64, 0x1000);

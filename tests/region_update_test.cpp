@@ -23,7 +23,7 @@ struct Step {
 };
 
 struct UpdateCase {
-    const char* name;
+    const char *name;
     std::vector<Step> steps;
     Bytes image;         // expected bytes after all steps
     std::string message; // expected somewhere in the log, if not empty
@@ -33,7 +33,7 @@ const Bytes g_original = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 const Bytes g_patch = {0xAA, 0xBB, 0xCC, 0xDD};
 const Bytes g_other = {0x11, 0x22, 0x33, 0x44};
 
-Bytes withBytesAt(Bytes image, std::size_t offset, const Bytes& bytes) {
+Bytes withBytesAt(Bytes image, std::size_t offset, const Bytes &bytes) {
     std::copy(bytes.begin(), bytes.end(), image.begin() + static_cast<long>(offset));
     return image;
 }
@@ -41,7 +41,9 @@ Bytes withBytesAt(Bytes image, std::size_t offset, const Bytes& bytes) {
 const Bytes g_nops = {0x90, 0x90, 0x90, 0x90};
 
 const UpdateCase g_cases[] = {
-    {"CodeInTheMiddle", {{0x1004, 4, g_patch, stCode, meSuccess}}, withBytesAt(g_original, 4, g_patch),
+    {"CodeInTheMiddle",
+     {{0x1004, 4, g_patch, stCode, meSuccess}},
+     withBytesAt(g_original, 4, g_patch),
      "Updated code region (ip range = 0x1000-0x2010 successfully"},
     {"DataFillsWithNoOperations", {{0x1004, 4, g_patch, stData, meSuccess}}, withBytesAt(g_original, 4, g_nops), ""},
     {"CodeAtTheHead", {{0x1000, 4, g_patch, stCode, meSuccess}}, withBytesAt(g_original, 0, g_patch), ""},
@@ -99,7 +101,9 @@ const UpdateCase g_cases[] = {
      {{0x1004, 0, g_patch, stCode, meNotFound}},
      g_original,
      "Couldn't update because the input range is invalid: codeAddr = 0x1004, codeLen = 0"},
-    {"NoBuffer", {{0x1004, 4, Bytes(), stCode, meNotFound}}, g_original,
+    {"NoBuffer",
+     {{0x1004, 4, Bytes(), stCode, meNotFound}},
+     g_original,
      "Couldn't update because the input content is empty"},
     {"BadAddressIsToldBeforeMissingBuffer",
      {{0, 4, Bytes(), stCode, meNotFound}},
@@ -109,19 +113,21 @@ const UpdateCase g_cases[] = {
      {{0x1004, 4, g_patch, 4, meNotFound}},
      g_original,
      "Couldn't update because the input segment type =0x4 is not recognized"},
-    {"SegmentTypeZero", {{0x1004, 4, g_patch, 0, meNotFound}}, g_original,
+    {"SegmentTypeZero",
+     {{0x1004, 4, g_patch, 0, meNotFound}},
+     g_original,
      "Couldn't update because the input segment type =0 is not recognized"},
 };
 
 class AddBytesUpdateTest : public ::testing::TestWithParam<UpdateCase> {};
 
 TEST_P(AddBytesUpdateTest, ImageAndLog) {
-    const UpdateCase& update = GetParam();
+    const UpdateCase &update = GetParam();
     Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);
     region->setContent(makeBuffer(g_original));
-    const korvane_3_10::IByteBuffer* buffer = region->getBytes().get();
+    const korvane_3_10::IByteBuffer *buffer = region->getBytes().get();
     LogCapture log;
-    for (const Step& step : update.steps) {
+    for (const Step &step : update.steps) {
         const boost::shared_ptr<korvane_3_10::IByteBuffer> bytes =
             step.bytes.empty() ? boost::shared_ptr<korvane_3_10::IByteBuffer>() : makeBuffer(step.bytes);
         EXPECT_EQ(step.result, region->addBytesUpdate(step.address, step.length, bytes,
@@ -135,7 +141,7 @@ TEST_P(AddBytesUpdateTest, ImageAndLog) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Updates, AddBytesUpdateTest, ::testing::ValuesIn(g_cases),
-                         [](const ::testing::TestParamInfo<UpdateCase>& info) { return info.param.name; });
+                         [](const ::testing::TestParamInfo<UpdateCase> &info) { return info.param.name; });
 
 TEST(AddBytesUpdateTest, MarkupKeepsTheTypeItFirstHeld) {
     Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);
