@@ -15,7 +15,7 @@ using korvane_3_10::ozd_print_hex_line;
 using korvane_3_10::X86Decoder;
 
 struct DumpCase {
-    const char *name;
+    const char* name;
     std::vector<unsigned char> code;
     std::uint64_t address;
     korvane_arch arch;
@@ -73,7 +73,7 @@ const DumpCase g_dumps[] = {
 class CodeDumpTest : public ::testing::TestWithParam<DumpCase> {};
 
 TEST_P(CodeDumpTest, Lines) {
-    const DumpCase &dump = GetParam();
+    const DumpCase& dump = GetParam();
     std::ostringstream stream;
     dumpCodeDisassembly(stream, dump.code.data(), static_cast<korvane_3_10::u32_t>(dump.code.size()), dump.address,
                         dump.arch);
@@ -81,7 +81,7 @@ TEST_P(CodeDumpTest, Lines) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Dumps, CodeDumpTest, ::testing::ValuesIn(g_dumps),
-                         [](const ::testing::TestParamInfo<DumpCase> &info) { return info.param.name; });
+                         [](const ::testing::TestParamInfo<DumpCase>& info) { return info.param.name; });
 
 TEST(CodeDumpTest, NoBytes) {
     const unsigned char code[] = {0x31, 0xC0};

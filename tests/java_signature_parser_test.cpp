@@ -98,10 +98,10 @@ TEST(UnmangleNameTest, StopsOnTheSemicolonOrTheEnd) {
 }
 
 TEST(JavaSignatureParserTest, IsParsedNameMarks) {
-    for (const char *readable : {"a,b", "a.b", "x[]", "f(byte", "f(char", "f(double", "f(float", "f(int", "f(long",
+    for (const char* readable : {"a,b", "a.b", "x[]", "f(byte", "f(char", "f(double", "f(float", "f(int", "f(long",
                                  "f(short", "f(boolean", "f(void"})
         EXPECT_TRUE(JavaSignatureParser::isParsedName(readable)) << readable;
-    for (const char *mangled : {"f(I)V", "f(String)", "", "f([I)V"})
+    for (const char* mangled : {"f(I)V", "f(String)", "", "f([I)V"})
         EXPECT_FALSE(JavaSignatureParser::isParsedName(mangled)) << mangled;
 }
 

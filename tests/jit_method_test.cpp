@@ -21,11 +21,11 @@ using korvane_3_10::SourceFile;
 using korvane_3_10::u32_t;
 
 struct NameCase {
-    const char *className;
-    const char *methodName;
-    const char *expectedClass;
-    const char *expectedMethod;
-    const char *expectedQualified;
+    const char* className;
+    const char* methodName;
+    const char* expectedClass;
+    const char* expectedMethod;
+    const char* expectedQualified;
 };
 
 const NameCase g_names[] = {
@@ -43,7 +43,7 @@ const NameCase g_names[] = {
 class MethodNameTest : public ::testing::TestWithParam<NameCase> {};
 
 TEST_P(MethodNameTest, ClassFirstThenMethod) {
-    const NameCase &name = GetParam();
+    const NameCase& name = GetParam();
     const JitMethod::Ptr method = makeMethod(1, name.className, name.methodName);
     EXPECT_STREQ(name.expectedClass, method->getClassName());
     EXPECT_STREQ(name.expectedMethod, method->getMethodName());
@@ -188,7 +188,7 @@ TEST(JitMethodTest, LabelPrintsHexWithZeroAsZero) {
 }
 
 struct ValidateCase {
-    const char *name;
+    const char* name;
     std::vector<korvane_line_number_entry> nativeToSource;
     std::size_t messages;
 };
@@ -212,7 +212,7 @@ TEST_P(ValidateSymbolicInfoTest, MessagesAboutLinesPastTheCode) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Lines, ValidateSymbolicInfoTest, ::testing::ValuesIn(g_validateCases),
-                         [](const ::testing::TestParamInfo<ValidateCase> &info) { return info.param.name; });
+                         [](const ::testing::TestParamInfo<ValidateCase>& info) { return info.param.name; });
 
 TEST(ValidateSymbolicInfoTest, MessageText) {
     const JitMethod::Ptr method = makeMethod(1);
@@ -236,8 +236,8 @@ TEST(ValidateSymbolicInfoTest, WithoutRegionOnlyAsserts) {
 }
 
 struct CompareCase {
-    const char *ownFile;
-    const char *newFile;
+    const char* ownFile;
+    const char* newFile;
     std::string message; // empty: nothing is said
 };
 

@@ -19,7 +19,7 @@ const u32_t g_noIl = 0xFFFFFFFF;
 const Range g_key = {0x500, 0x20};
 
 struct LocationCase {
-    const char *name;
+    const char* name;
     Table nativeToManaged;
     Table managedToSource;
     Table nativeToSource;
@@ -47,7 +47,7 @@ const LocationCase g_locations[] = {
 class SourceLocationTest : public ::testing::TestWithParam<LocationCase> {};
 
 TEST_P(SourceLocationTest, Line) {
-    const LocationCase &location = GetParam();
+    const LocationCase& location = GetParam();
     const JitMethod::Ptr method = makeMethod(1);
     method->addLineNumberInfo(ltNativeToManaged, location.nativeToManaged, g_key);
     method->addLineNumberInfo(ltManagedToSource, location.managedToSource, g_key);
@@ -62,7 +62,7 @@ TEST_P(SourceLocationTest, Line) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Lookups, SourceLocationTest, ::testing::ValuesIn(g_locations),
-                         [](const ::testing::TestParamInfo<LocationCase> &info) { return info.param.name; });
+                         [](const ::testing::TestParamInfo<LocationCase>& info) { return info.param.name; });
 
 TEST(SourceLocationTest, CarriesACopyOfTheSourceFile) {
     const JitMethod::Ptr method = makeMethod(1);
@@ -162,7 +162,7 @@ TEST_F(LineNumberInfoTest, SourceRangeOverwritesTheFirstEntryToo) {
 }
 
 struct RangeCase {
-    const char *name;
+    const char* name;
     Table nativeToManaged;
     Table managedToSource;
     Table nativeToSource;
@@ -181,7 +181,7 @@ const RangeCase g_ranges[] = {
 class SourceRangeTest : public ::testing::TestWithParam<RangeCase> {};
 
 TEST_P(SourceRangeTest, LowestAndHighest) {
-    const RangeCase &range = GetParam();
+    const RangeCase& range = GetParam();
     const JitMethod::Ptr method = makeMethod(1);
     method->addLineNumberInfo(ltNativeToManaged, range.nativeToManaged, g_key);
     method->addLineNumberInfo(ltManagedToSource, range.managedToSource, g_key);
@@ -194,7 +194,7 @@ TEST_P(SourceRangeTest, LowestAndHighest) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Ranges, SourceRangeTest, ::testing::ValuesIn(g_ranges),
-                         [](const ::testing::TestParamInfo<RangeCase> &info) { return info.param.name; });
+                         [](const ::testing::TestParamInfo<RangeCase>& info) { return info.param.name; });
 
 TEST(SourceRangeTest, Refusals) {
     const JitMethod::Ptr method = makeMethod(1);
@@ -224,7 +224,7 @@ TEST(AddLineNumberInfoTest, FirstWriterOfATableWins) {
         << errors[0];
     EXPECT_TRUE(method->addLineNumberInfo(ltManagedToSource, {entry(0, 1, 7)}, g_key));
     ASSERT_EQ(1u, method->getLineNumberInfo().size());
-    const JitMethod::LineInfoHolder &holder = method->getLineNumberInfo().begin()->second;
+    const JitMethod::LineInfoHolder& holder = method->getLineNumberInfo().begin()->second;
     EXPECT_EQ(5u, holder.m_nativeToSource[0].lineNumber);
     EXPECT_EQ(7u, holder.m_managedToSource[0].lineNumber);
 }
@@ -243,7 +243,7 @@ TEST(AddLineNumberInfoTest, UnknownTypeMakesAnEmptyEntry) {
     const korvane_line_info_type unknown = static_cast<korvane_line_info_type>(7);
     EXPECT_TRUE(method->addLineNumberInfo(unknown, {entry(0, 4, 5)}, g_key));
     ASSERT_EQ(1u, method->getLineNumberInfo().size());
-    const JitMethod::LineInfoHolder &holder = method->getLineNumberInfo().begin()->second;
+    const JitMethod::LineInfoHolder& holder = method->getLineNumberInfo().begin()->second;
     EXPECT_TRUE(holder.m_nativeToManaged.empty() && holder.m_managedToSource.empty() &&
                 holder.m_nativeToSource.empty());
     EXPECT_TRUE(method->addLineNumberInfo(unknown, {entry(0, 4, 5)}, g_key));

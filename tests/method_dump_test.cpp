@@ -45,7 +45,7 @@ const std::string g_emptyTables = "Managed to source map: (ILOffset, lineNo)\n"
                                   "Native to source map: (nativeStartOffset-nativeEndOffset, LineNo)\n"
                                   "number of lines: 0";
 
-std::string report(JitMethod &method) {
+std::string report(JitMethod& method) {
     std::ostringstream stream;
     stream << method;
     return stream.str();
@@ -117,8 +117,8 @@ TEST(MethodReportTest, NextRegionGoesOnInTheLastTablesLine) {
 
 struct ArchCase {
     korvane_arch arch;
-    const char *name;
-    const char *disassembly;
+    const char* name;
+    const char* disassembly;
 };
 
 class MethodReportArchTest : public ::testing::TestWithParam<ArchCase> {};

@@ -21,7 +21,7 @@ JitMethod::Ptr methodIn(u32_t hostId, u32_t processId, korvane_arch arch, korvan
 }
 
 struct HashCase {
-    const char *name;
+    const char* name;
     u32_t rawId;
     u32_t hostId;
     u32_t processId;
@@ -60,7 +60,7 @@ const HashCase g_cases[] = {
 class MethodIdHashTest : public ::testing::TestWithParam<HashCase> {};
 
 TEST_P(MethodIdHashTest, TextAndDigest) {
-    const HashCase &hash = GetParam();
+    const HashCase& hash = GetParam();
     const JitMethod::Ptr method = methodIn(hash.hostId, hash.processId, hash.arch);
     const Md5HashGenerator generator;
     EXPECT_EQ(hash.text, generator.hashText(hash.rawId, method));
@@ -70,7 +70,7 @@ TEST_P(MethodIdHashTest, TextAndDigest) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, MethodIdHashTest, ::testing::ValuesIn(g_cases),
-                         [](const ::testing::TestParamInfo<HashCase> &info) { return info.param.name; });
+                         [](const ::testing::TestParamInfo<HashCase>& info) { return info.param.name; });
 
 TEST(MethodIdHashTest, RawIdIgnoresNamesAndAddresses) {
     const JitMethod::Ptr first = methodIn(1, 5678, arch_xa64, 0x1000);

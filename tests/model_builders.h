@@ -13,14 +13,14 @@ namespace korvane_test {
 using korvane_3_10::JitMethod;
 using korvane_3_10::Region;
 
-inline boost::shared_ptr<korvane_3_10::IByteBuffer> makeBuffer(const std::vector<unsigned char> &bytes) {
+inline boost::shared_ptr<korvane_3_10::IByteBuffer> makeBuffer(const std::vector<unsigned char>& bytes) {
     boost::shared_ptr<korvane_3_10::IByteBuffer> buffer = korvane_3_10::IByteBuffer::create();
     buffer->assign(bytes.data(), static_cast<korvane_3_10::u32_t>(bytes.size()));
     return buffer;
 }
 
-inline std::vector<unsigned char> bytesOf(const boost::shared_ptr<korvane_3_10::IByteBuffer> &buffer) {
-    const unsigned char *data = static_cast<const unsigned char *>(buffer->data());
+inline std::vector<unsigned char> bytesOf(const boost::shared_ptr<korvane_3_10::IByteBuffer>& buffer) {
+    const unsigned char* data = static_cast<const unsigned char*>(buffer->data());
     return std::vector<unsigned char>(data, data + buffer->size());
 }
 
@@ -37,8 +37,8 @@ inline Region::Ptr makeRegion(korvane_3_10::address_t address, korvane_3_10::u32
     return region;
 }
 
-inline JitMethod::Ptr makeMethod(korvane_3_10::u32_t rawId, const std::string &className = std::string(),
-                                 const std::string &methodName = std::string()) {
+inline JitMethod::Ptr makeMethod(korvane_3_10::u32_t rawId, const std::string& className = std::string(),
+                                 const std::string& methodName = std::string()) {
     JitMethod::Ptr method(new JitMethod());
     method->setRawMethodId(rawId);
     method->methodInfo()->setClassName(className);

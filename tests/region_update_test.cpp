@@ -23,7 +23,7 @@ struct Step {
 };
 
 struct UpdateCase {
-    const char *name;
+    const char* name;
     std::vector<Step> steps;
     Bytes image;         // expected bytes after all steps
     std::string message; // expected somewhere in the log, if not empty
@@ -33,7 +33,7 @@ const Bytes g_original = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 const Bytes g_patch = {0xAA, 0xBB, 0xCC, 0xDD};
 const Bytes g_other = {0x11, 0x22, 0x33, 0x44};
 
-Bytes withBytesAt(Bytes image, std::size_t offset, const Bytes &bytes) {
+Bytes withBytesAt(Bytes image, std::size_t offset, const Bytes& bytes) {
     std::copy(bytes.begin(), bytes.end(), image.begin() + static_cast<long>(offset));
     return image;
 }
@@ -122,12 +122,12 @@ const UpdateCase g_cases[] = {
 class AddBytesUpdateTest : public ::testing::TestWithParam<UpdateCase> {};
 
 TEST_P(AddBytesUpdateTest, ImageAndLog) {
-    const UpdateCase &update = GetParam();
+    const UpdateCase& update = GetParam();
     Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);
     region->setContent(makeBuffer(g_original));
-    const korvane_3_10::IByteBuffer *buffer = region->getBytes().get();
+    const korvane_3_10::IByteBuffer* buffer = region->getBytes().get();
     LogCapture log;
-    for (const Step &step : update.steps) {
+    for (const Step& step : update.steps) {
         const boost::shared_ptr<korvane_3_10::IByteBuffer> bytes =
             step.bytes.empty() ? boost::shared_ptr<korvane_3_10::IByteBuffer>() : makeBuffer(step.bytes);
         EXPECT_EQ(step.result, region->addBytesUpdate(step.address, step.length, bytes,
@@ -141,7 +141,7 @@ TEST_P(AddBytesUpdateTest, ImageAndLog) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Updates, AddBytesUpdateTest, ::testing::ValuesIn(g_cases),
-                         [](const ::testing::TestParamInfo<UpdateCase> &info) { return info.param.name; });
+                         [](const ::testing::TestParamInfo<UpdateCase>& info) { return info.param.name; });
 
 TEST(AddBytesUpdateTest, MarkupKeepsTheTypeItFirstHeld) {
     Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);

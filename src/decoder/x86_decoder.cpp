@@ -9,7 +9,7 @@ namespace korvane_3_10 {
 
 namespace {
 
-const char *const g_lastName = "LAST";
+const char* const g_lastName = "LAST";
 
 std::once_flag g_formatterOnce;
 ZydisFormatter g_formatter;
@@ -38,7 +38,7 @@ void X86Decoder::reset(MachineMode mode, std::uint32_t stackWidth) {
     m_ready = ZYAN_SUCCESS(ZydisDecoderInit(&m_decoder, machineMode, width));
 }
 
-std::uint32_t X86Decoder::decode(const unsigned char *bytes, std::uint32_t count) {
+std::uint32_t X86Decoder::decode(const unsigned char* bytes, std::uint32_t count) {
     if (!m_ready)
         return ZYAN_STATUS_INVALID_OPERATION;
     const ZyanStatus status =
@@ -47,7 +47,7 @@ std::uint32_t X86Decoder::decode(const unsigned char *bytes, std::uint32_t count
     return m_decoded ? 0 : static_cast<std::uint32_t>(status);
 }
 
-int X86Decoder::format(char *buffer, std::size_t size, std::uint64_t runtimeAddress, int syntax) const {
+int X86Decoder::format(char* buffer, std::size_t size, std::uint64_t runtimeAddress, int syntax) const {
     if (!buffer || size < minTextSize || syntax != syntaxIntel || !m_decoded || !g_formatterReady)
         return 0;
     const ZyanStatus status =
@@ -56,21 +56,21 @@ int X86Decoder::format(char *buffer, std::size_t size, std::uint64_t runtimeAddr
     return ZYAN_SUCCESS(status) ? 1 : 0;
 }
 
-const char *X86Decoder::categoryName() const { return categoryName(m_instruction.meta.category); }
+const char* X86Decoder::categoryName() const { return categoryName(m_instruction.meta.category); }
 
-const char *X86Decoder::extensionName() const { return extensionName(m_instruction.meta.isa_ext); }
+const char* X86Decoder::extensionName() const { return extensionName(m_instruction.meta.isa_ext); }
 
-const char *X86Decoder::categoryName(std::uint32_t category) {
+const char* X86Decoder::categoryName(std::uint32_t category) {
     if (category > ZYDIS_CATEGORY_MAX_VALUE)
         return g_lastName;
-    const char *name = ZydisCategoryGetString(static_cast<ZydisInstructionCategory>(category));
+    const char* name = ZydisCategoryGetString(static_cast<ZydisInstructionCategory>(category));
     return name ? name : g_lastName;
 }
 
-const char *X86Decoder::extensionName(std::uint32_t extension) {
+const char* X86Decoder::extensionName(std::uint32_t extension) {
     if (extension > ZYDIS_ISA_EXT_MAX_VALUE)
         return g_lastName;
-    const char *name = ZydisISAExtGetString(static_cast<ZydisISAExt>(extension));
+    const char* name = ZydisISAExtGetString(static_cast<ZydisISAExt>(extension));
     return name ? name : g_lastName;
 }
 

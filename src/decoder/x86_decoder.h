@@ -26,16 +26,16 @@ public:
     // Empties the instruction record and sets the mode; stackWidth is 4 or 8 bytes.
     void reset(MachineMode mode, std::uint32_t stackWidth);
     // 0 on success, else the decoder's non-zero status; reads at most 15 bytes.
-    std::uint32_t decode(const unsigned char *bytes, std::uint32_t count);
+    std::uint32_t decode(const unsigned char* bytes, std::uint32_t count);
     std::uint32_t length() const { return m_instruction.length; }
     // Non-zero on success, with one zero-ended line of assembler text in the buffer.
-    int format(char *buffer, std::size_t size, std::uint64_t runtimeAddress, int syntax) const;
-    const char *categoryName() const;
-    const char *extensionName() const;
+    int format(char* buffer, std::size_t size, std::uint64_t runtimeAddress, int syntax) const;
+    const char* categoryName() const;
+    const char* extensionName() const;
 
     // Names of raw values; values out of range read "LAST".
-    static const char *categoryName(std::uint32_t category);
-    static const char *extensionName(std::uint32_t extension);
+    static const char* categoryName(std::uint32_t category);
+    static const char* extensionName(std::uint32_t extension);
 
 private:
     ZydisDecoder m_decoder;

@@ -20,7 +20,7 @@ struct MachineState {
     u32_t stackWidth;
 };
 
-bool machineStateFor(korvane_arch arch, MachineState &state) {
+bool machineStateFor(korvane_arch arch, MachineState& state) {
     switch (arch) {
     case arch_xa32:
         state = MachineState{X86Decoder::mmBits32, 4};
@@ -37,7 +37,7 @@ bool machineStateFor(korvane_arch arch, MachineState &state) {
 
 } // namespace
 
-void ozd_print_hex_line(char *out, const unsigned char *bytes, int length, int /*maxLength*/) {
+void ozd_print_hex_line(char* out, const unsigned char* bytes, int length, int /*maxLength*/) {
     static const char digits[] = "0123456789ABCDEF";
     if (length < 0) {
         out[0] = '\0';
@@ -51,7 +51,7 @@ void ozd_print_hex_line(char *out, const unsigned char *bytes, int length, int /
     *out = '\0';
 }
 
-void dumpCodeDisassembly(std::ostream &stream, const unsigned char *code, u32_t size, u64_t address,
+void dumpCodeDisassembly(std::ostream& stream, const unsigned char* code, u32_t size, u64_t address,
                          korvane_arch arch) {
     if (!code || size == 0) {
         stream << "  no bytes" << std::endl;
@@ -68,7 +68,7 @@ void dumpCodeDisassembly(std::ostream &stream, const unsigned char *code, u32_t 
     std::ostringstream local;
     local << std::hex;
     X86Decoder decoder;
-    const unsigned char *position = code;
+    const unsigned char* position = code;
     u32_t remaining = size;
     u64_t current = address;
     while (remaining > 0) {

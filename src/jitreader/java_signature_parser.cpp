@@ -11,10 +11,10 @@ namespace {
 // exhaust the stack, so the translation stops there as at the end of the text.
 const unsigned g_maxNesting = 256;
 
-const char *const g_readableMarks[] = {",",      ".",    "[]",    "(byte",  "(char",    "(double",
+const char* const g_readableMarks[] = {",",      ".",    "[]",    "(byte",  "(char",    "(double",
                                        "(float", "(int", "(long", "(short", "(boolean", "(void"};
 
-const char *primitiveName(char letter) {
+const char* primitiveName(char letter) {
     switch (letter) {
     case 'B':
         return "byte";
@@ -41,10 +41,10 @@ const char *primitiveName(char letter) {
     }
 }
 
-void unmangleType(const std::string &signature, std::size_t &pos, std::string &out, unsigned depth);
+void unmangleType(const std::string& signature, std::size_t& pos, std::string& out, unsigned depth);
 
 // Reading past the end throws std::out_of_range, which ends the name quietly.
-void unmangleClassName(const std::string &signature, std::size_t &pos, std::string &out, unsigned depth) {
+void unmangleClassName(const std::string& signature, std::size_t& pos, std::string& out, unsigned depth) {
     if (depth > g_maxNesting)
         return;
     try {
@@ -70,11 +70,11 @@ void unmangleClassName(const std::string &signature, std::size_t &pos, std::stri
             }
             out += signature.at(pos);
         }
-    } catch (const std::out_of_range &) {
+    } catch (const std::out_of_range&) {
     }
 }
 
-void unmangleBound(const std::string &signature, std::size_t &pos, std::string &out, unsigned depth) {
+void unmangleBound(const std::string& signature, std::size_t& pos, std::string& out, unsigned depth) {
     const std::size_t colon = pos;
     ++pos;
     if (signature.at(pos) == ':') {
@@ -86,12 +86,12 @@ void unmangleBound(const std::string &signature, std::size_t &pos, std::string &
     unmangleType(signature, pos, out, depth + 1);
 }
 
-void unmangleType(const std::string &signature, std::size_t &pos, std::string &out, unsigned depth) {
+void unmangleType(const std::string& signature, std::size_t& pos, std::string& out, unsigned depth) {
     if (depth > g_maxNesting)
         return;
     try {
         const char current = signature.at(pos);
-        if (const char *name = primitiveName(current)) {
+        if (const char* name = primitiveName(current)) {
             out += name;
             return;
         }
@@ -118,13 +118,13 @@ void unmangleType(const std::string &signature, std::size_t &pos, std::string &o
         default:
             return;
         }
-    } catch (const std::out_of_range &) {
+    } catch (const std::out_of_range&) {
     }
 }
 
 } // namespace
 
-std::string JavaSignatureParser::parseClassName(const std::string &name) {
+std::string JavaSignatureParser::parseClassName(const std::string& name) {
     if (name.empty() || name.find('.') != std::string::npos)
         return name;
     if (name.front() != 'L' && name.back() != ';')
@@ -135,7 +135,7 @@ std::string JavaSignatureParser::parseClassName(const std::string &name) {
     return out;
 }
 
-std::string JavaSignatureParser::parseMethodName(const std::string &name) {
+std::string JavaSignatureParser::parseMethodName(const std::string& name) {
     if (name.empty() || isParsedName(name))
         return name;
     const std::size_t open = name.find('(');
@@ -161,19 +161,19 @@ std::string JavaSignatureParser::parseMethodName(const std::string &name) {
     return out + ")";
 }
 
-bool JavaSignatureParser::isParsedName(const std::string &name) {
-    for (const char *mark : g_readableMarks) {
+bool JavaSignatureParser::isParsedName(const std::string& name) {
+    for (const char* mark : g_readableMarks) {
         if (name.find(mark) != std::string::npos)
             return true;
     }
     return false;
 }
 
-void JavaSignatureParser::unmangle(const std::string &signature, std::size_t &pos, std::string &out) {
+void JavaSignatureParser::unmangle(const std::string& signature, std::size_t& pos, std::string& out) {
     unmangleType(signature, pos, out, 0);
 }
 
-void JavaSignatureParser::unmangleName(const std::string &signature, std::size_t &pos, std::string &out) {
+void JavaSignatureParser::unmangleName(const std::string& signature, std::size_t& pos, std::string& out) {
     unmangleClassName(signature, pos, out, 0);
 }
 

@@ -20,7 +20,7 @@ namespace {
 const u32_t g_noIlOffset = 0xFFFFFFFF;
 
 // Runtime names come dotted; users read "::" between the parts.
-std::string joinDottedParts(const std::string &name) {
+std::string joinDottedParts(const std::string& name) {
     typedef boost::tokenizer<boost::char_separator<char>> Tokenizer;
     const boost::char_separator<char> separator(".");
     const Tokenizer tokens(name, separator);
@@ -33,7 +33,7 @@ std::string joinDottedParts(const std::string &name) {
     return joined;
 }
 
-const std::vector<korvane_line_number_entry> *tableOf(const JitMethod::LineInfoHolder &holder,
+const std::vector<korvane_line_number_entry>* tableOf(const JitMethod::LineInfoHolder& holder,
                                                       korvane_line_info_type type) {
     switch (type) {
     case ltNativeToManaged:
@@ -46,24 +46,24 @@ const std::vector<korvane_line_number_entry> *tableOf(const JitMethod::LineInfoH
     return nullptr;
 }
 
-std::vector<korvane_line_number_entry> *tableOf(JitMethod::LineInfoHolder &holder, korvane_line_info_type type) {
-    return const_cast<std::vector<korvane_line_number_entry> *>(
-        tableOf(static_cast<const JitMethod::LineInfoHolder &>(holder), type));
+std::vector<korvane_line_number_entry>* tableOf(JitMethod::LineInfoHolder& holder, korvane_line_info_type type) {
+    return const_cast<std::vector<korvane_line_number_entry>*>(
+        tableOf(static_cast<const JitMethod::LineInfoHolder&>(holder), type));
 }
 
 // The native side leaves out the match on an empty entry's start that the
 // other two walks make; the difference is kept.
-const korvane_line_number_entry *findNativeToManaged(const std::vector<korvane_line_number_entry> &table,
+const korvane_line_number_entry* findNativeToManaged(const std::vector<korvane_line_number_entry>& table,
                                                      u32_t offset) {
-    for (const korvane_line_number_entry &entry : table) {
+    for (const korvane_line_number_entry& entry : table) {
         if (entry.startOffset <= offset && offset < entry.endOffset)
             return &entry;
     }
     return nullptr;
 }
 
-const korvane_line_number_entry *findByStartOrSpan(const std::vector<korvane_line_number_entry> &table, u32_t offset) {
-    for (const korvane_line_number_entry &entry : table) {
+const korvane_line_number_entry* findByStartOrSpan(const std::vector<korvane_line_number_entry>& table, u32_t offset) {
+    for (const korvane_line_number_entry& entry : table) {
         if (offset == entry.startOffset || (offset >= entry.startOffset && offset < entry.endOffset))
             return &entry;
     }
@@ -72,7 +72,7 @@ const korvane_line_number_entry *findByStartOrSpan(const std::vector<korvane_lin
 
 Range probeAt(jit_rva_t jitRva) { return Range{jitRva, 1}; }
 
-const char *architectureName(korvane_arch arch) {
+const char* architectureName(korvane_arch arch) {
     switch (arch) {
     case arch_xa32:
         return "xa32";
@@ -88,7 +88,7 @@ const char *architectureName(korvane_arch arch) {
 
 struct TableHeader {
     korvane_line_info_type type;
-    const char *text;
+    const char* text;
 };
 
 const TableHeader g_tableHeaders[] = {
@@ -97,7 +97,7 @@ const TableHeader g_tableHeaders[] = {
     {ltNativeToSource, "Native to source map: (nativeStartOffset-nativeEndOffset, LineNo)"},
 };
 
-void dumpLineTable(std::ostream &stream, const JitMethod &method, const TableHeader &header, jit_rva_t jitRva) {
+void dumpLineTable(std::ostream& stream, const JitMethod& method, const TableHeader& header, jit_rva_t jitRva) {
     u32_t count = 0;
     if (method.getLineNumberInfo(header.type, nullptr, &count, jitRva) != meSuccess)
         count = 0;
@@ -106,12 +106,12 @@ void dumpLineTable(std::ostream &stream, const JitMethod &method, const TableHea
         return;
     std::vector<korvane_line_number_entry> entries(count, korvane_line_number_entry{0, 0, 0});
     method.getLineNumberInfo(header.type, entries.data(), &count, jitRva);
-    for (const korvane_line_number_entry &entry : entries) {
+    for (const korvane_line_number_entry& entry : entries) {
         stream << std::endl << "    " << entry.startOffset << "-" << entry.endOffset << "  " << entry.lineNumber;
     }
 }
 
-void dumpCodeRegion(std::ostream &stream, const JitMethod &method, const Region &region, u32_t number,
+void dumpCodeRegion(std::ostream& stream, const JitMethod& method, const Region& region, u32_t number,
                     korvane_arch arch) {
     stream << "  Code region:   " << std::dec << number << std::endl
            << "  JitRVA range:  " << prefixedHex(region.startJitRva()) << "-"
@@ -123,7 +123,7 @@ void dumpCodeRegion(std::ostream &stream, const JitMethod &method, const Region 
            << "  Disassembly:" << std::endl;
     if (region.content()) {
         const u32_t size = std::min(region.length(), region.content()->size());
-        dumpCodeDisassembly(stream, static_cast<const unsigned char *>(region.content()->data()), size,
+        dumpCodeDisassembly(stream, static_cast<const unsigned char*>(region.content()->data()), size,
                             region.startAddress(), arch);
     }
     for (std::size_t index = 0; index < sizeof g_tableHeaders / sizeof g_tableHeaders[0]; ++index) {
@@ -137,13 +137,13 @@ void dumpCodeRegion(std::ostream &stream, const JitMethod &method, const Region 
 
 BaseMethodInfo::BaseMethodInfo() : m_baseMethodId{0, 0}, m_baseParentId{0, 0}, m_methodToken(0) {}
 
-void BaseMethodInfo::setClassName(const std::string &name) {
+void BaseMethodInfo::setClassName(const std::string& name) {
     if (name.empty())
         return;
     m_className = joinDottedParts(name);
 }
 
-void BaseMethodInfo::setMethodName(const std::string &name) {
+void BaseMethodInfo::setMethodName(const std::string& name) {
     if (name.empty())
         return;
     std::string working = m_className.empty() ? std::string() : m_className + "::";
@@ -171,8 +171,8 @@ skeinkit2::generic_iterator_t<ICodeRegion::Ptr> JitMethod::getRegions() const {
         new Result::converting_iterator_impl_t<Region::Ptr>(new Source(m_codeRegions.begin(), m_codeRegions.end())));
 }
 
-korvane_error_t JitMethod::getVirtualAddress(jit_rva_t jitRva, address_t *address) const {
-    for (const Region::Ptr &region : m_codeRegions) {
+korvane_error_t JitMethod::getVirtualAddress(jit_rva_t jitRva, address_t* address) const {
+    for (const Region::Ptr& region : m_codeRegions) {
         if (region->startJitRva() <= jitRva && jitRva < region->startJitRva() + region->length()) {
             if (address)
                 *address = jitRva - region->startJitRva() + region->startAddress();
@@ -182,8 +182,8 @@ korvane_error_t JitMethod::getVirtualAddress(jit_rva_t jitRva, address_t *addres
     return meNotFound;
 }
 
-korvane_error_t JitMethod::getPid(jit_rva_t jitRva, u32_t &pid) const {
-    for (const Region::Ptr &region : m_codeRegions) {
+korvane_error_t JitMethod::getPid(jit_rva_t jitRva, u32_t& pid) const {
+    for (const Region::Ptr& region : m_codeRegions) {
         if (region->startJitRva() <= jitRva && jitRva < region->startJitRva() + region->length()) {
             pid = region->processId();
             return meSuccess;
@@ -192,10 +192,10 @@ korvane_error_t JitMethod::getPid(jit_rva_t jitRva, u32_t &pid) const {
     return meNotFound;
 }
 
-JitMethod::LineInfoHolder *JitMethod::selectLineInfo(jit_rva_t jitRva) const {
+JitMethod::LineInfoHolder* JitMethod::selectLineInfo(jit_rva_t jitRva) const {
     if (m_lineNumberInfo.empty())
         return nullptr;
-    LineInfoHolder &holder = m_lineNumberInfo.begin()->second;
+    LineInfoHolder& holder = m_lineNumberInfo.begin()->second;
     if (jitRva == 0)
         return &holder;
     const LineNumberInfo::const_iterator found = m_lineNumberInfo.find(probeAt(jitRva));
@@ -208,14 +208,14 @@ JitMethod::LineInfoHolder *JitMethod::selectLineInfo(jit_rva_t jitRva) const {
     return &holder;
 }
 
-korvane_error_t JitMethod::getLineNumberInfo(korvane_line_info_type type, korvane_line_number_entry *entries,
-                                             u32_t *count, jit_rva_t jitRva) const {
+korvane_error_t JitMethod::getLineNumberInfo(korvane_line_info_type type, korvane_line_number_entry* entries,
+                                             u32_t* count, jit_rva_t jitRva) const {
     if (!count)
         return meInvalidArgument;
-    const LineInfoHolder *holder = selectLineInfo(jitRva);
+    const LineInfoHolder* holder = selectLineInfo(jitRva);
     if (!holder)
         return meNotFound;
-    const std::vector<korvane_line_number_entry> *table = tableOf(*holder, type);
+    const std::vector<korvane_line_number_entry>* table = tableOf(*holder, type);
     if (!table)
         return meNotFound;
     const u32_t size = static_cast<u32_t>(table->size());
@@ -228,20 +228,20 @@ korvane_error_t JitMethod::getLineNumberInfo(korvane_line_info_type type, korvan
     return meSuccess;
 }
 
-korvane_error_t JitMethod::getSourceRange(korvane_line_number_entry *first, korvane_line_number_entry *last,
+korvane_error_t JitMethod::getSourceRange(korvane_line_number_entry* first, korvane_line_number_entry* last,
                                           jit_rva_t jitRva) const {
     if (m_lineNumberInfo.empty() || !first || !last)
         return meNotFound;
-    const LineInfoHolder *holder = selectLineInfo(jitRva);
+    const LineInfoHolder* holder = selectLineInfo(jitRva);
     if (!holder)
         return meNotFound;
-    const std::vector<korvane_line_number_entry> &table =
+    const std::vector<korvane_line_number_entry>& table =
         holder->m_managedToSource.empty() ? holder->m_nativeToSource : holder->m_managedToSource;
     if (table.empty())
         return meNotFound;
     u32_t lowest = table.front().lineNumber;
     u32_t highest = lowest;
-    for (const korvane_line_number_entry &entry : table) {
+    for (const korvane_line_number_entry& entry : table) {
         lowest = std::min(lowest, entry.lineNumber);
         highest = std::max(highest, entry.lineNumber);
     }
@@ -254,14 +254,14 @@ ISourceLocation::Ptr JitMethod::getSourceLocation(jit_rva_t jitRva) const {
     const LineNumberInfo::const_iterator found = m_lineNumberInfo.find(probeAt(jitRva));
     if (found == m_lineNumberInfo.end())
         return ISourceLocation::Ptr();
-    const LineInfoHolder &holder = found->second;
-    const Range &key = found->first;
+    const LineInfoHolder& holder = found->second;
+    const Range& key = found->first;
     if (jitRva < key.m_start || jitRva - key.m_start >= key.m_length)
         return ISourceLocation::Ptr();
     const u32_t offset = static_cast<u32_t>(jitRva - key.m_start);
-    const korvane_line_number_entry *line = nullptr;
+    const korvane_line_number_entry* line = nullptr;
     if (!holder.m_nativeToManaged.empty() && !holder.m_managedToSource.empty()) {
-        const korvane_line_number_entry *native = findNativeToManaged(holder.m_nativeToManaged, offset);
+        const korvane_line_number_entry* native = findNativeToManaged(holder.m_nativeToManaged, offset);
         if (!native || native->lineNumber == g_noIlOffset)
             return ISourceLocation::Ptr();
         line = findByStartOrSpan(holder.m_managedToSource, native->lineNumber);
@@ -288,13 +288,13 @@ JitMethod::Ptr JitMethod::clone() const {
     return copy;
 }
 
-bool JitMethod::addLineNumberInfo(korvane_line_info_type type, const std::vector<korvane_line_number_entry> &entries,
-                                  const Range &range) {
+bool JitMethod::addLineNumberInfo(korvane_line_info_type type, const std::vector<korvane_line_number_entry>& entries,
+                                  const Range& range) {
     if (entries.empty())
         return false;
     const LineNumberInfo::iterator found = m_lineNumberInfo.find(range);
     if (found != m_lineNumberInfo.end()) {
-        std::vector<korvane_line_number_entry> *table = tableOf(found->second, type);
+        std::vector<korvane_line_number_entry>* table = tableOf(found->second, type);
         if (!table)
             return true;
         if (!table->empty()) {
@@ -306,7 +306,7 @@ bool JitMethod::addLineNumberInfo(korvane_line_info_type type, const std::vector
         return true;
     }
     LineInfoHolder holder;
-    if (std::vector<korvane_line_number_entry> *table = tableOf(holder, type))
+    if (std::vector<korvane_line_number_entry>* table = tableOf(holder, type))
         *table = entries;
     if (!m_lineNumberInfo.insert(std::make_pair(range, holder)).second) {
         KORVANE_LOG_ERROR("Couldn't add line number info for this"
@@ -316,11 +316,11 @@ bool JitMethod::addLineNumberInfo(korvane_line_info_type type, const std::vector
     return true;
 }
 
-bool JitMethod::addLineNumberInfo(const LineNumberInfo &info) {
+bool JitMethod::addLineNumberInfo(const LineNumberInfo& info) {
     static const korvane_line_info_type types[] = {ltNativeToManaged, ltManagedToSource, ltNativeToSource};
-    for (const LineNumberInfo::value_type &entry : info) {
+    for (const LineNumberInfo::value_type& entry : info) {
         for (korvane_line_info_type type : types) {
-            const std::vector<korvane_line_number_entry> &table = *tableOf(entry.second, type);
+            const std::vector<korvane_line_number_entry>& table = *tableOf(entry.second, type);
             if (!table.empty() && !addLineNumberInfo(type, table, entry.first))
                 return false;
         }
@@ -332,7 +332,7 @@ void JitMethod::normalizeLineNumberInfoJitRvaRanges(jit_rva_t jitRva) {
     if (m_lineNumberInfo.empty())
         return;
     LineNumberInfo moved;
-    for (const LineNumberInfo::value_type &entry : m_lineNumberInfo) {
+    for (const LineNumberInfo::value_type& entry : m_lineNumberInfo) {
         const Range key = {entry.first.m_start + jitRva, entry.first.m_length};
         const bool ret = moved.insert(std::make_pair(key, entry.second)).second;
         KORVANE_ASSERT(ret);
@@ -344,11 +344,11 @@ void JitMethod::validateSymbolicInfo() const {
     KORVANE_ASSERT(m_codeRegions.size());
     if (m_codeRegions.empty())
         return;
-    const Region &region = *m_codeRegions.front();
+    const Region& region = *m_codeRegions.front();
     const LineNumberInfo::const_iterator found = m_lineNumberInfo.find(probeAt(region.startJitRva()));
     if (found == m_lineNumberInfo.end())
         return;
-    for (const korvane_line_number_entry &entry : found->second.m_nativeToSource) {
+    for (const korvane_line_number_entry& entry : found->second.m_nativeToSource) {
         if (entry.endOffset > region.length()) {
             KORVANE_LOG_ERROR("Detected line number (start offset = "
                               << hex(entry.startOffset) << ", end offset = " << hex(entry.endOffset)
@@ -360,7 +360,7 @@ void JitMethod::validateSymbolicInfo() const {
     }
 }
 
-void JitMethod::compareSymbolicInfoTo(const Ptr &jitMethod) const {
+void JitMethod::compareSymbolicInfoTo(const Ptr& jitMethod) const {
     KORVANE_ASSERT(jitMethod);
     if (!jitMethod)
         return;
@@ -388,7 +388,7 @@ void JitMethod::compareSymbolicInfoTo(const Ptr &jitMethod) const {
 std::string JitMethod::dumpRegions() {
     ustringstream stream;
     u32_t number = 0;
-    for (const Region::Ptr &region : m_codeRegions) {
+    for (const Region::Ptr& region : m_codeRegions) {
         ++number;
         if (region->unloadTime() != 0)
             continue;
@@ -400,15 +400,15 @@ std::string JitMethod::dumpRegions() {
     return stream.str();
 }
 
-std::ostream &operator<<(std::ostream &stream, const MethodLabel &label) {
-    const JitMethod &method = label.method;
+std::ostream& operator<<(std::ostream& stream, const MethodLabel& label) {
+    const JitMethod& method = label.method;
     return stream << "(method id = " << hex(method.getRawMethodId()) << ", name = " << method.getMethodName()
                   << ", load time = " << hex(method.getLoadTime()) << ")";
 }
 
-std::ostream &operator<<(std::ostream &stream, JitMethod &method) {
+std::ostream& operator<<(std::ostream& stream, JitMethod& method) {
     const std::ios_base::fmtflags flags = stream.flags();
-    const Module::Ptr &module = method.methodInfo()->m_module;
+    const Module::Ptr& module = method.methodInfo()->m_module;
     KORVANE_ASSERT(module);
     if (!module)
         return stream;
@@ -416,7 +416,7 @@ std::ostream &operator<<(std::ostream &stream, JitMethod &method) {
     // report has always left the fill at '0' behind it.
     stream.flags(std::ios_base::dec);
     stream.fill('0');
-    const SourceFile &sourceFile = method.methodInfo()->m_sourceFile;
+    const SourceFile& sourceFile = method.methodInfo()->m_sourceFile;
     stream << "Method id:       " << prefixedHex(method.getRawMethodId()) << std::endl
            << "Parent id:       " << prefixedHex(method.getRawParentId()) << std::endl
            << "Metadata token:  " << prefixedHex(method.getMethodToken()) << std::endl
@@ -433,7 +433,7 @@ std::ostream &operator<<(std::ostream &stream, JitMethod &method) {
            << "Code info:" << std::endl
            << "number of code regions: " << std::dec << method.regionCount() << std::endl;
     u32_t number = 0;
-    for (const Region::Ptr &region : method.codeRegions())
+    for (const Region::Ptr& region : method.codeRegions())
         dumpCodeRegion(stream, method, *region, ++number, module->getArchitecture());
     stream.flags(flags);
     return stream;

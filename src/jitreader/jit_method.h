@@ -25,8 +25,8 @@ public:
     BaseMethodInfo();
 
     // Dotted names become "::"-joined; the class must be set before the method.
-    void setClassName(const std::string &name);
-    void setMethodName(const std::string &name);
+    void setClassName(const std::string& name);
+    void setMethodName(const std::string& name);
     // Null for an empty file name, else a new object on each call.
     ISourceFile::Ptr getSourceFile() const;
 
@@ -54,48 +54,48 @@ public:
     JitMethod();
 
     u32_t getMethodToken() const override { return m_methodInfo->m_methodToken; }
-    const char *getMethodName() const override { return m_methodInfo->m_methodName.c_str(); }
-    const char *getQualifiedMethodName() const override { return m_methodInfo->m_qualifiedMethodName.c_str(); }
-    const char *getClassName() const override { return m_methodInfo->m_className.c_str(); }
+    const char* getMethodName() const override { return m_methodInfo->m_methodName.c_str(); }
+    const char* getQualifiedMethodName() const override { return m_methodInfo->m_qualifiedMethodName.c_str(); }
+    const char* getClassName() const override { return m_methodInfo->m_className.c_str(); }
     IModule::Ptr getModule() const override { return m_methodInfo->m_module; }
     ISourceFile::Ptr getSourceFile() const override { return m_methodInfo->getSourceFile(); }
     skeinkit2::generic_iterator_t<ICodeRegion::Ptr> getRegions() const override;
-    korvane_error_t getVirtualAddress(jit_rva_t jitRva, address_t *address) const override;
-    korvane_error_t getPid(jit_rva_t jitRva, u32_t &pid) const override;
+    korvane_error_t getVirtualAddress(jit_rva_t jitRva, address_t* address) const override;
+    korvane_error_t getPid(jit_rva_t jitRva, u32_t& pid) const override;
     u64_t getLoadTime() const override { return m_loadTime; }
     u64_t getUnloadTime() const override { return m_unloadTime; }
-    korvane_error_t getLineNumberInfo(korvane_line_info_type type, korvane_line_number_entry *entries, u32_t *count,
+    korvane_error_t getLineNumberInfo(korvane_line_info_type type, korvane_line_number_entry* entries, u32_t* count,
                                       jit_rva_t jitRva) const override;
-    korvane_error_t getSourceRange(korvane_line_number_entry *first, korvane_line_number_entry *last,
+    korvane_error_t getSourceRange(korvane_line_number_entry* first, korvane_line_number_entry* last,
                                    jit_rva_t jitRva) const override;
     ISourceLocation::Ptr getSourceLocation(jit_rva_t jitRva) const override;
     jit_rva_t getStartJitRva() const override { return m_startJitRva; }
 
     // A second method over the same info block, regions and a copy of the line tables.
     Ptr clone() const;
-    void addCodeRegion(const Region::Ptr &region) { m_codeRegions.push_back(region); }
+    void addCodeRegion(const Region::Ptr& region) { m_codeRegions.push_back(region); }
     u32_t regionCount() const { return static_cast<u32_t>(m_codeRegions.size()); }
     u32_t getRawMethodId() const { return m_methodId; }
     u32_t getRawParentId() const { return m_parentId; }
-    const BaseMethodId &getMethodId() const { return m_methodInfo->m_baseMethodId; }
-    const BaseMethodId &getParentId() const { return m_methodInfo->m_baseParentId; }
+    const BaseMethodId& getMethodId() const { return m_methodInfo->m_baseMethodId; }
+    const BaseMethodId& getParentId() const { return m_methodInfo->m_baseParentId; }
     // Kept in the interface; unloading is tracked per region.
     void markAsUnloaded(u64_t) {}
 
-    const LineNumberInfo &getLineNumberInfo() const { return m_lineNumberInfo; }
-    bool addLineNumberInfo(korvane_line_info_type type, const std::vector<korvane_line_number_entry> &entries,
-                           const Range &range);
-    bool addLineNumberInfo(const LineNumberInfo &info);
+    const LineNumberInfo& getLineNumberInfo() const { return m_lineNumberInfo; }
+    bool addLineNumberInfo(korvane_line_info_type type, const std::vector<korvane_line_number_entry>& entries,
+                           const Range& range);
+    bool addLineNumberInfo(const LineNumberInfo& info);
     // Adds the RVA to every key start; called once per inline by finalisation.
     void normalizeLineNumberInfoJitRvaRanges(jit_rva_t jitRva);
 
     void validateSymbolicInfo() const;
-    void compareSymbolicInfoTo(const Ptr &jitMethod) const;
+    void compareSymbolicInfoTo(const Ptr& jitMethod) const;
 
     std::string dumpRegions();
 
-    const BaseMethodInfo::Ptr &methodInfo() const { return m_methodInfo; }
-    const std::vector<Region::Ptr> &codeRegions() const { return m_codeRegions; }
+    const BaseMethodInfo::Ptr& methodInfo() const { return m_methodInfo; }
+    const std::vector<Region::Ptr>& codeRegions() const { return m_codeRegions; }
     bool attachedToParent() const { return m_attachedToParent; }
     // An inline's tables move to its jit RVA range once, at the first finalisation after it is attached.
     bool lineTablesPlaced() const { return m_lineTablesPlaced; }
@@ -110,7 +110,7 @@ public:
 private:
     // The tables for the RVA (the first entry's for 0); a non-zero RVA first
     // copies its entry's tables over the first entry's. Null when none.
-    LineInfoHolder *selectLineInfo(jit_rva_t jitRva) const;
+    LineInfoHolder* selectLineInfo(jit_rva_t jitRva) const;
 
     BaseMethodInfo::Ptr m_methodInfo;
     jit_rva_t m_startJitRva;
@@ -130,14 +130,14 @@ typedef std::vector<JitMethod::Ptr> JitMethodStorage;
 
 // "(method id = ..., name = ..., load time = ...)", numbers in hex.
 struct MethodLabel {
-    const JitMethod &method;
+    const JitMethod& method;
 };
 
-inline MethodLabel label(const JitMethod &method) { return MethodLabel{method}; }
-std::ostream &operator<<(std::ostream &stream, const MethodLabel &label);
+inline MethodLabel label(const JitMethod& method) { return MethodLabel{method}; }
+std::ostream& operator<<(std::ostream& stream, const MethodLabel& label);
 
 // The full report of a method, disassembly included.
-std::ostream &operator<<(std::ostream &stream, JitMethod &method);
+std::ostream& operator<<(std::ostream& stream, JitMethod& method);
 
 } // namespace korvane_3_10
 

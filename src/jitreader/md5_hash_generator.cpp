@@ -9,7 +9,7 @@ namespace korvane_3_10 {
 
 namespace {
 
-u64_t bigEndianWord(const skeinkit2::md5_t::digest_t &digest, std::size_t offset) {
+u64_t bigEndianWord(const skeinkit2::md5_t::digest_t& digest, std::size_t offset) {
     u64_t word = 0;
     for (std::size_t index = 0; index < 8; ++index)
         word = (word << 8) | digest[offset + index];
@@ -18,7 +18,7 @@ u64_t bigEndianWord(const skeinkit2::md5_t::digest_t &digest, std::size_t offset
 
 } // namespace
 
-BaseMethodId Md5HashGenerator::getHashValue(u32_t rawId, const JitMethod::Ptr &method) const {
+BaseMethodId Md5HashGenerator::getHashValue(u32_t rawId, const JitMethod::Ptr& method) const {
     skeinkit2::md5_t md5;
     md5.update(hashText(rawId, method));
     const skeinkit2::md5_t::digest_t digest = md5.get_digest();
@@ -27,13 +27,13 @@ BaseMethodId Md5HashGenerator::getHashValue(u32_t rawId, const JitMethod::Ptr &m
     return BaseMethodId{bigEndianWord(digest, 0), bigEndianWord(digest, 8)};
 }
 
-std::string Md5HashGenerator::hashText(u32_t rawId, const JitMethod::Ptr &method) const {
+std::string Md5HashGenerator::hashText(u32_t rawId, const JitMethod::Ptr& method) const {
     std::ostringstream text;
     if (!method)
         return text.str();
-    const Module::Ptr &module = method->methodInfo()->m_module;
+    const Module::Ptr& module = method->methodInfo()->m_module;
     if (rawId != 0) {
-        const std::vector<Region::Ptr> &regions = method->codeRegions();
+        const std::vector<Region::Ptr>& regions = method->codeRegions();
         const u32_t hostId = regions.empty() ? 0 : regions.front()->hostId();
         const u32_t processId = regions.empty() ? 0 : regions.front()->processId();
         text << rawId << "." << hostId << "." << processId;

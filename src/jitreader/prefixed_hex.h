@@ -13,7 +13,7 @@ struct PrefixedHex {
 
 inline PrefixedHex prefixedHex(std::uint64_t value) { return PrefixedHex{value}; }
 
-inline std::ostream &operator<<(std::ostream &stream, PrefixedHex number) {
+inline std::ostream& operator<<(std::ostream& stream, PrefixedHex number) {
     const std::ios_base::fmtflags flags = stream.flags();
     stream << "0x" << std::hex << std::noshowbase << std::nouppercase << number.value;
     stream.flags(flags);

@@ -29,7 +29,7 @@ boost::shared_ptr<IByteBuffer> makeFilledBuffer(u32_t length, unsigned char valu
     return buffer;
 }
 
-void copyBytes(std::vector<unsigned char> &image, u32_t imageOffset, const IByteBuffer &source, u32_t sourceOffset,
+void copyBytes(std::vector<unsigned char>& image, u32_t imageOffset, const IByteBuffer& source, u32_t sourceOffset,
                u32_t count) {
     // The image and the source are trusted to hold the region's length; the
     // copy is still clipped so that a short buffer cannot be overrun.
@@ -41,7 +41,7 @@ void copyBytes(std::vector<unsigned char> &image, u32_t imageOffset, const IByte
         length = sourceSize - sourceOffset;
     if (length > image.size() - imageOffset)
         length = static_cast<u32_t>(image.size() - imageOffset);
-    const unsigned char *bytes = static_cast<const unsigned char *>(source.data());
+    const unsigned char* bytes = static_cast<const unsigned char*>(source.data());
     std::copy(bytes + sourceOffset, bytes + sourceOffset + length, image.begin() + imageOffset);
 }
 
@@ -50,7 +50,7 @@ void copyBytes(std::vector<unsigned char> &image, u32_t imageOffset, const IByte
 Region::Region()
     : m_hostId(0), m_processId(0), m_startJitRva(0), m_loadTime(0), m_unloadTime(0), m_startAddress(0), m_length(0) {}
 
-Region::Region(const Region &other)
+Region::Region(const Region& other)
     : ICodeRegion(other), m_hostId(other.m_hostId), m_processId(other.m_processId), m_startJitRva(other.m_startJitRva),
       m_loadTime(other.m_loadTime), m_unloadTime(other.m_unloadTime), m_startAddress(other.m_startAddress),
       m_length(other.m_length), m_markupRanges(other.m_markupRanges) {
@@ -73,7 +73,7 @@ ICodeRegion::Ptr Region::getInlinedCodeRegion(jit_rva_t jitRva) const { return g
 
 u32_t Region::getInlineIndex(jit_rva_t jitRva) const {
     for (std::size_t index = 0; index < m_inlinedRegions.size(); ++index) {
-        const Region &child = *m_inlinedRegions[index];
+        const Region& child = *m_inlinedRegions[index];
         if (child.m_startJitRva <= jitRva && jitRva - child.m_startJitRva < child.m_length)
             return static_cast<u32_t>(index);
     }
@@ -106,11 +106,11 @@ korvane_error_t Region::normalizeInlineJitRvaRanges(jit_rva_t parentRva, address
     KORVANE_ASSERT(m_inlinedRegions.size() == m_inlinedMethods.size());
     const u64_t delta = parentRva - parentAddress;
     for (std::size_t index = 0; index < m_inlinedRegions.size(); ++index) {
-        Region &child = *m_inlinedRegions[index];
+        Region& child = *m_inlinedRegions[index];
         const jit_rva_t rva = delta + child.m_startAddress;
         child.m_startJitRva = rva;
         if (index < m_inlinedMethods.size() && m_inlinedMethods[index]) {
-            JitMethod &method = *m_inlinedMethods[index];
+            JitMethod& method = *m_inlinedMethods[index];
             method.setStartJitRva(rva);
             // Later finalisations find the tables in place already.
             if (!method.lineTablesPlaced()) {
@@ -128,8 +128,8 @@ korvane_error_t Region::normalizeInlineJitRvaRanges(jit_rva_t parentRva, address
     return meSuccess;
 }
 
-korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const boost::shared_ptr<IByteBuffer> &bytes,
-                                       korvane_segment_type_t segType, const ustring &rangeName) {
+korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const boost::shared_ptr<IByteBuffer>& bytes,
+                                       korvane_segment_type_t segType, const ustring& rangeName) {
     KORVANE_TRACE_SCOPE();
     const u64_t regionStart = m_startAddress;
     const u64_t regionEnd = m_startAddress + m_length;
@@ -162,7 +162,7 @@ korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const 
         m_markupRanges.insert(std::make_pair(key, RangeProps{segType, rangeName}));
     korvane_segment_type_t effectiveType = segType;
     if (!inserted.second) {
-        const Range &existing = inserted.first->first;
+        const Range& existing = inserted.first->first;
         const korvane_segment_type_t storedType = inserted.first->second.segType;
         if (existing.m_start != codeAddr || existing.m_length != codeLen) {
             KORVANE_LOG_ERROR("Couldn't accept update (ip range = "
@@ -200,11 +200,11 @@ korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const 
     return meSuccess;
 }
 
-void Region::dumpInlines(ustringstream &stream, u32_t indent) {
+void Region::dumpInlines(ustringstream& stream, u32_t indent) {
     KORVANE_ASSERT(m_inlinedRegions.size() == m_inlinedMethods.size());
     for (std::size_t index = 0; index < m_inlinedRegions.size(); ++index) {
-        const Region &child = *m_inlinedRegions[index];
-        const JitMethod *method = index < m_inlinedMethods.size() ? m_inlinedMethods[index].get() : nullptr;
+        const Region& child = *m_inlinedRegions[index];
+        const JitMethod* method = index < m_inlinedMethods.size() ? m_inlinedMethods[index].get() : nullptr;
         stream << std::endl
                << std::setfill(' ') << std::setw(static_cast<int>(indent)) << "#" << std::dec << index + 1 << " "
                << (method ? method->getMethodName() : "")
