@@ -63,7 +63,8 @@ bool configureLogging(const std::string& levelName) {
     if (level == levels.end())
         return false;
     log4cplus::SharedAppenderPtr console(new log4cplus::ConsoleAppender(true, true));
-    console->setLayout(std::unique_ptr<log4cplus::Layout>(new log4cplus::PatternLayout(LOG4CPLUS_TEXT("%-5p %c: %m%n"))));
+    console->setLayout(
+        std::unique_ptr<log4cplus::Layout>(new log4cplus::PatternLayout(LOG4CPLUS_TEXT("%-5p %c: %m%n"))));
     log4cplus::Logger root = log4cplus::Logger::getRoot();
     root.addAppender(console);
     root.setLogLevel(level->second);
