@@ -13,11 +13,11 @@
 namespace {
 
 using namespace korvane_test;
+using korvane_3_10::address_t;
 using korvane_3_10::BaseMethodInfo;
 using korvane_3_10::ICodeRegion;
 using korvane_3_10::Range;
 using korvane_3_10::SourceFile;
-using korvane_3_10::address_t;
 using korvane_3_10::u32_t;
 
 struct NameCase {
@@ -87,7 +87,7 @@ TEST(MethodNameTest, SourceFileIsNullWithoutNameAndNewOnEachCall) {
 }
 
 // Regions at jit RVA 0x100 (address 0x7000, process 11) and 0x200 (address 0x9000, process 22).
-class AddressLookupTest : public ::testing::TestWithParam<std::pair<korvane_3_10::jit_rva_t, address_t> > {
+class AddressLookupTest : public ::testing::TestWithParam<std::pair<korvane_3_10::jit_rva_t, address_t>> {
 protected:
     void SetUp() override {
         m_method = makeMethod(1);

@@ -129,8 +129,7 @@ TEST_F(LineNumberInfoTest, Refusals) {
     EXPECT_EQ(meInvalidArgument, m_method->getLineNumberInfo(ltNativeToSource, nullptr, nullptr, 0));
     EXPECT_EQ(meInvalidArgument, m_method->getLineNumberInfo(ltNativeToSource, entries, nullptr, 0));
     EXPECT_EQ(meNotFound, m_method->getLineNumberInfo(ltNativeToSource, nullptr, &count, 0x700));
-    EXPECT_EQ(meNotFound,
-              m_method->getLineNumberInfo(static_cast<korvane_line_info_type>(3), nullptr, &count, 0x500));
+    EXPECT_EQ(meNotFound, m_method->getLineNumberInfo(static_cast<korvane_line_info_type>(3), nullptr, &count, 0x500));
     EXPECT_EQ(meNotFound, makeMethod(2)->getLineNumberInfo(ltNativeToSource, nullptr, &count, 0));
     EXPECT_EQ(7u, count);
 }

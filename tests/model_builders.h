@@ -46,8 +46,7 @@ inline JitMethod::Ptr makeMethod(korvane_3_10::u32_t rawId, const std::string& c
     return method;
 }
 
-inline korvane_line_number_entry entry(korvane_3_10::u32_t start, korvane_3_10::u32_t end,
-                                       korvane_3_10::u32_t line) {
+inline korvane_line_number_entry entry(korvane_3_10::u32_t start, korvane_3_10::u32_t end, korvane_3_10::u32_t line) {
     return korvane_line_number_entry{start, end, line};
 }
 

@@ -15,7 +15,7 @@ const u32_t g_none = 0xFFFFFFFF;
 
 // A parent with children at jit RVAs 0x100 (len 0x10), 0x108 (len 0x10, overlaps
 // the first) and 0x200 (len 4).
-class InlineLookupTest : public ::testing::TestWithParam<std::pair<jit_rva_t, u32_t> > {
+class InlineLookupTest : public ::testing::TestWithParam<std::pair<jit_rva_t, u32_t>> {
 protected:
     void SetUp() override {
         m_parent = makeRegion(0x7000, 0x400, 0x100);

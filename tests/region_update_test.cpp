@@ -41,7 +41,9 @@ Bytes withBytesAt(Bytes image, std::size_t offset, const Bytes& bytes) {
 const Bytes g_nops = {0x90, 0x90, 0x90, 0x90};
 
 const UpdateCase g_cases[] = {
-    {"CodeInTheMiddle", {{0x1004, 4, g_patch, stCode, meSuccess}}, withBytesAt(g_original, 4, g_patch),
+    {"CodeInTheMiddle",
+     {{0x1004, 4, g_patch, stCode, meSuccess}},
+     withBytesAt(g_original, 4, g_patch),
      "Updated code region (ip range = 0x1000-0x2010 successfully"},
     {"DataFillsWithNoOperations", {{0x1004, 4, g_patch, stData, meSuccess}}, withBytesAt(g_original, 4, g_nops), ""},
     {"CodeAtTheHead", {{0x1000, 4, g_patch, stCode, meSuccess}}, withBytesAt(g_original, 0, g_patch), ""},
@@ -99,7 +101,9 @@ const UpdateCase g_cases[] = {
      {{0x1004, 0, g_patch, stCode, meNotFound}},
      g_original,
      "Couldn't update because the input range is invalid: codeAddr = 0x1004, codeLen = 0"},
-    {"NoBuffer", {{0x1004, 4, Bytes(), stCode, meNotFound}}, g_original,
+    {"NoBuffer",
+     {{0x1004, 4, Bytes(), stCode, meNotFound}},
+     g_original,
      "Couldn't update because the input content is empty"},
     {"BadAddressIsToldBeforeMissingBuffer",
      {{0, 4, Bytes(), stCode, meNotFound}},
@@ -109,7 +113,9 @@ const UpdateCase g_cases[] = {
      {{0x1004, 4, g_patch, 4, meNotFound}},
      g_original,
      "Couldn't update because the input segment type =0x4 is not recognized"},
-    {"SegmentTypeZero", {{0x1004, 4, g_patch, 0, meNotFound}}, g_original,
+    {"SegmentTypeZero",
+     {{0x1004, 4, g_patch, 0, meNotFound}},
+     g_original,
      "Couldn't update because the input segment type =0 is not recognized"},
 };
 

@@ -15,7 +15,9 @@ std::once_flag g_formatterOnce;
 ZydisFormatter g_formatter;
 bool g_formatterReady = false;
 
-void buildFormatter() { g_formatterReady = ZYAN_SUCCESS(ZydisFormatterInit(&g_formatter, ZYDIS_FORMATTER_STYLE_INTEL)); }
+void buildFormatter() {
+    g_formatterReady = ZYAN_SUCCESS(ZydisFormatterInit(&g_formatter, ZYDIS_FORMATTER_STYLE_INTEL));
+}
 
 } // namespace
 
@@ -39,8 +41,8 @@ void X86Decoder::reset(MachineMode mode, std::uint32_t stackWidth) {
 std::uint32_t X86Decoder::decode(const unsigned char* bytes, std::uint32_t count) {
     if (!m_ready)
         return ZYAN_STATUS_INVALID_OPERATION;
-    const ZyanStatus status = ZydisDecoderDecodeFull(&m_decoder, bytes, std::min(count, maxInstructionLength),
-                                                     &m_instruction, m_operands);
+    const ZyanStatus status =
+        ZydisDecoderDecodeFull(&m_decoder, bytes, std::min(count, maxInstructionLength), &m_instruction, m_operands);
     m_decoded = ZYAN_SUCCESS(status);
     return m_decoded ? 0 : static_cast<std::uint32_t>(status);
 }

@@ -13,11 +13,11 @@ class X86Decoder {
 public:
     enum MachineMode { mmBits32, mmBits64 };
     // The syntax selector that the print settings hold after their reset: Intel.
-    static const int syntaxIntel = 3;
+    static constexpr int syntaxIntel = 3;
     // The longest x86 instruction.
-    static const std::uint32_t maxInstructionLength = 15;
+    static constexpr std::uint32_t maxInstructionLength = 15;
     // Formatting refuses buffers shorter than this.
-    static const std::size_t minTextSize = 16;
+    static constexpr std::size_t minTextSize = 16;
 
     X86Decoder();
 

@@ -85,9 +85,9 @@ void dumpCodeDisassembly(std::ostream& stream, const unsigned char* code, u32_t 
         }
         const u32_t length = decoder.length();
         ozd_print_hex_line(hexText.data(), position, static_cast<int>(length), g_hexTextSize);
-        local << "  " << "XDIS " << current << ": " << std::setw(10) << decoder.categoryName() << " " << std::setw(5)
-              << decoder.extensionName() << " " << std::setw(20) << hexText.data() << "  " << text.data()
-              << std::endl;
+        local << "  "
+              << "XDIS " << current << ": " << std::setw(10) << decoder.categoryName() << " " << std::setw(5)
+              << decoder.extensionName() << " " << std::setw(20) << hexText.data() << "  " << text.data() << std::endl;
         position += length;
         current += length;
         remaining -= length;

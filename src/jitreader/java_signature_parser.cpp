@@ -11,8 +11,8 @@ namespace {
 // exhaust the stack, so the translation stops there as at the end of the text.
 const unsigned g_maxNesting = 256;
 
-const char* const g_readableMarks[] = {",",     ".",      "[]",      "(byte",  "(char",     "(double",
-                                       "(float", "(int",  "(long",   "(short", "(boolean", "(void"};
+const char* const g_readableMarks[] = {",",      ".",    "[]",    "(byte",  "(char",    "(double",
+                                       "(float", "(int", "(long", "(short", "(boolean", "(void"};
 
 const char* primitiveName(char letter) {
     switch (letter) {

@@ -289,9 +289,7 @@ bool JitFileDecoder::decodeMethodLoadRecordV3(const Record& record, JitMethod::P
         addLineTables(fields, firstRegion, *method);
     storeMethodId(fields.methodId, method);
     logRawData(*method);
-    // The check reads the first region; a method without one is left to the data manager.
-    if (firstRegion)
-        method->validateSymbolicInfo();
+    method->validateSymbolicInfo();
     return true;
 }
 

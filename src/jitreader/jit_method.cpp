@@ -3,6 +3,7 @@
 
 #include "jitreader/code_dump.h"
 #include "jitreader/logging.h"
+#include "jitreader/prefixed_hex.h"
 #include "jitreader/source_location.h"
 
 #include <boost/tokenizer.hpp>
@@ -20,7 +21,7 @@ const u32_t g_noIlOffset = 0xFFFFFFFF;
 
 // Runtime names come dotted; users read "::" between the parts.
 std::string joinDottedParts(const std::string& name) {
-    typedef boost::tokenizer<boost::char_separator<char> > Tokenizer;
+    typedef boost::tokenizer<boost::char_separator<char>> Tokenizer;
     const boost::char_separator<char> separator(".");
     const Tokenizer tokens(name, separator);
     std::string joined;
@@ -61,8 +62,7 @@ const korvane_line_number_entry* findNativeToManaged(const std::vector<korvane_l
     return nullptr;
 }
 
-const korvane_line_number_entry* findByStartOrSpan(const std::vector<korvane_line_number_entry>& table,
-                                                   u32_t offset) {
+const korvane_line_number_entry* findByStartOrSpan(const std::vector<korvane_line_number_entry>& table, u32_t offset) {
     for (const korvane_line_number_entry& entry : table) {
         if (offset == entry.startOffset || (offset >= entry.startOffset && offset < entry.endOffset))
             return &entry;
@@ -71,18 +71,6 @@ const korvane_line_number_entry* findByStartOrSpan(const std::vector<korvane_lin
 }
 
 Range probeAt(jit_rva_t jitRva) { return Range{jitRva, 1}; }
-
-// The dumps print every number with its prefix, zero as "0x0".
-struct PrefixedHex {
-    u64_t value;
-};
-
-std::ostream& operator<<(std::ostream& stream, PrefixedHex number) {
-    const std::ios_base::fmtflags flags = stream.flags();
-    stream << "0x" << std::hex << std::noshowbase << number.value;
-    stream.flags(flags);
-    return stream;
-}
 
 const char* architectureName(korvane_arch arch) {
     switch (arch) {
@@ -119,19 +107,18 @@ void dumpLineTable(std::ostream& stream, const JitMethod& method, const TableHea
     std::vector<korvane_line_number_entry> entries(count, korvane_line_number_entry{0, 0, 0});
     method.getLineNumberInfo(header.type, entries.data(), &count, jitRva);
     for (const korvane_line_number_entry& entry : entries) {
-        stream << std::endl
-               << "    " << entry.startOffset << "-" << entry.endOffset << "  " << entry.lineNumber;
+        stream << std::endl << "    " << entry.startOffset << "-" << entry.endOffset << "  " << entry.lineNumber;
     }
 }
 
 void dumpCodeRegion(std::ostream& stream, const JitMethod& method, const Region& region, u32_t number,
                     korvane_arch arch) {
     stream << "  Code region:   " << std::dec << number << std::endl
-           << "  JitRVA range:  " << PrefixedHex{region.startJitRva()} << "-"
-           << PrefixedHex{region.startJitRva() + region.length()} << std::endl
-           << "  startAddr:     " << PrefixedHex{region.startAddress()} << std::endl
-           << "  size:          " << PrefixedHex{region.length()} << std::endl
-           << "  IP range:      " << PrefixedHex{region.startAddress()} << "-" << PrefixedHex{region.endAddress()}
+           << "  JitRVA range:  " << prefixedHex(region.startJitRva()) << "-"
+           << prefixedHex(region.startJitRva() + region.length()) << std::endl
+           << "  startAddr:     " << prefixedHex(region.startAddress()) << std::endl
+           << "  size:          " << prefixedHex(region.length()) << std::endl
+           << "  IP range:      " << prefixedHex(region.startAddress()) << "-" << prefixedHex(region.endAddress())
            << std::endl
            << "  Disassembly:" << std::endl;
     if (region.content()) {
@@ -366,8 +353,8 @@ void JitMethod::validateSymbolicInfo() const {
             KORVANE_LOG_ERROR("Detected line number (start offset = "
                               << hex(entry.startOffset) << ", end offset = " << hex(entry.endOffset)
                               << ", src line = " << hex(entry.lineNumber)
-                              << ") that does not match to code range (ip range = " << hex(region.startAddress())
-                              << "-" << hex(region.endAddress()) << ")");
+                              << ") that does not match to code range (ip range = " << hex(region.startAddress()) << "-"
+                              << hex(region.endAddress()) << ")");
             return;
         }
     }
@@ -406,8 +393,8 @@ std::string JitMethod::dumpRegions() {
         if (region->unloadTime() != 0)
             continue;
         stream << std::endl
-               << "Code region #" << std::dec << number << " (ip range = " << PrefixedHex{region->startAddress()}
-               << "-" << PrefixedHex{region->endAddress()} << ")";
+               << "Code region #" << std::dec << number << " (ip range = " << prefixedHex(region->startAddress()) << "-"
+               << prefixedHex(region->endAddress()) << ")";
         region->dumpInlines(stream, 4);
     }
     return stream.str();
@@ -425,13 +412,15 @@ std::ostream& operator<<(std::ostream& stream, JitMethod& method) {
     KORVANE_ASSERT(module);
     if (!module)
         return stream;
-    // The report has always left the fill at '0' behind it.
+    // Numbers print the same whatever the caller's stream was set to; the
+    // report has always left the fill at '0' behind it.
+    stream.flags(std::ios_base::dec);
     stream.fill('0');
     const SourceFile& sourceFile = method.methodInfo()->m_sourceFile;
-    stream << "Method id:       " << PrefixedHex{method.getRawMethodId()} << std::endl
-           << "Parent id:       " << PrefixedHex{method.getRawParentId()} << std::endl
-           << "Metadata token:  " << PrefixedHex{method.getMethodToken()} << std::endl
-           << "Load time:       " << PrefixedHex{method.getLoadTime()} << std::endl
+    stream << "Method id:       " << prefixedHex(method.getRawMethodId()) << std::endl
+           << "Parent id:       " << prefixedHex(method.getRawParentId()) << std::endl
+           << "Metadata token:  " << prefixedHex(method.getMethodToken()) << std::endl
+           << "Load time:       " << prefixedHex(method.getLoadTime()) << std::endl
            << "Name:            " << method.getMethodName() << std::endl
            << "Full name:       " << method.getQualifiedMethodName() << std::endl
            << "Class:           " << method.getClassName() << std::endl

@@ -3,6 +3,7 @@
 
 #include "jitreader/jit_method.h"
 #include "jitreader/logging.h"
+#include "jitreader/prefixed_hex.h"
 
 #include <algorithm>
 #include <iomanip>
@@ -19,18 +20,6 @@ const unsigned char g_noOperation = 0x90;
 
 bool isKnownSegmentType(korvane_segment_type_t segType) {
     return segType == stCode || segType == stData || segType == stKeep;
-}
-
-// The dumps print every number with its prefix, zero as "0x0".
-struct PrefixedHex {
-    u64_t value;
-};
-
-std::ostream& operator<<(std::ostream& stream, PrefixedHex number) {
-    const std::ios_base::fmtflags flags = stream.flags();
-    stream << "0x" << std::hex << std::noshowbase << number.value;
-    stream.flags(flags);
-    return stream;
 }
 
 boost::shared_ptr<IByteBuffer> makeFilledBuffer(u32_t length, unsigned char value) {
@@ -59,13 +48,12 @@ void copyBytes(std::vector<unsigned char>& image, u32_t imageOffset, const IByte
 } // namespace
 
 Region::Region()
-    : m_hostId(0), m_processId(0), m_startJitRva(0), m_loadTime(0), m_unloadTime(0), m_startAddress(0),
-      m_length(0) {}
+    : m_hostId(0), m_processId(0), m_startJitRva(0), m_loadTime(0), m_unloadTime(0), m_startAddress(0), m_length(0) {}
 
 Region::Region(const Region& other)
-    : ICodeRegion(other), m_hostId(other.m_hostId), m_processId(other.m_processId),
-      m_startJitRva(other.m_startJitRva), m_loadTime(other.m_loadTime), m_unloadTime(other.m_unloadTime),
-      m_startAddress(other.m_startAddress), m_length(other.m_length), m_markupRanges(other.m_markupRanges) {
+    : ICodeRegion(other), m_hostId(other.m_hostId), m_processId(other.m_processId), m_startJitRva(other.m_startJitRva),
+      m_loadTime(other.m_loadTime), m_unloadTime(other.m_unloadTime), m_startAddress(other.m_startAddress),
+      m_length(other.m_length), m_markupRanges(other.m_markupRanges) {
     if (other.m_content) {
         m_content = IByteBuffer::create();
         m_content->assign(other.m_content->data(), other.m_content->size());
@@ -105,8 +93,8 @@ Region::Ptr Region::getInlinedRegion(jit_rva_t jitRva) const {
 skeinkit2::generic_iterator_t<ICodeRegion::Ptr> Region::getInlinedRegions() const {
     typedef skeinkit2::iterutil::stl_iterator_impl_t<Ptr, std::vector<Ptr>::const_iterator> Source;
     typedef skeinkit2::generic_iterator_t<ICodeRegion::Ptr> Result;
-    return Result::adopt(new Result::converting_iterator_impl_t<Ptr>(
-        new Source(m_inlinedRegions.begin(), m_inlinedRegions.end())));
+    return Result::adopt(
+        new Result::converting_iterator_impl_t<Ptr>(new Source(m_inlinedRegions.begin(), m_inlinedRegions.end())));
 }
 
 void Region::addChildRegion(Ptr child, MethodPtr method) {
@@ -178,9 +166,9 @@ korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const 
         const korvane_segment_type_t storedType = inserted.first->second.segType;
         if (existing.m_start != codeAddr || existing.m_length != codeLen) {
             KORVANE_LOG_ERROR("Couldn't accept update (ip range = "
-                              << hex(codeAddr) << "-" << hex(updateEnd) << ") because it overlaps an existing markup range "
-                              << hex(existing.m_start) << "-" << hex(existing.end()) << " with segType = "
-                              << hex(storedType));
+                              << hex(codeAddr) << "-" << hex(updateEnd)
+                              << ") because it overlaps an existing markup range " << hex(existing.m_start) << "-"
+                              << hex(existing.end()) << " with segType = " << hex(storedType));
             return meNotFound;
         }
         if (segType == stKeep) {
@@ -188,8 +176,8 @@ korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const 
         } else if (segType != storedType) {
             // The table keeps the type it first held; only this update's bytes change kind.
             KORVANE_LOG_INFO("Changed a type of markup range (ip range = " << hex(codeAddr) << "-" << hex(updateEnd)
-                                                                            << ") from " << hex(storedType) << "  to "
-                                                                            << hex(segType));
+                                                                           << ") from " << hex(storedType) << "  to "
+                                                                           << hex(segType));
         }
     }
     const boost::shared_ptr<IByteBuffer> source =
@@ -219,9 +207,9 @@ void Region::dumpInlines(ustringstream& stream, u32_t indent) {
         const JitMethod* method = index < m_inlinedMethods.size() ? m_inlinedMethods[index].get() : nullptr;
         stream << std::endl
                << std::setfill(' ') << std::setw(static_cast<int>(indent)) << "#" << std::dec << index + 1 << " "
-               << (method ? method->getMethodName() : "") << " (method id = "
-               << PrefixedHex{method ? method->getRawMethodId() : 0u} << ", ip range = "
-               << PrefixedHex{child.m_startAddress} << "-" << PrefixedHex{child.endAddress()} << ")";
+               << (method ? method->getMethodName() : "")
+               << " (method id = " << prefixedHex(method ? method->getRawMethodId() : 0u)
+               << ", ip range = " << prefixedHex(child.m_startAddress) << "-" << prefixedHex(child.endAddress()) << ")";
         m_inlinedRegions[index]->dumpInlines(stream, indent + 4);
     }
 }
