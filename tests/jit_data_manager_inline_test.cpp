@@ -162,6 +162,25 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesMustFitTheParentAndTheirSiblings) 
     }
 }
 
+// A file read again after a failure brings its inline records once more.
+TEST(JitDataManagerInlineTest, InlineRecordsReadAgainAreNotPlacedTwice) {
+    for (const u32_t collectorType : {0u, static_cast<u32_t>(ctJitProfiler)}) {
+        SCOPED_TRACE(collectorType);
+        InlineStore store(collectorType);
+        const JitMethod::Ptr parent = store.loadParent(0x1000, 0x100);
+        const u32_t id = collectorType == ctJitProfiler ? kOuter : 0;
+        const u32_t parentId = collectorType == ctJitProfiler ? kParent : 0;
+        EXPECT_EQ(meSuccess, store.loadInline(makeInline(id, parentId, 0x1040, 0x20)));
+        EXPECT_EQ(meSuccess, store.loadInline(makeInline(id, parentId, 0x1040, 0x20)));
+        EXPECT_EQ(1u, parent->codeRegions().front()->inlinedRegions().size());
+        // Another method inlined over the same range is no repeat.
+        const JitMethod::Ptr other = makeInline(id, parentId, 0x1040, 0x20);
+        other->methodInfo()->setMethodName("other");
+        EXPECT_EQ(meSuccess, store.loadInline(other));
+        EXPECT_TRUE(other->attachedToParent());
+    }
+}
+
 TEST(JitDataManagerInlineTest, ProfilerInlinesNeedBothIds) {
     LogCapture log;
     InlineStore store(ctJitProfiler);
