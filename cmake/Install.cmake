@@ -18,6 +18,10 @@ install(FILES
   ${CMAKE_CURRENT_BINARY_DIR}/korvane_jitreaderConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/korvane_jitreader)
 
+# The .pc file finds the prefix from its own place, so that an SDK installed
+# with --prefix elsewhere, or moved, still gives the right flags.
+file(RELATIVE_PATH KORVANE_PC_PREFIX_FROM_PCDIR
+  /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/korvane-jitreader.pc.in ${CMAKE_CURRENT_BINARY_DIR}/korvane-jitreader.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korvane-jitreader.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

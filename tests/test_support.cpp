@@ -46,6 +46,7 @@ namespace {
 
 class CaptureAppender : public log4cplus::Appender {
 public:
+    ~CaptureAppender() override { destructorImpl(); }
     void close() override {}
 
     std::vector<std::pair<int, std::string> > events() const {

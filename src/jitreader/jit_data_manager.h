@@ -59,7 +59,8 @@ public:
     korvane_error_t resolveJitPoint(u64_t vaddr, u64_t timestamp, u32_t pid, u32_t hostId, JitMethod::Ptr& method,
                                     jit_rva_t& jitRva) const;
     korvane_error_t resolveJitPoint(jit_rva_t jitRva, JitMethod::Ptr& method) const;
-    korvane_error_t translateToJitRva(u32_t jitId, u64_t address, u64_t start, u64_t end, u64_t& result);
+    // Fills the converter on first use; callable from any number of threads.
+    korvane_error_t translateToJitRva(u32_t jitId, u64_t address, u64_t start, u64_t end, u64_t& result) const;
     korvane_error_t getCalleeTarget(u64_t callerJitRva, u64_t targetAddress, u64_t& calleeJitRva) const;
 
     korvane_error_t splitRegions(const Region::Ptr& region, const JitMethod::Ptr& method,
@@ -84,16 +85,33 @@ public:
     const MethodMultiMap& cachedParentMethods() const { return m_cachedParentMethods; }
 
 private:
+    // One key of a run: its pieces, in the order that keeps copies clean.
+    korvane_error_t splitKey(const Region::Ptr& region, const JitMethod::Ptr& method, u64_t newStart, u64_t newEnd,
+                             const Range& key, JitMethodContainer::Ptr& old, SingleRegionDomain& splittedRegions) const;
+    // Space that only the new region covers.
+    korvane_error_t addFreshPiece(const Range& range, const Region::Ptr& region, const JitMethod::Ptr& method,
+                                  SingleRegionDomain& splittedRegions) const;
+    // A file read a second time brings its records again; these recognise them.
+    bool isPlacedAlready(const JitMethod& jitMethod, const JitMethod& rawMethod) const;
+    bool isCachedAlready(const JitMethod& rawMethod) const;
+    bool isInlinedAlready(const Region& parentRegion, const JitMethod& rawMethod) const;
+    korvane_error_t placeRegion(u32_t pid, u32_t hostId, const JitMethod::Ptr& rawMethod,
+                                const JitMethod::Ptr& jitMethod, const Region::Ptr& region);
+    void reportUnloadedMethods(u32_t pid, u32_t hostId, const JitMethod& rawMethod, SingleRegionDomainItr first,
+                               SingleRegionDomainItr last) const;
+    void fillJitIdConverter() const;
+
     JitRvaDomain m_jitRvaDomain;
     MethodMap m_jitMethods;
     MethodMap m_inlineMethods;
     MethodMultiMap m_cachedParentMethods;
     std::map<u32_t, std::map<u32_t, SingleRegionDomain> > m_singleRegionDomains;
     std::vector<ISymbol::Ptr> m_jitMethodStorage;
-    JitIdConverter m_jitIdConverter;
-    boost::mutex m_jitIdConverterMutex;
+    // Built late by const queries; everything else is fixed once read.
+    mutable JitIdConverter m_jitIdConverter;
+    mutable boost::mutex m_jitIdConverterMutex;
     // Published after the converter is filled, so the unlocked test is race free.
-    std::atomic<bool> m_jitIdConverterReady;
+    mutable std::atomic<bool> m_jitIdConverterReady;
     u32_t m_collectorType;
 };
 

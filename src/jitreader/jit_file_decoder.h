@@ -4,6 +4,7 @@
 
 #include "jitreader/jit_method.h"
 #include "jitreader/jit_trace_format.h"
+#include "jitreader/load_record_fields.h"
 #include "jitreader/md5_hash_generator.h"
 #include "jitreader/region.h"
 
@@ -57,6 +58,25 @@ public:
     bool has64BitModule() const { return m_has64BitModule; }
 
 private:
+    bool readExactly(std::vector<char>& data, std::streamsize count);
+    korvane_error_t readValueRecord(Record& record, const char* failure);
+    korvane_error_t readSizedRecord(Record& record);
+    bool decodeOlderLoadRecord(const Record& record, JitMethod::Ptr& method, LoadRecordFields::Version version) const;
+    // Returns the first region made, null when none.
+    Region::Ptr addCodeRegions(const LoadRecordFields& fields, bool inlined, JitMethod& method) const;
+    void addLineTables(const LoadRecordFields& fields, const Region::Ptr& firstRegion, JitMethod& method) const;
+    void storeNamesAndModule(std::string moduleName, std::uint16_t architecture, std::string methodName,
+                             std::string className, u32_t languageType, JitMethod& method) const;
+    boost::shared_ptr<IByteBuffer> keptBytes(const char* code, u32_t codeSize) const;
+    Region::Ptr newRegion(address_t startAddress, u32_t length, u64_t loadTime, jit_rva_t startJitRva,
+                          const boost::shared_ptr<IByteBuffer>& bytes) const;
+    void storeMethodId(u32_t rawId, JitMethod::Ptr& method) const;
+    bool findUpdatedRegion(address_t startAddress, u64_t loadTime, u32_t length, Region::Ptr& region,
+                           JitMethod::Ptr& method) const;
+    Region::Ptr updatedRegion(const Region::Ptr& found, address_t startAddress, u32_t length, u64_t loadTime,
+                              const boost::shared_ptr<IByteBuffer>& bytes, korvane_segment_type_t segmentType,
+                              const ustring& rangeName) const;
+
     boost::filesystem::ifstream m_stream;
     std::streampos m_filePosition;
     decoding_mode_t m_decodingMode;
@@ -68,6 +88,9 @@ private:
     const SearchRegionCallback* m_searchCallback;
     bool m_has32BitModule;
     bool m_has64BitModule;
+    // Known from the start, so that a size word beyond the end is refused
+    // before anything is allocated for it.
+    u64_t m_fileSize;
 };
 
 } // namespace korvane_3_10

@@ -1,0 +1,553 @@
+// Framing of .jit trace files and decoding of their record payloads.
+#include "jitreader/jit_file_decoder.h"
+
+#include "jitreader/java_signature_parser.h"
+#include "jitreader/logging.h"
+#include "jitreader/payload_reader.h"
+
+KORVANE_DEFINE_FILE_LOGGER()
+
+namespace korvane_3_10 {
+
+namespace {
+
+typedef LoadRecordFields::Version Version;
+
+const char* const kDynamicCode = "[Dynamic code]";
+const char* const kCompiledJavaCode = "[Compiled Java code]";
+
+// The INFO text of a sized record type, or null for a type that isn't one.
+const char* sizedRecordText(u32_t type) {
+    switch (type) {
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad32):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad64):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad32_v1):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad64_v1):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad32_v2):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad64_v2):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad32_v3):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad64_v3):
+        return "JIT TRACE: MethodLoad";
+    case KORVANE3_TRACE_JITTRACE(FunctionUpdate):
+        return "JIT TRACE: MethodUpdate";
+    case KORVANE3_TRACE_JITTRACE(FunctionInlineLoad32):
+    case KORVANE3_TRACE_JITTRACE(FunctionInlineLoad64):
+        return "JIT TRACE: MethodInlineLoad";
+    case KORVANE3_TRACE_JITTRACE(FunctionUpdate_v2):
+        return "JIT TRACE: MethodUpdate_v2";
+    default:
+        return nullptr;
+    }
+}
+
+u32_t littleWord(const char* bytes) {
+    u32_t word = 0;
+    for (int i = 0; i < 4; ++i)
+        word |= static_cast<u32_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
+    return word;
+}
+
+// The older load records are refused as a whole when they run past their
+// payload, so their fields need no report of their own.
+void ignoreField(const PayloadReader&, bool) {}
+
+void checkTraceSize(const PayloadReader& in, bool mayEnd) {
+    if (mayEnd)
+        KORVANE_ASSERT_TEXT(in.position() <= in.size(), "bytesRead <= traceSize");
+    else
+        KORVANE_ASSERT_TEXT(in.position() < in.size(), "bytesRead < traceSize");
+}
+
+void checkTraceLen(const PayloadReader& in) { KORVANE_ASSERT_TEXT(in.position() < in.size(), "bytesRead < traceLen"); }
+
+bool isJavaClassShape(const std::string& className) {
+    return !className.empty() && className.front() == 'L' && className.back() == ';';
+}
+
+bool isDefaultModuleName(const std::string& moduleName) {
+    return moduleName.empty() || moduleName == kDynamicCode || moduleName == kCompiledJavaCode;
+}
+
+Module::Ptr newModule(const std::string& moduleName, korvane_error_t isBogus, std::uint16_t architecture) {
+    return Module::Ptr(
+        new Module(moduleName.empty() ? kDynamicCode : moduleName, isBogus, static_cast<korvane_arch>(architecture)));
+}
+
+void ensureMethod(JitMethod::Ptr& method) {
+    if (!method)
+        method.reset(new JitMethod());
+}
+
+void setNames(BaseMethodInfo& info, const std::string& className, const std::string& methodName) {
+    // The class goes first: the method names are built on it.
+    if (!className.empty())
+        info.setClassName(className);
+    if (!methodName.empty())
+        info.setMethodName(methodName);
+}
+
+void addLineTable(JitMethod& method, korvane_line_info_type type,
+                  const std::vector<korvane_line_number_entry>& entries, const Range& range) {
+    if (!entries.empty())
+        method.addLineNumberInfo(type, entries, range);
+}
+
+void logRawData(JitMethod& method) {
+    if (!KORVANE_INFO_ENABLED())
+        return;
+    KORVANE_LOG_INFO("Raw JIT file data:\n" << method);
+}
+
+} // namespace
+
+JitFileDecoder::JitFileDecoder(const ustring& path, u32_t pid, u32_t hostId, jit_rva_t startJitRva,
+                               decoding_mode_t mode)
+    : m_filePosition(0), m_decodingMode(mode), m_hostId(hostId), m_pid(pid), m_collectorType(0),
+      m_nextJitRva(startJitRva), m_searchCallback(nullptr), m_has32BitModule(false), m_has64BitModule(false),
+      m_fileSize(0) {
+    KORVANE_LOG_TRACE("\njitPath: " << path << "\npid: " << pid << "\nhostId: " << hostId);
+    m_stream.open(boost::filesystem::path(path), std::ios::in | std::ios::binary);
+    if (!m_stream.is_open())
+        return;
+    m_stream.seekg(0, std::ios::end);
+    const std::streamoff end = m_stream.tellg();
+    m_fileSize = end > 0 ? static_cast<u64_t>(end) : 0;
+    m_stream.seekg(0);
+}
+
+JitFileDecoder::~JitFileDecoder() {
+    if (m_stream.is_open())
+        m_stream.close();
+}
+
+korvane_error_t JitFileDecoder::getNextRecord(Record& record) {
+    KORVANE_TRACE_SCOPE();
+    if (!m_stream.is_open()) {
+        KORVANE_LOG_ERROR("Couldn't open the jit file");
+        return meFileNotOpen;
+    }
+    record.offset = static_cast<u64_t>(static_cast<std::streamoff>(m_filePosition));
+    // Every record starts with a seek; an earlier short read may have left the stream failed.
+    m_stream.clear();
+    m_stream.seekg(m_filePosition);
+    std::vector<char> typeWord;
+    if (!readExactly(typeWord, 4))
+        return meEndOfFile;
+    record.type = littleWord(typeWord.data());
+    m_filePosition += 4;
+
+    if (record.type == KORVANE3_TRACE_JITTRACE(Magic)) {
+        KORVANE_LOG_TRACE("JIT TRACE: Magic");
+        return readValueRecord(record, "Couldn't process the magic trace");
+    }
+    if (record.type == KORVANE3_TRACE_JITTRACE(CollectorType)) {
+        KORVANE_LOG_TRACE("JIT TRACE: CollectorType");
+        const korvane_error_t result = readValueRecord(record, "Couldn't process the collector type trace");
+        if (result != meSuccess)
+            return result;
+        m_collectorType = littleWord(record.data.data());
+        KORVANE_LOG_TRACE("Value: " << m_collectorType);
+        return meSuccess;
+    }
+    return readSizedRecord(record);
+}
+
+bool JitFileDecoder::readExactly(std::vector<char>& data, std::streamsize count) {
+    data.resize(static_cast<std::size_t>(count));
+    m_stream.read(data.data(), count);
+    return m_stream.gcount() == count;
+}
+
+korvane_error_t JitFileDecoder::readValueRecord(Record& record, const char* failure) {
+    if (!readExactly(record.data, 4)) {
+        KORVANE_LOG_ERROR(failure);
+        return meMalformedRecord;
+    }
+    m_filePosition += 4;
+    return meSuccess;
+}
+
+korvane_error_t JitFileDecoder::readSizedRecord(Record& record) {
+    const char* text = sizedRecordText(record.type);
+    if (!text) {
+        KORVANE_LOG_ERROR("Couldn't recognize type of the jit trace");
+        return meMalformedRecord;
+    }
+    KORVANE_LOG_INFO(text);
+    std::vector<char> sizeWord;
+    if (!readExactly(sizeWord, 4)) {
+        KORVANE_LOG_ERROR("Couldn't read size of the jit trace");
+        return meMalformedRecord;
+    }
+    m_filePosition += 4;
+    const u32_t size = littleWord(sizeWord.data());
+    const u64_t position = static_cast<u64_t>(static_cast<std::streamoff>(m_filePosition));
+    const u64_t remaining = m_fileSize > position ? m_fileSize - position : 0;
+    // A size beyond the end of the file is a cut-off payload: refused before
+    // anything is allocated for it.
+    if (size == 0 || size > remaining || !readExactly(record.data, size)) {
+        KORVANE_LOG_ERROR("Couldn't read content of the jit trace");
+        return meMalformedRecord;
+    }
+    m_filePosition += size;
+    return meSuccess;
+}
+
+bool JitFileDecoder::decodeMethodLoadRecordV0(const Record& record, JitMethod::Ptr& method) const {
+    if (record.type != KORVANE3_TRACE_JITTRACE(FunctionLoad32) && record.type != KORVANE3_TRACE_JITTRACE(FunctionLoad64))
+        return false;
+    return decodeOlderLoadRecord(record, method, Version::V0);
+}
+
+bool JitFileDecoder::decodeMethodLoadRecordV1(const Record& record, JitMethod::Ptr& method) const {
+    if (record.type != KORVANE3_TRACE_JITTRACE(FunctionLoad32_v1) &&
+        record.type != KORVANE3_TRACE_JITTRACE(FunctionLoad64_v1))
+        return false;
+    return decodeOlderLoadRecord(record, method, Version::V1);
+}
+
+bool JitFileDecoder::decodeMethodLoadRecordV2(const Record& record, JitMethod::Ptr& method) const {
+    if (record.type != KORVANE3_TRACE_JITTRACE(FunctionLoad32_v2) &&
+        record.type != KORVANE3_TRACE_JITTRACE(FunctionLoad64_v2))
+        return false;
+    return decodeOlderLoadRecord(record, method, Version::V2);
+}
+
+bool JitFileDecoder::decodeOlderLoadRecord(const Record& record, JitMethod::Ptr& method, Version version) const {
+    const bool modulesOnly = version != Version::V2 && (m_decodingMode & dmModulesOnly) != 0;
+    PayloadReader in(record.data);
+    const LoadRecordFields fields = LoadRecordFields::read(in, version, modulesOnly, ignoreField);
+    // Everything is checked before anything is built, so that a refused
+    // record leaves neither the method nor the jit RVA counter touched.
+    if (in.overrun())
+        return false;
+    if (fields.rangeCount != 0 && fields.ranges.empty())
+        return false;
+    if (fields.ranges.empty() && fields.hasLineTables())
+        return false;
+
+    ensureMethod(method);
+    BaseMethodInfo& info = *method->methodInfo();
+    method->setStartJitRva(m_nextJitRva);
+    method->setLoadTime(fields.loadTime);
+    info.m_methodToken = fields.methodToken;
+    const Region::Ptr firstRegion = addCodeRegions(fields, false, *method);
+    if (version != Version::V2) {
+        info.m_module = newModule(fields.moduleName, meNotFound, fields.architecture);
+        if (modulesOnly)
+            return true;
+    }
+    setNames(info, fields.className, fields.methodName);
+    info.m_sourceFile =
+        SourceFile(fields.sourceFileName, fields.checksum, fields.checksumType, fields.languageType);
+    if (version == Version::V2) {
+        const bool javaWithoutModule = fields.languageType == kLanguageJava && fields.moduleName.empty();
+        const std::string moduleName = javaWithoutModule ? kCompiledJavaCode : fields.moduleName;
+        info.m_module =
+            newModule(moduleName, isDefaultModuleName(moduleName) ? meSuccess : meNotFound, fields.architecture);
+    }
+    if (firstRegion)
+        addLineTables(fields, firstRegion, *method);
+    storeMethodId(version == Version::V2 ? fields.methodId : 0, method);
+    return true;
+}
+
+bool JitFileDecoder::decodeMethodLoadRecordV3(const Record& record, JitMethod::Ptr& method,
+                                              korvane_bool_t* isInlined) {
+    KORVANE_TRACE_SCOPE();
+    KORVANE_ASSERT_TEXT(!record.data.empty(), "traceSize");
+    PayloadReader in(record.data);
+    const LoadRecordFields fields = LoadRecordFields::read(in, Version::V3, false, checkTraceSize);
+    if (isInlined)
+        *isInlined = fields.isInlined;
+    const bool inlined = fields.isInlined != 0;
+
+    ensureMethod(method);
+    BaseMethodInfo& info = *method->methodInfo();
+    method->setRawMethodId(fields.methodId);
+    method->setStartJitRva(inlined ? 0 : m_nextJitRva);
+    method->setLoadTime(fields.loadTime);
+    info.m_methodToken = fields.methodToken;
+    if (fields.rangeCount != 0 && fields.ranges.empty()) {
+        KORVANE_LOG_ERROR("The bytes of the code are not supplied");
+        return false;
+    }
+    if (fields.ranges.empty() && fields.hasLineTables()) {
+        KORVANE_LOG_ERROR("Line number info is supplied without a code range");
+        return false;
+    }
+    const Region::Ptr firstRegion = addCodeRegions(fields, inlined, *method);
+    if (fields.architecture == arch_xa32)
+        m_has32BitModule = true;
+    else if (fields.architecture == arch_xa64)
+        m_has64BitModule = true;
+    info.m_sourceFile =
+        SourceFile(fields.sourceFileName, fields.checksum, fields.checksumType, fields.languageType);
+    storeNamesAndModule(fields.moduleName, fields.architecture, fields.methodName, fields.className,
+                        fields.languageType, *method);
+    if (firstRegion)
+        addLineTables(fields, firstRegion, *method);
+    storeMethodId(fields.methodId, method);
+    logRawData(*method);
+    method->validateSymbolicInfo();
+    return true;
+}
+
+bool JitFileDecoder::decodeMethodInlineLoadRecord(const Record& record, JitMethod::Ptr& method) const {
+    KORVANE_TRACE_SCOPE();
+    KORVANE_ASSERT(record.type == KORVANE3_TRACE_JITTRACE(FunctionInlineLoad32) ||
+                   record.type == KORVANE3_TRACE_JITTRACE(FunctionInlineLoad64));
+    KORVANE_ASSERT_TEXT(!record.data.empty(), "traceSize");
+    PayloadReader in(record.data);
+    ensureMethod(method);
+    const u32_t methodId = in.u32();
+    checkTraceSize(in, false);
+    const u32_t parentId = in.u32();
+    checkTraceSize(in, false);
+    method->setRawMethodId(methodId);
+    method->setRawParentId(parentId);
+    method->setStartJitRva(0);
+
+    const u64_t loadTime = in.u64();
+    checkTraceSize(in, false);
+    if (loadTime == 0) {
+        KORVANE_LOG_ERROR("Invalid load time: " << hex(loadTime));
+        return false;
+    }
+    method->setLoadTime(loadTime);
+    const u32_t rangeCount = in.u16();
+    checkTraceSize(in, false);
+    if (rangeCount != 1) {
+        KORVANE_LOG_ERROR("Invalid number of code regions: " << hex(rangeCount));
+        return false;
+    }
+    const address_t startAddress = in.u64();
+    checkTraceSize(in, false);
+    if (startAddress == 0) {
+        KORVANE_LOG_ERROR("Invalid start address of code range: " << hex(startAddress));
+        return false;
+    }
+    const u32_t length = in.u32();
+    checkTraceSize(in, false);
+    if (length == 0) {
+        KORVANE_LOG_ERROR("Invalid size of code range: " << hex(length));
+        return false;
+    }
+    const u32_t codeSize = in.u32();
+    checkTraceSize(in, false);
+    if (codeSize == 0) {
+        KORVANE_LOG_ERROR("Invalid number of code range's bytes: " << hex(codeSize));
+        return false;
+    }
+    const char* code = in.bytes(codeSize);
+    checkTraceSize(in, false);
+    method->addCodeRegion(newRegion(startAddress, length, loadTime, 0, keptBytes(code, codeSize)));
+
+    const std::string moduleName = in.countedString();
+    checkTraceSize(in, false);
+    const std::uint16_t architecture = in.u16();
+    checkTraceSize(in, false);
+    const std::string methodName = in.countedString();
+    checkTraceSize(in, false);
+    const std::string className = in.countedString();
+    checkTraceSize(in, false);
+    const std::string sourceFileName = in.countedString();
+    checkTraceSize(in, false);
+    const u32_t languageType = in.u16();
+    checkTraceSize(in, false);
+    method->methodInfo()->m_sourceFile = SourceFile(sourceFileName, std::string(), 0, languageType);
+    storeNamesAndModule(moduleName, architecture, methodName, className, languageType, *method);
+
+    const u32_t lineCount = in.u32();
+    checkTraceSize(in, true);
+    if (lineCount != 0) {
+        const std::vector<korvane_line_number_entry> entries = in.lineEntries(lineCount);
+        checkTraceSize(in, true);
+        addLineTable(*method, ltNativeToSource, entries, Range{0, length});
+    }
+    storeMethodId(methodId, method);
+    method->methodInfo()->m_baseParentId = m_hashGenerator.getHashValue(parentId, method);
+    logRawData(*method);
+    method->validateSymbolicInfo();
+    return true;
+}
+
+bool JitFileDecoder::decodeMethodUpdateRecordV2(const Record& record, JitMethod::Ptr& method) const {
+    KORVANE_TRACE_SCOPE();
+    KORVANE_ASSERT(record.type == KORVANE3_TRACE_JITTRACE(FunctionUpdate_v2));
+    ensureMethod(method);
+    method->setStartJitRva(m_nextJitRva);
+    KORVANE_ASSERT_TEXT(!record.data.empty(), "traceLen");
+    PayloadReader in(record.data);
+
+    const u32_t segmentType = in.u32();
+    checkTraceLen(in);
+    const u64_t loadTime = in.u64();
+    checkTraceLen(in);
+    if (loadTime == 0) {
+        KORVANE_LOG_ERROR("Invalid load time: " << hex(loadTime));
+        return false;
+    }
+    method->setLoadTime(loadTime);
+    const std::uint16_t architecture = in.u16();
+    checkTraceLen(in);
+    method->methodInfo()->m_module = newModule(kDynamicCode, meSuccess, architecture);
+
+    const std::string rangeName = in.countedString();
+    checkTraceLen(in);
+    const address_t startAddress = in.u64();
+    checkTraceLen(in);
+    if (startAddress == 0) {
+        KORVANE_LOG_ERROR("Invalid start address of code range: " << hex(startAddress));
+        return false;
+    }
+    const u32_t length = in.u32();
+    checkTraceLen(in);
+    if (length == 0) {
+        KORVANE_LOG_ERROR("Invalid length of code range: " << hex(length));
+        return false;
+    }
+    const u32_t codeSize = in.u32();
+    checkTraceLen(in);
+    if (codeSize == 0) {
+        KORVANE_LOG_ERROR("Invalid number of code range's bytes: " << hex(codeSize));
+        return false;
+    }
+    KORVANE_LOG_INFO("Update range: " << hex(startAddress) << "-" << hex(startAddress + length)
+                                      << ", loadTime = " << hex(loadTime));
+
+    Region::Ptr found;
+    JitMethod::Ptr foundMethod;
+    if (m_searchCallback && !findUpdatedRegion(startAddress, loadTime, length, found, foundMethod))
+        return false;
+    if (foundMethod)
+        method->setRawMethodId(foundMethod->getRawMethodId());
+    const char* code = in.bytes(codeSize);
+    const boost::shared_ptr<IByteBuffer> bytes = keptBytes(code, codeSize);
+    KORVANE_ASSERT_TEXT(in.position() == in.size(), "bytesRead == traceLen");
+
+    const Region::Ptr region = updatedRegion(found, startAddress, length, loadTime, bytes,
+                                             static_cast<korvane_segment_type_t>(segmentType), rangeName);
+    if (!region)
+        return false;
+    method->addCodeRegion(region);
+    storeMethodId(method->getRawMethodId(), method);
+    logRawData(*method);
+    return true;
+}
+
+bool JitFileDecoder::findUpdatedRegion(address_t startAddress, u64_t loadTime, u32_t length, Region::Ptr& region,
+                                       JitMethod::Ptr& method) const {
+    const korvane_error_t result = m_searchCallback->findRegion(startAddress, loadTime, m_pid, m_hostId, region, method);
+    if (result != meSuccess || !region || !method) {
+        KORVANE_LOG_ERROR("Couldn't find a range to be updated");
+        return false;
+    }
+    KORVANE_ASSERT_TEXT(method->getRawMethodId() != 0, "updMethod->getRawMethodId()");
+    KORVANE_ASSERT_TEXT(region->length() != 0, "updRegion->length()");
+    if (length > region->length()) {
+        KORVANE_LOG_ERROR("Couldn't update the detected range (" << hex(region->startAddress()) << "-"
+                                                                  << hex(region->endAddress())
+                                                                  << ") because it's size is small");
+        return false;
+    }
+    return true;
+}
+
+Region::Ptr JitFileDecoder::updatedRegion(const Region::Ptr& found, address_t startAddress, u32_t length,
+                                          u64_t loadTime, const boost::shared_ptr<IByteBuffer>& bytes,
+                                          korvane_segment_type_t segmentType, const ustring& rangeName) const {
+    if (!found)
+        return newRegion(startAddress, length, loadTime, 0, bytes);
+    // The update owns a new jit RVA range as long as the whole region it changes.
+    const jit_rva_t startJitRva = m_nextJitRva;
+    m_nextJitRva += found->length();
+    if ((m_decodingMode & dmFull) == 0)
+        return newRegion(found->startAddress(), found->length(), loadTime, startJitRva,
+                         boost::shared_ptr<IByteBuffer>());
+    Region::Ptr copy(new Region(*found));
+    copy->setStartJitRva(startJitRva);
+    copy->setLoadTime(loadTime);
+    if (copy->addBytesUpdate(startAddress, length, bytes, segmentType, rangeName) == meNotFound)
+        return Region::Ptr();
+    return copy;
+}
+
+Region::Ptr JitFileDecoder::addCodeRegions(const LoadRecordFields& fields, bool inlined, JitMethod& method) const {
+    Region::Ptr firstRegion;
+    for (const LoadRecordFields::CodeRange& range : fields.ranges) {
+        // An inline's regions get their jit RVA from the parent later; until
+        // then they hold their index in the record.
+        jit_rva_t startJitRva = range.index;
+        if (!inlined) {
+            startJitRva = m_nextJitRva;
+            m_nextJitRva += range.length;
+        }
+        const Region::Ptr region = newRegion(range.startAddress, range.length, fields.loadTime, startJitRva,
+                                             keptBytes(range.code, range.codeSize));
+        method.addCodeRegion(region);
+        if (!firstRegion)
+            firstRegion = region;
+    }
+    return firstRegion;
+}
+
+void JitFileDecoder::addLineTables(const LoadRecordFields& fields, const Region::Ptr& firstRegion,
+                                   JitMethod& method) const {
+    // All tables of a record describe its first region, however many it has.
+    const Range range{firstRegion->startJitRva(), firstRegion->length()};
+    addLineTable(method, ltManagedToSource, fields.managedToSource, range);
+    addLineTable(method, ltNativeToManaged, fields.nativeToManaged, range);
+    addLineTable(method, ltNativeToSource, fields.nativeToSource, range);
+}
+
+void JitFileDecoder::storeNamesAndModule(std::string moduleName, std::uint16_t architecture, std::string methodName,
+                                         std::string className, u32_t languageType, JitMethod& method) const {
+    bool javaNames = false;
+    if (languageType == kLanguageJava) {
+        javaNames = true;
+        if (moduleName.empty())
+            moduleName = kCompiledJavaCode;
+    } else if (isJavaClassShape(className)) {
+        javaNames = true;
+        if (moduleName.empty())
+            moduleName = kDynamicCode;
+    }
+    if (javaNames && !methodName.empty())
+        methodName = JavaSignatureParser::parseMethodName(methodName);
+    if (javaNames && !className.empty())
+        className = JavaSignatureParser::parseClassName(className);
+
+    BaseMethodInfo& info = *method.methodInfo();
+    setNames(info, className, methodName);
+    const bool bogus = isDefaultModuleName(moduleName) || m_collectorType == ctJitProfiler;
+    info.m_module = newModule(moduleName, bogus ? meSuccess : meNotFound, architecture);
+}
+
+boost::shared_ptr<IByteBuffer> JitFileDecoder::keptBytes(const char* code, u32_t codeSize) const {
+    if (!code || codeSize == 0 || (m_decodingMode & dmFull) == 0)
+        return boost::shared_ptr<IByteBuffer>();
+    const boost::shared_ptr<IByteBuffer> buffer = IByteBuffer::create();
+    buffer->assign(code, codeSize);
+    return buffer;
+}
+
+Region::Ptr JitFileDecoder::newRegion(address_t startAddress, u32_t length, u64_t loadTime, jit_rva_t startJitRva,
+                                      const boost::shared_ptr<IByteBuffer>& bytes) const {
+    const Region::Ptr region(new Region());
+    region->setStartJitRva(startJitRva);
+    region->setHostId(m_hostId);
+    region->setProcessId(m_pid);
+    region->setLoadTime(loadTime);
+    region->setUnloadTime(0);
+    region->setStartAddress(startAddress);
+    region->setLength(length);
+    region->setContent(bytes);
+    return region;
+}
+
+void JitFileDecoder::storeMethodId(u32_t rawId, JitMethod::Ptr& method) const {
+    method->methodInfo()->m_baseMethodId = m_hashGenerator.getHashValue(rawId, method);
+}
+
+} // namespace korvane_3_10

@@ -1,0 +1,212 @@
+// The loop that reads one .jit file into a data manager.
+#include "jitreader/jit_file_reader.h"
+
+#include "jitreader/jit_data_manager.h"
+#include "jitreader/logging.h"
+
+KORVANE_DEFINE_FILE_LOGGER()
+
+namespace korvane_3_10 {
+
+namespace {
+
+typedef JitFileDecoder::Record Record;
+
+// What the loop does after a record.
+struct Step {
+    enum Kind { Next, Finish, Stop } kind;
+    korvane_error_t result;
+
+    static Step next() { return Step{Next, meSuccess}; }
+    static Step finish() { return Step{Finish, meSuccess}; }
+    static Step stop(korvane_error_t result) { return Step{Stop, result}; }
+    static Step stopOnFailure(korvane_error_t result) { return result == meSuccess ? next() : stop(result); }
+};
+
+bool is32BitLoad(u32_t type) { return type == 0 || type == 1 || type == 4 || type == 6 || type == 8; }
+
+bool is64BitLoad(u32_t type) { return type == 2 || type == 3 || type == 5 || type == 7 || type == 9; }
+
+// A load record of the width the caller doesn't want ends the file.
+bool isOtherWidth(target_arch_t arch, u32_t type) {
+    const unsigned wanted = static_cast<unsigned>(arch);
+    return (wanted > 1 && is32BitLoad(type)) || ((wanted & ~2u) != 0 && is64BitLoad(type));
+}
+
+// When one file holds 32-bit and 64-bit code, the 64-bit modules get their own names.
+void patchModuleName64(JitMethodStorage& methods) {
+    for (const JitMethod::Ptr& method : methods) {
+        KORVANE_ASSERT_TEXT(method, "method");
+        if (!method)
+            continue;
+        BaseMethodInfo& info = *method->methodInfo();
+        KORVANE_ASSERT_TEXT(info.m_module, "module");
+        if (!info.m_module || info.m_module->getArchitecture() != arch_xa64)
+            continue;
+        const char* path = info.m_module->getFilePath();
+        KORVANE_ASSERT_TEXT(path, "path");
+        info.m_module.reset(new Module(std::string(path ? path : "") + " (64)", info.m_module->isBogus(),
+                                       info.m_module->getArchitecture()));
+    }
+}
+
+// The state of one pass over a file: the decoder, the manager and what has
+// been given to it so far.
+class FileReading {
+public:
+    FileReading(JitFileDecoder& decoder, target_arch_t arch, JitDataManager& manager)
+        : m_decoder(decoder), m_arch(arch), m_manager(manager), m_isInlined(0) {}
+
+    korvane_error_t run();
+
+private:
+    Step dispatch(const Record& record);
+    Step collectorType(const Record& record);
+    Step olderLoad(const Record& record);
+    Step loadV3(const Record& record);
+    Step functionUpdate(const Record& record);
+    Step updateV2(const Record& record);
+    Step inlineLoad(const Record& record);
+    Step loadOrInline(JitMethod::Ptr& method);
+    korvane_error_t finish();
+
+    JitFileDecoder& m_decoder;
+    target_arch_t m_arch;
+    JitDataManager& m_manager;
+    JitMethodStorage m_methods;
+    // Written by every V3 record and by nothing else: an older record behind
+    // an inlined V3 record takes the inline road as well.
+    korvane_bool_t m_isInlined;
+};
+
+korvane_error_t FileReading::run() {
+    m_manager.setCollectorType(0);
+    for (;;) {
+        Record record;
+        const korvane_error_t result = m_decoder.getNextRecord(record);
+        if (result == meEndOfFile)
+            return finish();
+        if (result != meSuccess)
+            return result;
+        const Step step = dispatch(record);
+        if (step.kind == Step::Finish)
+            return finish();
+        if (step.kind == Step::Stop)
+            return step.result;
+    }
+}
+
+Step FileReading::dispatch(const Record& record) {
+    if (record.type == KORVANE3_TRACE_JITTRACE(Magic))
+        // A second Magic starts another trace that this file doesn't own.
+        return record.offset == 0 ? Step::next() : Step::finish();
+    if (record.type == KORVANE3_TRACE_JITTRACE(CollectorType))
+        return collectorType(record);
+    if (isOtherWidth(m_arch, record.type))
+        return Step::finish();
+    switch (record.type) {
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad32):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad64):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad32_v1):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad64_v1):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad32_v2):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad64_v2):
+        return olderLoad(record);
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad32_v3):
+    case KORVANE3_TRACE_JITTRACE(FunctionLoad64_v3):
+        return loadV3(record);
+    case KORVANE3_TRACE_JITTRACE(FunctionUpdate):
+        return functionUpdate(record);
+    case KORVANE3_TRACE_JITTRACE(FunctionUpdate_v2):
+        return updateV2(record);
+    case KORVANE3_TRACE_JITTRACE(FunctionInlineLoad32):
+    case KORVANE3_TRACE_JITTRACE(FunctionInlineLoad64):
+        return inlineLoad(record);
+    default:
+        return Step::stop(meMalformedRecord);
+    }
+}
+
+Step FileReading::collectorType(const Record& record) {
+    u32_t value = 0;
+    for (std::size_t i = 0; i < 4 && i < record.data.size(); ++i)
+        value |= static_cast<u32_t>(static_cast<unsigned char>(record.data[i])) << (8 * i);
+    m_manager.setCollectorType(value);
+    return Step::next();
+}
+
+Step FileReading::olderLoad(const Record& record) {
+    JitMethod::Ptr method(new JitMethod());
+    bool decoded = false;
+    if (record.type == KORVANE3_TRACE_JITTRACE(FunctionLoad32) || record.type == KORVANE3_TRACE_JITTRACE(FunctionLoad64))
+        decoded = m_decoder.decodeMethodLoadRecordV0(record, method);
+    else if (record.type == KORVANE3_TRACE_JITTRACE(FunctionLoad32_v1) ||
+             record.type == KORVANE3_TRACE_JITTRACE(FunctionLoad64_v1))
+        decoded = m_decoder.decodeMethodLoadRecordV1(record, method);
+    else
+        decoded = m_decoder.decodeMethodLoadRecordV2(record, method);
+    return decoded ? loadOrInline(method) : Step::next();
+}
+
+Step FileReading::loadV3(const Record& record) {
+    JitMethod::Ptr method(new JitMethod());
+    if (!m_decoder.decodeMethodLoadRecordV3(record, method, &m_isInlined))
+        return Step::next();
+    return loadOrInline(method);
+}
+
+Step FileReading::loadOrInline(JitMethod::Ptr& method) {
+    if (m_isInlined == 1)
+        return Step::stopOnFailure(
+            m_manager.processMethodInlineLoadRecord(m_decoder.pid(), m_decoder.hostId(), method));
+    const korvane_error_t result = m_manager.processMethodLoadRecord(m_decoder.pid(), m_decoder.hostId(), method);
+    m_methods.push_back(method);
+    return Step::stopOnFailure(result);
+}
+
+Step FileReading::functionUpdate(const Record& record) {
+    JitMethod::Ptr method(new JitMethod());
+    const bool decoded = m_decoder.decodeMethodLoadRecordV3(record, method, &m_isInlined);
+    // Applying updates needs the code bytes, which only the full mode keeps.
+    if (decoded && m_decoder.decodingMode() == dmFull)
+        m_manager.processMethodUpdateRecord(m_decoder.pid(), m_decoder.hostId(), method);
+    return Step::next();
+}
+
+Step FileReading::updateV2(const Record& record) {
+    JitMethod::Ptr method(new JitMethod());
+    if (!m_decoder.decodeMethodUpdateRecordV2(record, method)) {
+        KORVANE_LOG_ERROR("Failed to decode a UPDATE_V2 record");
+        return Step::next();
+    }
+    // An updated method enters the domains like a newly loaded one.
+    if (m_manager.processMethodLoadRecord(m_decoder.pid(), m_decoder.hostId(), method) != meSuccess)
+        KORVANE_LOG_ERROR("Failed to process a UPDATE_V2 record");
+    return Step::next();
+}
+
+Step FileReading::inlineLoad(const Record& record) {
+    JitMethod::Ptr method(new JitMethod());
+    if (!m_decoder.decodeMethodInlineLoadRecord(record, method))
+        return Step::next();
+    if (m_manager.processMethodInlineLoadRecord(m_decoder.pid(), m_decoder.hostId(), method) != meSuccess)
+        return Step::stop(meMalformedRecord);
+    return Step::next();
+}
+
+korvane_error_t FileReading::finish() {
+    if (m_manager.getCollectorType() == ctJitProfiler && m_decoder.has32BitModule() && m_decoder.has64BitModule() &&
+        !m_methods.empty())
+        patchModuleName64(m_methods);
+    m_manager.finalize();
+    return meSuccess;
+}
+
+} // namespace
+
+korvane_error_t JitFileReader::readJitFile(JitFileDecoder& decoder, target_arch_t arch, JitDataManager& manager) {
+    KORVANE_TRACE_SCOPE();
+    return FileReading(decoder, arch, manager).run();
+}
+
+} // namespace korvane_3_10

@@ -1,0 +1,62 @@
+// The lazy front end: decodes a process at its first sample, modules only.
+#include "jitreader/jit_loader.h"
+
+#include "jitreader/module_evaluator.h"
+
+namespace korvane_3_10 {
+
+boost::intrusive_ptr<IJitLoader> IJitLoader::create(skeinkit2::generic_iterator_t<const char*>& paths) {
+    JitLoader* loader = new JitLoader();
+    if (loader->initializeJitFiles(paths) != meSuccess) {
+        // No reference was ever taken, so the object is deleted rather than released.
+        delete loader;
+        return boost::intrusive_ptr<IJitLoader>();
+    }
+    return boost::intrusive_ptr<IJitLoader>(loader);
+}
+
+korvane_error_t JitLoader::initializeJitFiles(skeinkit2::generic_iterator_t<const char*>& paths) {
+    const korvane_error_t scanned = m_jitFilesManager.initialize(paths, taAny);
+    if (scanned != meSuccess)
+        return scanned;
+    // Every catalogued process gets its address table now, before any query:
+    // decoding one process later then never reshapes a table that a query of
+    // another process walks at the same time.
+    for (const auto& host : m_jitFilesManager.processes())
+        for (const auto& process : host.second)
+            m_jitDataManager.createSingleRegionDomain(process.first, host.first);
+    return meSuccess;
+}
+
+korvane_error_t JitLoader::getHostIdByName(const char* hostName, u32_t* hostId) const {
+    if (!hostId)
+        return meInvalidArgument;
+    *hostId = m_jitFilesManager.getHostID(hostName);
+    return meSuccess;
+}
+
+korvane_error_t JitLoader::resolveJitPoint(u64_t timestamp, address_t address, u32_t pid, u32_t hostId,
+                                           jit_rva_t* jitRva, IModule::Ptr& module) {
+    const korvane_error_t read = m_jitFilesManager.readJitFiles(pid, hostId, dmModulesOnly, m_jitDataManager);
+    if (read != meSuccess)
+        return read;
+    JitMethod::Ptr method;
+    jit_rva_t rva = 0;
+    // The data manager takes the address first and the time stamp second.
+    const korvane_error_t resolved = m_jitDataManager.resolveJitPoint(address, timestamp, pid, hostId, method, rva);
+    if (resolved != meSuccess)
+        return resolved;
+    if (!method || rva == 0)
+        return meNotFound;
+    module = method->methodInfo()->m_module;
+    *jitRva = rva;
+    return meSuccess;
+}
+
+boost::intrusive_ptr<IModuleEvaluator> JitLoader::getModuleEvaluator(const char* modulePath) const {
+    if (!modulePath)
+        return boost::intrusive_ptr<IModuleEvaluator>();
+    return boost::intrusive_ptr<IModuleEvaluator>(new ModuleEvaluator(modulePath));
+}
+
+} // namespace korvane_3_10

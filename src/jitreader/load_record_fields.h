@@ -1,0 +1,57 @@
+// The fields of a method load record (V0 to V3), read in file order before anything is built from them.
+#ifndef KORVANE_JITREADER_LOAD_RECORD_FIELDS_H
+#define KORVANE_JITREADER_LOAD_RECORD_FIELDS_H
+
+#include "jitreader/payload_reader.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace korvane_3_10 {
+
+struct LoadRecordFields {
+    enum class Version { V0, V1, V2, V3 };
+
+    // Called after every field with the cursor behind it; mayEnd tells that a
+    // payload may end right there.
+    typedef void (*FieldCheck)(const PayloadReader& in, bool mayEnd);
+
+    // A code range entry whose length isn't 0; empty entries are only counted.
+    struct CodeRange {
+        u32_t index;
+        u64_t startAddress;
+        u32_t length;
+        // Null when the bytes don't lie inside the payload.
+        const char* code;
+        u32_t codeSize;
+    };
+
+    // Reads the head, the code ranges and the tail of the given version. With
+    // stopAfterModule it stops behind the architecture.
+    static LoadRecordFields read(PayloadReader& in, Version version, bool stopAfterModule, FieldCheck check);
+
+    bool hasLineTables() const;
+
+    u32_t methodId = 0;
+    u32_t methodToken = 0;
+    std::uint8_t isInlined = 0;
+    u64_t loadTime = 0;
+    u32_t rangeCount = 0;
+    std::vector<CodeRange> ranges;
+    std::string moduleName;
+    std::uint16_t architecture = 0;
+    std::string methodName;
+    std::string className;
+    std::string sourceFileName;
+    std::uint16_t checksumType = 0;
+    std::string checksum;
+    std::uint16_t languageType = 0;
+    std::vector<korvane_line_number_entry> managedToSource;
+    std::vector<korvane_line_number_entry> nativeToManaged;
+    std::vector<korvane_line_number_entry> nativeToSource;
+};
+
+} // namespace korvane_3_10
+
+#endif

@@ -1,0 +1,79 @@
+// A bounds-checked little-endian cursor over the payload of one trace record.
+#include "jitreader/payload_reader.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace korvane_3_10 {
+
+namespace {
+
+const u64_t kLineEntrySize = 12;
+
+u64_t decodeLittle(const char* bytes, u32_t width) {
+    u64_t value = 0;
+    for (u32_t i = 0; i < width; ++i)
+        value |= static_cast<u64_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
+    return value;
+}
+
+} // namespace
+
+PayloadReader::PayloadReader(const std::vector<char>& data) : PayloadReader(data.data(), data.size()) {}
+
+PayloadReader::PayloadReader(const char* data, u64_t size)
+    : m_data(data), m_size(data ? size : 0), m_position(0), m_overrun(false) {}
+
+std::uint8_t PayloadReader::u8() { return static_cast<std::uint8_t>(little(1)); }
+
+std::uint16_t PayloadReader::u16() { return static_cast<std::uint16_t>(little(2)); }
+
+u32_t PayloadReader::u32() { return static_cast<u32_t>(little(4)); }
+
+u64_t PayloadReader::u64() { return little(8); }
+
+const char* PayloadReader::bytes(u64_t count) { return take(count); }
+
+std::string PayloadReader::countedString() {
+    const u32_t length = u16();
+    const char* text = take(length);
+    if (!text || length == 0 || length >= kMaxStringLength)
+        return std::string();
+    return std::string(text, std::find(text, text + length, '\0'));
+}
+
+std::vector<korvane_line_number_entry> PayloadReader::lineEntries(u64_t count) {
+    // A count too large for the payload must not turn into an allocation.
+    const u64_t width = count > std::numeric_limits<u64_t>::max() / kLineEntrySize
+                            ? std::numeric_limits<u64_t>::max()
+                            : count * kLineEntrySize;
+    const char* bytes = take(width);
+    std::vector<korvane_line_number_entry> entries;
+    if (!bytes)
+        return entries;
+    entries.resize(count);
+    for (korvane_line_number_entry& entry : entries) {
+        entry.startOffset = static_cast<u32_t>(decodeLittle(bytes, 4));
+        entry.endOffset = static_cast<u32_t>(decodeLittle(bytes + 4, 4));
+        entry.lineNumber = static_cast<u32_t>(decodeLittle(bytes + 8, 4));
+        bytes += kLineEntrySize;
+    }
+    return entries;
+}
+
+const char* PayloadReader::take(u64_t count) {
+    const bool fits = m_position <= m_size && count <= m_size - m_position;
+    const char* bytes = fits && m_data ? m_data + m_position : nullptr;
+    m_position = count > std::numeric_limits<u64_t>::max() - m_position ? std::numeric_limits<u64_t>::max()
+                                                                         : m_position + count;
+    if (!fits)
+        m_overrun = true;
+    return bytes;
+}
+
+u64_t PayloadReader::little(u32_t width) {
+    const char* bytes = take(width);
+    return bytes ? decodeLittle(bytes, width) : 0;
+}
+
+} // namespace korvane_3_10

@@ -1,0 +1,86 @@
+// The eager front end: reads everything at creation, then answers by jit RVA.
+#include "jitreader/symbol_resolver.h"
+
+namespace korvane_3_10 {
+
+namespace {
+
+boost::intrusive_ptr<ISymbolResolver> createResolver(skeinkit2::generic_iterator_t<const char*>& paths,
+                                                     boost::intrusive_ptr<ISymbolFileLocator>& locator,
+                                                     target_arch_t arch) {
+    SymbolResolver* resolver = new SymbolResolver(locator);
+    if (resolver->initializeJitFiles(paths, arch) != meSuccess) {
+        // No reference was ever taken, so the object is deleted rather than released.
+        delete resolver;
+        return boost::intrusive_ptr<ISymbolResolver>();
+    }
+    return boost::intrusive_ptr<ISymbolResolver>(resolver);
+}
+
+} // namespace
+
+boost::intrusive_ptr<ISymbolResolver> ISymbolResolver::create(skeinkit2::generic_iterator_t<const char*>& paths,
+                                                              boost::intrusive_ptr<ISymbolFileLocator>& locator) {
+    return createResolver(paths, locator, taAny);
+}
+
+boost::intrusive_ptr<ISymbolResolver> ISymbolResolver::create(skeinkit2::generic_iterator_t<const char*>& paths,
+                                                              boost::intrusive_ptr<ISymbolFileLocator>& locator,
+                                                              korvane_arch arch) {
+    return createResolver(paths, locator, arch == arch_xa32 ? taBits32 : taBits64);
+}
+
+SymbolResolver::SymbolResolver(boost::intrusive_ptr<ISymbolFileLocator>& locator)
+    : m_symbolFileLocator(locator), m_jitFilesInitialized(false) {}
+
+korvane_error_t SymbolResolver::initializeJitFiles(skeinkit2::generic_iterator_t<const char*>& paths,
+                                                   target_arch_t arch) {
+    const korvane_error_t scanned = m_jitFilesManager.initialize(paths, arch);
+    if (scanned != meSuccess)
+        return scanned;
+    const korvane_error_t read = m_jitFilesManager.readJitFiles(dmFull, m_jitDataManager);
+    m_jitFilesInitialized = true;
+    return read;
+}
+
+korvane_error_t SymbolResolver::getHostNameById(u32_t hostId, const char** hostName) const {
+    if (!hostName)
+        return meInvalidArgument;
+    *hostName = m_jitFilesManager.getHostName(hostId);
+    return meSuccess;
+}
+
+ISymbol::Ptr SymbolResolver::getSymbol(jit_rva_t jitRva) {
+    JitMethod::Ptr method;
+    if (m_jitDataManager.resolveJitPoint(jitRva, method) != meSuccess || !method)
+        return ISymbol::Ptr();
+    return method;
+}
+
+korvane_error_t SymbolResolver::getCalleeRegion(jit_rva_t callerJitRva, address_t target, jit_rva_t* calleeJitRva) {
+    return m_jitDataManager.getCalleeTarget(callerJitRva, target, *calleeJitRva);
+}
+
+skeinkit2::generic_iterator_t<ISymbol::Ptr> SymbolResolver::getSymbols() { return m_jitDataManager.getJitMethods(); }
+
+korvane_error_t SymbolResolver::translateToJitRva(u32_t jitId, address_t address, const char* jitFile,
+                                                  jit_rva_t* jitRva) const {
+    // Jit id 0: the caller holds a jit RVA already.
+    if (jitId == 0) {
+        *jitRva = address;
+        return meSuccess;
+    }
+    if (!jitFile || *jitFile == '\0')
+        return meNotFound;
+    u64_t start = 0;
+    u64_t end = 0;
+    const korvane_error_t catalogued = m_jitFilesManager.getJitFileRange(jitFile, start, end);
+    if (catalogued != meSuccess)
+        return catalogued;
+    u64_t result = 0;
+    const korvane_error_t converted = m_jitDataManager.translateToJitRva(jitId, address, start, end, result);
+    *jitRva = result;
+    return converted;
+}
+
+} // namespace korvane_3_10

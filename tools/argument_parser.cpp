@@ -1,0 +1,71 @@
+// Splits a command's arguments into positional ones, options with a value, and flags.
+#include "argument_parser.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <utility>
+
+namespace korvane_tool {
+
+ArgumentParser::ArgumentParser(std::set<std::string> valueOptions, std::set<std::string> flags)
+    : m_valueOptions(std::move(valueOptions)), m_flags(std::move(flags)) {
+    m_flags.insert("--help");
+}
+
+bool ArgumentParser::parse(const std::vector<std::string>& args, std::ostream& err) {
+    bool optionsEnded = false;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (optionsEnded || arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
+            m_positional.push_back(arg);
+            continue;
+        }
+        if (arg == "--") {
+            optionsEnded = true;
+            continue;
+        }
+        const std::size_t equals = arg.find('=');
+        const std::string name = arg.substr(0, equals);
+        if (m_flags.count(name) && equals == std::string::npos) {
+            m_present.insert(name);
+            continue;
+        }
+        if (!m_valueOptions.count(name)) {
+            err << "unknown option '" << arg << "'\n";
+            return false;
+        }
+        if (equals != std::string::npos) {
+            m_values[name] = arg.substr(equals + 1);
+        } else if (i + 1 < args.size()) {
+            m_values[name] = args[++i];
+        } else {
+            err << "option '" << name << "' needs a value\n";
+            return false;
+        }
+        m_present.insert(name);
+    }
+    return true;
+}
+
+bool ArgumentParser::has(const std::string& option) const { return m_present.count(option) != 0; }
+
+std::string ArgumentParser::value(const std::string& option, const std::string& fallback) const {
+    const auto found = m_values.find(option);
+    return found == m_values.end() ? fallback : found->second;
+}
+
+bool parseNumber(const std::string& text, std::uint64_t& number) {
+    const bool isHex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    const std::string digits = isHex ? text.substr(2) : text;
+    if (digits.empty() || digits.find_first_not_of(isHex ? "0123456789abcdefABCDEF" : "0123456789") != std::string::npos)
+        return false;
+    errno = 0;
+    char* end = nullptr;
+    const unsigned long long value = std::strtoull(digits.c_str(), &end, isHex ? 16 : 10);
+    if (errno == ERANGE || *end != '\0')
+        return false;
+    number = value;
+    return true;
+}
+
+} // namespace korvane_tool

@@ -1,0 +1,90 @@
+// The directories a command was given, as the library takes them, and what to
+// say when scanning them fails.
+#include "trace_directories.h"
+
+#include "jitreader/jit_files_manager.h"
+
+#include <boost/filesystem/operations.hpp>
+
+#include <set>
+#include <utility>
+
+namespace korvane_tool {
+
+namespace fs = boost::filesystem;
+
+namespace {
+
+bool looksLikeTrace(const fs::directory_entry& entry) {
+    const std::string name = entry.path().filename().string();
+    return name.size() > 4 && name.compare(name.size() - 4, 4, ".jit") == 0 &&
+           !fs::is_directory(fs::status(entry.path()));
+}
+
+} // namespace
+
+TraceDirectories::TraceDirectories(std::vector<std::string> directories) : m_directories(std::move(directories)) {
+    for (const std::string& directory : m_directories)
+        m_texts.push_back(directory.c_str());
+}
+
+skeinkit2::generic_iterator_t<const char*> TraceDirectories::iterator() const {
+    typedef skeinkit2::iterutil::stl_iterator_impl_t<const char*, std::vector<const char*>::const_iterator> Walk;
+    return skeinkit2::generic_iterator_t<const char*>(Walk(m_texts.begin(), m_texts.end()));
+}
+
+bool TraceDirectories::scan(korvane_3_10::JitFilesManager& catalogue, std::ostream& err) const {
+    skeinkit2::generic_iterator_t<const char*> paths = iterator();
+    const korvane_error_t result = catalogue.initialize(paths, korvane_3_10::taAny);
+    if (result == meSuccess)
+        return true;
+    explain(result, err);
+    return false;
+}
+
+void TraceDirectories::explainFailure(std::ostream& err) const {
+    korvane_3_10::JitFilesManager catalogue;
+    if (scan(catalogue, err))
+        err << "korvane-jit: the traces in these directories could not be read\n";
+}
+
+void TraceDirectories::explain(korvane_error_t result, std::ostream& err) const {
+    if (result == meNotADirectory && explainBadDirectories(err))
+        return;
+    if (result == meNotFound && explainBadFileNames(err))
+        return;
+    err << "korvane-jit: scanning the directories failed with result code " << result << "\n";
+}
+
+bool TraceDirectories::explainBadDirectories(std::ostream& err) const {
+    bool found = false;
+    for (const std::string& directory : std::set<std::string>(m_directories.begin(), m_directories.end())) {
+        const fs::file_status status = fs::status(directory);
+        if (fs::is_directory(status))
+            continue;
+        err << "korvane-jit: " << directory << ": "
+            << (fs::exists(status) ? "is not a directory" : "no such directory") << "\n";
+        found = true;
+    }
+    return found;
+}
+
+bool TraceDirectories::explainBadFileNames(std::ostream& err) const {
+    const korvane_3_10::JitFilesManager parser;
+    bool found = false;
+    for (const std::string& directory : std::set<std::string>(m_directories.begin(), m_directories.end())) {
+        for (fs::directory_iterator entry(directory), end; entry != end; ++entry) {
+            korvane_3_10::u32_t pid = 0;
+            std::string host;
+            if (!looksLikeTrace(*entry) ||
+                parser.parseJitFileName(entry->path().filename().string(), pid, host) == meSuccess)
+                continue;
+            err << "korvane-jit: " << entry->path().string()
+                << ": the file name does not say host and process; trace files are named HOST.PID.jit\n";
+            found = true;
+        }
+    }
+    return found;
+}
+
+} // namespace korvane_tool
