@@ -41,6 +41,14 @@ const std::size_t kCallSize = 5;
 
 void append(Bytes& code, const Bytes& bytes) { code.insert(code.end(), bytes.begin(), bytes.end()); }
 
+// A call (0xe8) or jump (0xe9) at an address, with its 32-bit displacement.
+void appendBranch(Bytes& code, std::uint8_t opcode, std::uint64_t at, std::uint64_t target) {
+    const std::uint32_t displacement = static_cast<std::uint32_t>(target - (at + kCallSize));
+    code.push_back(opcode);
+    for (int shift = 0; shift < 32; shift += 8)
+        code.push_back(static_cast<std::uint8_t>(displacement >> shift));
+}
+
 } // namespace
 
 CodeBytes::CodeBytes(Width width, std::uint64_t startAddress, std::uint32_t length)
@@ -57,11 +65,14 @@ CodeBytes& CodeBytes::variant(unsigned seed) {
 }
 
 void CodeBytes::appendCall(Bytes& code, std::uint64_t target) const {
-    const std::uint64_t next = m_startAddress + code.size() + kCallSize;
-    const std::uint32_t displacement = static_cast<std::uint32_t>(target - next);
-    code.push_back(0xe8);
-    for (int shift = 0; shift < 32; shift += 8)
-        code.push_back(static_cast<std::uint8_t>(displacement >> shift));
+    appendBranch(code, 0xe8, m_startAddress + code.size(), target);
+}
+
+Bytes CodeBytes::entryJump(std::uint64_t from, std::uint64_t to) {
+    Bytes code;
+    appendBranch(code, 0xe9, from, to);
+    append(code, {0x0f, 0x1f, 0x00});
+    return code;
 }
 
 Bytes CodeBytes::build() const {

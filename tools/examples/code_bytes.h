@@ -23,6 +23,10 @@ public:
     // A prologue, a body of whole instructions, nop padding and an epilogue.
     korvane_tracewriter::Bytes build() const;
 
+    // What a runtime writes over the 8-byte prologue of 64-bit code that may
+    // no longer be entered: a jump elsewhere and a nop.
+    static korvane_tracewriter::Bytes entryJump(std::uint64_t from, std::uint64_t to);
+
 private:
     void appendCall(korvane_tracewriter::Bytes& code, std::uint64_t target) const;
 

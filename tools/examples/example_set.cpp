@@ -149,7 +149,6 @@ void ExampleSet::writeShopJvm() {
                                   23, kShop + 0x5000, 0x70, 1000500);
     MethodFacts addItemCalls = addItem;
     addItemCalls.calls = {total.address, get.address};
-    const Bytes longNop = {0x0f, 0x1f, 0x84, 0x00, 0x00, 0x00, 0x00, 0x00};
 
     TraceWriter first;
     first.magic().collectorType(kJitProfiler);
@@ -158,7 +157,9 @@ void ExampleSet::writeShopJvm() {
     first.inlineLoad(records.inlined(hashCode)).inlineLoad(records.inlined(putVal));  // nested, innermost first
     first.loadV3(records.load(putAll));
     first.loadV3(records.load(total)).loadV3(records.load(sort));
-    first.functionUpdate(records.patch(total, total.address + 0x10, longNop, 1002000));
+    // Cart.total may no longer be entered: its entry jumps to Cache.get.
+    first.functionUpdate(
+        records.patch(total, total.address, CodeBytes::entryJump(total.address, get.address), 1002000));
     // Cache.get recompiled where Cart.total was, and beyond it.
     first.loadV3(records.load(movedTo(get, kShop + 0x4000, 0xa0, 1003000)));
     first.updateV2(records.replace(sort, "sort [deoptimized]", 1003500));
@@ -176,7 +177,7 @@ void ExampleSet::writeShopJvm() {
     second.loadV3(records.load(lambda));
     // The hot method compiled again, at a new place.
     second.loadV3(records.load(movedTo(addItem, kShop + 0x8000, 0x80, 1005200)));
-    second.functionUpdate(records.patch(run, run.address + 0x80, {0x90, 0x90, 0x90, 0x90}, 1006000));
+    second.functionUpdate(records.patch(run, run.address, CodeBytes::entryJump(run.address, lambda.address), 1006000));
     writeTrace(kProduction, host + ".4711-1.jit", second);
 
     sample(1500000, addItem.address + 0x08, 4711, host);
