@@ -174,14 +174,6 @@ TEST(JitFilesManagerTest, SameProcessOnTwoHostsIsListedTwice) {
     EXPECT_EQ(nullptr, scan.manager.getProcessJitInfo(1, 7)) << "the process comes first";
 }
 
-TEST(JitFilesManagerTest, PidCacheIsFilledOnce) {
-    TempDir dir;
-    writeSized(dir, "a.3.jit", 1);
-    Scan scan({dir.str()});
-    EXPECT_EQ(std::vector<u32_t>{3}, scan.pids());
-    EXPECT_EQ(std::vector<u32_t>{3}, scan.pids());
-}
-
 TEST(JitFilesManagerTest, FilterKeepsOnlyPlainJitEntries) {
     TempDir dir;
     writeSized(dir, "h.1.jit", 4);
