@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <iomanip>
 #include <sstream>
 
@@ -201,6 +202,20 @@ TEST(DumpInlinesTest, IndentPutsTheHashInItsColumn) {
                       "#1 z (method id = 0x0, ip range = 0x0-0x4)",
                   stream.str());
     }
+}
+
+TEST(DumpInlinesTest, NestingBeyondSixtyFourLevelsIsCut) {
+    Region::Ptr top = makeRegion(0x1000, 0x100, 0x500);
+    Region::Ptr parent = top;
+    for (int level = 0; level < 100; ++level) {
+        Region::Ptr child = makeRegion(0x1000, 0x100);
+        parent->addChildRegion(child, makeMethod(1, "", "m"));
+        parent = child;
+    }
+    korvane_3_10::ustringstream stream;
+    top->dumpInlines(stream, 4);
+    const std::string text = stream.str();
+    EXPECT_EQ(64, std::count(text.begin(), text.end(), '#'));
 }
 
 } // namespace

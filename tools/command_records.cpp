@@ -1,0 +1,312 @@
+// korvane-jit records: walks one .jit file record by record and shows what the decoder makes of each.
+#include "argument_parser.h"
+#include "command_registry.h"
+
+#include "jitreader/jit_file_decoder.h"
+#include "jitreader/jit_files_manager.h"
+#include "jitreader/jit_trace_format.h"
+#include "jitreader/logging.h"
+
+#include <boost/filesystem/operations.hpp>
+#include <boost/filesystem/path.hpp>
+
+namespace korvane_tool {
+
+namespace {
+
+using namespace korvane_3_10;
+typedef JitFileDecoder::Record Record;
+
+const char kSynopsis[] = "records FILE [--modules-only] [--start-rva N]";
+
+const char* recordTypeName(u32_t type) {
+    switch (type) {
+    case jittrace::FunctionLoad32: return "FunctionLoad32";
+    case jittrace::FunctionLoad64: return "FunctionLoad64";
+    case jittrace::FunctionLoad32_v1: return "FunctionLoad32_v1";
+    case jittrace::FunctionLoad64_v1: return "FunctionLoad64_v1";
+    case jittrace::FunctionLoad32_v2: return "FunctionLoad32_v2";
+    case jittrace::FunctionLoad64_v2: return "FunctionLoad64_v2";
+    case jittrace::FunctionLoad32_v3: return "FunctionLoad32_v3";
+    case jittrace::FunctionLoad64_v3: return "FunctionLoad64_v3";
+    case jittrace::FunctionUpdate: return "FunctionUpdate";
+    case jittrace::FunctionInlineLoad32: return "FunctionInlineLoad32";
+    case jittrace::FunctionInlineLoad64: return "FunctionInlineLoad64";
+    case jittrace::CollectorType: return "CollectorType";
+    case jittrace::FunctionUpdate_v2: return "FunctionUpdate_v2";
+    case jittrace::Magic: return "Magic";
+    default: return "unknown";
+    }
+}
+
+const char* errorName(korvane_error_t code) {
+    switch (code) {
+    case meSuccess: return "meSuccess";
+    case meEndOfFile: return "meEndOfFile";
+    case meNotFound: return "meNotFound";
+    case meNotADirectory: return "meNotADirectory";
+    case meFileNotCatalogued: return "meFileNotCatalogued";
+    case meInvalidArgument: return "meInvalidArgument";
+    case meMalformedRecord: return "meMalformedRecord";
+    case meBufferTooSmall: return "meBufferTooSmall";
+    case meFileNotOpen: return "meFileNotOpen";
+    }
+    return "unknown code";
+}
+
+const char* architectureName(korvane_arch arch) {
+    static const char* const names[] = {"xa32", "xa64", "wa64", "cc64"};
+    return arch < 4 ? names[arch] : "unknown architecture";
+}
+
+// Lets update records find the code they change among the loads listed so far:
+// the latest region loaded no later than the update that covers its address.
+class ListedRegions : public JitFileDecoder::SearchRegionCallback {
+public:
+    void add(const JitMethod::Ptr& method) {
+        for (const Region::Ptr& region : method->codeRegions())
+            m_regions.push_back(RegionOf{region, method});
+    }
+
+    korvane_error_t findRegion(u64_t address, u64_t time, u32_t, u32_t, Region::Ptr& region,
+                               JitMethod::Ptr& method) const override {
+        for (const RegionOf& candidate : m_regions) {
+            const Region& listed = *candidate.region;
+            const bool covers = address >= listed.startAddress() && address - listed.startAddress() < listed.length();
+            if (covers && listed.loadTime() <= time && (!region || listed.loadTime() >= region->loadTime())) {
+                region = candidate.region;
+                method = candidate.method;
+            }
+        }
+        return region ? meSuccess : meNotFound;
+    }
+
+private:
+    struct RegionOf {
+        Region::Ptr region;
+        JitMethod::Ptr method;
+    };
+    std::vector<RegionOf> m_regions;
+};
+
+struct Tally {
+    std::size_t records = 0;
+    std::size_t decoded = 0;
+    std::size_t refused = 0;
+};
+
+std::string displayName(const JitMethod& method) {
+    const std::string qualified = method.getQualifiedMethodName();
+    return qualified.empty() ? "(no name)" : qualified;
+}
+
+void printMethod(const JitMethod& method, std::ostream& out) {
+    out << "    method   " << displayName(method) << "\n"
+        << "             raw id " << hex(method.getRawMethodId());
+    if (method.getRawParentId() != 0)
+        out << ", raw parent id " << hex(method.getRawParentId());
+    out << ", token " << hex(method.getMethodToken()) << ", load time " << hex(method.getLoadTime())
+        << ", jit RVA " << hex(method.getStartJitRva()) << "\n";
+    if (*method.getClassName())
+        out << "    class    " << method.getClassName() << "\n";
+    if (const IModule::Ptr module = method.getModule())
+        out << "    module   " << module->getFilePath() << "  (" << architectureName(module->getArchitecture())
+            << (module->isBogus() == meSuccess ? ", no real file" : ", a real file") << ")\n";
+    if (const ISourceFile::Ptr source = method.getSourceFile())
+        out << "    source   " << source->getSourceFileName() << "\n";
+    std::size_t index = 0;
+    for (const Region::Ptr& region : method.codeRegions()) {
+        out << "    region " << ++index << "  ip [" << hex(region->startAddress()) << ", " << hex(region->endAddress())
+            << ")  jit RVA [" << hex(region->startJitRva()) << ", " << hex(region->startJitRva() + region->length())
+            << ")  ";
+        if (region->content())
+            out << region->content()->size() << " code bytes\n";
+        else
+            out << "no code bytes kept\n";
+    }
+    if (method.codeRegions().empty())
+        out << "    no code region\n";
+    for (const auto& table : method.getLineNumberInfo())
+        out << "    lines    for jit RVA [" << hex(table.first.m_start) << ", " << hex(table.first.end())
+            << "): managed to source " << table.second.m_managedToSource.size() << ", native to managed "
+            << table.second.m_nativeToManaged.size() << ", native to source "
+            << table.second.m_nativeToSource.size() << "\n";
+}
+
+// Decodes a code record as the reader would and says what came of it.
+class RecordLister {
+public:
+    RecordLister(JitFileDecoder& decoder, std::ostream& out) : m_decoder(decoder), m_out(out), m_isInlined(0) {
+        m_decoder.setSearchCallback(&m_listed);
+    }
+
+    void list(const Record& record, Tally& tally) {
+        m_out << "@" << hex(record.offset) << "  " << recordTypeName(record.type);
+        ++tally.records;
+        if (record.type == jittrace::Magic || record.type == jittrace::CollectorType) {
+            listValue(record);
+            return;
+        }
+        m_out << "  " << record.data.size() << " payload bytes\n";
+        JitMethod::Ptr method(new JitMethod());
+        if (!decode(record, method)) {
+            m_out << "    refused by the decoder; the reader skips this record\n";
+            ++tally.refused;
+            return;
+        }
+        ++tally.decoded;
+        printMethod(*method, m_out);
+        if (isTopLevelLoad(record))
+            m_listed.add(method);
+    }
+
+private:
+    void listValue(const Record& record) {
+        u32_t value = 0;
+        for (std::size_t i = 0; i < 4 && i < record.data.size(); ++i)
+            value |= static_cast<u32_t>(static_cast<unsigned char>(record.data[i])) << (8 * i);
+        m_out << "  value " << hex(value);
+        if (record.type == jittrace::CollectorType)
+            m_out << (value == ctJitProfiler ? " (JIT profiler)" : " (another collector)");
+        if (record.type == jittrace::Magic && record.offset != 0)
+            m_out << "  -- a second trace begins here; the reader stops before it";
+        m_out << "\n";
+    }
+
+    bool decode(const Record& record, JitMethod::Ptr& method) {
+        switch (record.type) {
+        case jittrace::FunctionLoad32:
+        case jittrace::FunctionLoad64:
+            return m_decoder.decodeMethodLoadRecordV0(record, method);
+        case jittrace::FunctionLoad32_v1:
+        case jittrace::FunctionLoad64_v1:
+            return m_decoder.decodeMethodLoadRecordV1(record, method);
+        case jittrace::FunctionLoad32_v2:
+        case jittrace::FunctionLoad64_v2:
+            return m_decoder.decodeMethodLoadRecordV2(record, method);
+        case jittrace::FunctionLoad32_v3:
+        case jittrace::FunctionLoad64_v3:
+        case jittrace::FunctionUpdate:
+            return decodeV3(record, method);
+        case jittrace::FunctionInlineLoad32:
+        case jittrace::FunctionInlineLoad64:
+            return m_decoder.decodeMethodInlineLoadRecord(record, method);
+        case jittrace::FunctionUpdate_v2:
+            return m_decoder.decodeMethodUpdateRecordV2(record, method);
+        default:
+            return false;
+        }
+    }
+
+    bool decodeV3(const Record& record, JitMethod::Ptr& method) {
+        const bool decoded = m_decoder.decodeMethodLoadRecordV3(record, method, &m_isInlined);
+        if (decoded && m_isInlined != 0)
+            m_out << "    marked as inlined (flag " << static_cast<unsigned>(m_isInlined)
+                  << "): its regions count from 0 and take no jit RVAs\n";
+        return decoded;
+    }
+
+    // Inlines and older records behind an inlined V3 record don't own code of their own.
+    bool isTopLevelLoad(const Record& record) const {
+        return record.type <= jittrace::FunctionLoad64_v3 && m_isInlined != 1;
+    }
+
+    JitFileDecoder& m_decoder;
+    std::ostream& m_out;
+    ListedRegions m_listed;
+    korvane_bool_t m_isInlined;
+};
+
+std::string count(std::size_t number, const char* singular, const char* plural) {
+    return std::to_string(number) + " " + (number == 1 ? singular : plural);
+}
+
+// The last line of a listing that framing cut short.
+void printStop(korvane_error_t result, const Record& record, std::ostream& out) {
+    out << "stopped at " << hex(record.offset) << ": " << errorName(result);
+    if (result == meFileNotOpen) {
+        out << ", the file could not be opened\n";
+        return;
+    }
+    out << " in ";
+    if (std::string(recordTypeName(record.type)) == "unknown")
+        out << "a record of unknown type " << hex(record.type);
+    else
+        out << "a " << recordTypeName(record.type) << " record";
+    out << "; the library's message on stderr says what is broken, and a reader ends the file here\n";
+}
+
+// Lists records up to the first framing result other than success and returns it; record is the last one tried.
+korvane_error_t walk(JitFileDecoder& decoder, Record& record, Tally& tally, std::ostream& out) {
+    RecordLister lister(decoder, out);
+    for (;;) {
+        record = Record();
+        const korvane_error_t result = decoder.getNextRecord(record);
+        if (result != meSuccess)
+            return result;
+        lister.list(record, tally);
+    }
+}
+
+u32_t pidOfFileName(const std::string& path) {
+    JitFilesManager catalogue;
+    u32_t pid = 0;
+    ustring hostName;
+    catalogue.parseJitFileName(boost::filesystem::path(path).filename().string(), pid, hostName);
+    return pid;
+}
+
+int listRecords(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+    ArgumentParser arguments({"--start-rva"}, {"--modules-only"});
+    if (!arguments.parse(args, err))
+        return 2;
+    if (arguments.has("--help") || arguments.positional().size() != 1) {
+        (arguments.has("--help") ? out : err)
+            << "Usage: korvane-jit " << kSynopsis << "\n"
+            << "  --modules-only  decode as a loader does: no code bytes, oldest records stop after the module\n"
+            << "  --start-rva N   first jit RVA of the file (default 0x1, as for the first file read)\n"
+            << "The library's own messages go to stderr; korvane-jit --log-level INFO records FILE\n"
+            << "also shows each decoded method in full, disassembly included.\n";
+        return arguments.has("--help") ? 0 : 2;
+    }
+    std::uint64_t startJitRva = 1;
+    if (!parseNumber(arguments.value("--start-rva", "1"), startJitRva)) {
+        err << "korvane-jit records: --start-rva needs a number, decimal or 0x...\n";
+        return 2;
+    }
+    const std::string path = arguments.positional().front();
+    const decoding_mode_t mode = arguments.has("--modules-only") ? dmModulesOnly : dmFull;
+    const u32_t pid = pidOfFileName(path);
+    boost::system::error_code sizeError;
+    const std::uintmax_t size = boost::filesystem::file_size(path, sizeError);
+
+    out << "trace " << path;
+    if (!sizeError)
+        out << ", " << size << " bytes";
+    out << ", process " << pid << ", jit RVAs from " << hex(startJitRva) << ", "
+        << (mode == dmFull ? "code bytes kept" : "modules only") << "\n";
+
+    JitFileDecoder decoder(path, pid, 1, startJitRva, mode);
+    Tally tally;
+    Record record;
+    const korvane_error_t result = walk(decoder, record, tally, out);
+
+    out << count(tally.records, "record", "records") << ": " << tally.decoded << " decoded, " << tally.refused
+        << " refused by the decoder\n";
+    if (result == meEndOfFile) {
+        out << "end of file; the records took jit RVAs [" << hex(startJitRva) << ", " << hex(decoder.nextJitRva())
+            << ")\n";
+        return 0;
+    }
+    printStop(result, record, out);
+    return 1;
+}
+
+const CommandRegistration registration(Command{
+    "records", kSynopsis,
+    "Lists the records of one trace file with offsets, types and sizes, and what the decoder makes of each.",
+    listRecords});
+
+} // namespace
+
+} // namespace korvane_tool
