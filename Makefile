@@ -37,9 +37,11 @@ test-asan: deps
 	cd $(ASAN_BUILD_DIR) && ctest --output-on-failure -j $(JOBS) -LE install
 
 test-tsan: deps
-	@if setarch -R true 2>/dev/null && ./cmake/tsan-probe.sh; then \
+	@if ! ls tests/concurrency/*_test.cpp >/dev/null 2>&1; then \
+	  echo "No concurrency tests to run under ThreadSanitizer"; \
+	elif setarch -R true 2>/dev/null && ./cmake/tsan-probe.sh; then \
 	  cmake -S . -B $(TSAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DKORVANE_SANITIZE=thread && \
-	  cmake --build $(TSAN_BUILD_DIR) -j $(JOBS) --target korvane_tests && \
+	  cmake --build $(TSAN_BUILD_DIR) -j $(JOBS) --target korvane_concurrency_tests && \
 	  cd $(TSAN_BUILD_DIR) && ctest --output-on-failure -L concurrency; \
 	else \
 	  echo "ThreadSanitizer cannot run on this kernel; skipping the concurrency tests under it"; \
@@ -47,9 +49,15 @@ test-tsan: deps
 
 test: test-release test-asan test-tsan
 
+EXAMPLES := $(BUILD_DIR)/examples
+
+# Writes the example traces, then shows what the tool makes of them.
 run: build
-	$(BUILD_DIR)/tools/korvane-jit-examples $(BUILD_DIR)/examples
-	$(BUILD_DIR)/tools/korvane-jit processes $(BUILD_DIR)/examples/*/
+	rm -rf $(EXAMPLES)
+	$(BUILD_DIR)/tools/korvane-jit-examples $(EXAMPLES)
+	$(BUILD_DIR)/tools/korvane-jit processes $(EXAMPLES)/session-1 $(EXAMPLES)/session-2
+	$(BUILD_DIR)/tools/korvane-jit methods $(EXAMPLES)/session-1 $(EXAMPLES)/session-2
+	$(BUILD_DIR)/tools/korvane-jit resolve $(EXAMPLES)/session-1 $(EXAMPLES)/session-2 --samples $(EXAMPLES)/samples.csv
 
 bench: build
 	$(BUILD_DIR)/bench/korvane_bench

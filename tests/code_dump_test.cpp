@@ -91,15 +91,6 @@ TEST(CodeDumpTest, NoBytes) {
     EXPECT_EQ("  no bytes\n  no bytes\n", stream.str());
 }
 
-TEST(CodeDumpTest, CallersStreamFormatIsLeftAlone) {
-    const unsigned char code[] = {0x31, 0xC0};
-    std::ostringstream stream;
-    stream << std::uppercase << std::setfill('*');
-    dumpCodeDisassembly(stream, code, 2, 0x7f1000, arch_xa64);
-    stream << 255;
-    EXPECT_EQ("  XDIS 7f1000:    LOGICAL  BASE                 31C0  xor eax, eax\n255", stream.str());
-}
-
 TEST(HexLineTest, Digits) {
     const unsigned char bytes[15] = {0xAB, 0x0A, 0x00, 0xFF, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0x10, 0xF0};
     char out[64];
@@ -133,27 +124,6 @@ TEST(X86DecoderTest, DecodeAndFormat) {
     char text[16];
     EXPECT_NE(0, decoder.format(text, sizeof text, 0x1000, X86Decoder::syntaxIntel));
     EXPECT_STREQ("xor eax, eax", text);
-}
-
-TEST(X86DecoderTest, ResetForgetsTheLastInstruction) {
-    X86Decoder::initialize();
-    X86Decoder decoder;
-    decoder.reset(X86Decoder::mmBits32, 4);
-    const unsigned char code[] = {0x40};
-    ASSERT_EQ(0u, decoder.decode(code, 1));
-    decoder.reset(X86Decoder::mmBits64, 8);
-    EXPECT_EQ(0u, decoder.length());
-    char text[64];
-    EXPECT_EQ(0, decoder.format(text, sizeof text, 0, X86Decoder::syntaxIntel));
-    EXPECT_NE(0u, decoder.decode(code, 1));
-}
-
-TEST(X86DecoderTest, ReadsNoMoreThanFifteenBytes) {
-    X86Decoder decoder;
-    decoder.reset(X86Decoder::mmBits64, 8);
-    // Sixteen operand-size prefixes make an instruction longer than any allowed.
-    const std::vector<unsigned char> code(20, 0x66);
-    EXPECT_NE(0u, decoder.decode(code.data(), static_cast<std::uint32_t>(code.size())));
 }
 
 } // namespace

@@ -242,6 +242,22 @@ TEST_F(JitDataManagerTest, RepeatedMethodIdsMergeIntoTheFirstArrival) {
     EXPECT_EQ(0x510u, jitRva);
 }
 
+// A file read again after a failure brings the same records with the same numbers.
+TEST_F(JitDataManagerTest, RecordsReadAgainChangeNothing) {
+    const JitMethod::Ptr method = loadCode(1, 0x1000, 0x1100, 0x100, 10);
+    loadCode(2, 0x1000, 0x1100, 0x200, 20);
+    const std::vector<Piece> before = pieces();
+    LogCapture log;
+    EXPECT_EQ(meSuccess, load(makeMethod(1, 10, {makeRegion(0x1000, 0x100, 0x100, 10)})));
+    EXPECT_EQ(meSuccess, load(makeMethod(2, 20, {makeRegion(0x1000, 0x100, 0x200, 20)})));
+    EXPECT_EQ(1u, method->regionCount());
+    EXPECT_EQ(before, pieces());
+    EXPECT_FALSE(log.contains("overlapped"));
+
+    // Other code under numbers that are taken is still refused.
+    EXPECT_EQ(meMalformedRecord, load(makeMethod(1, 10, {makeRegion(0x3000, 0x100, 0x100, 10)})));
+}
+
 TEST_F(JitDataManagerTest, SecondPreJittedCopyOfTheSameCodeIsDropped) {
     LogCapture log;
     const JitMethod::Ptr method = loadCode(1, 0x1000, 0x1100, 0x100, 1);

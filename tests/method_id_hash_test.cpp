@@ -93,10 +93,4 @@ TEST(MethodIdHashTest, MethodWithoutRegionHashesAsHostAndProcessZero) {
     EXPECT_EQ("1234.0.01", Md5HashGenerator().hashText(1234, method));
 }
 
-TEST(MethodIdHashTest, FirstRegionDecides) {
-    JitMethod::Ptr method = methodIn(1, 5678, arch_xa64);
-    method->addCodeRegion(makeRegion(0x2000, 0x10, 0x600, 99, 98));
-    EXPECT_EQ("1234.1.56781", Md5HashGenerator().hashText(1234, method));
-}
-
 } // namespace

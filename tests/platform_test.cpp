@@ -32,6 +32,8 @@ struct Digest {
     const char* md5;
 };
 
+std::ostream& operator<<(std::ostream& out, const Digest& digest) { return out << '"' << digest.text << '"'; }
+
 class Md5Test : public ::testing::TestWithParam<Digest> {};
 
 TEST_P(Md5Test, KnownDigests) {

@@ -64,21 +64,6 @@ TEST(RegionTest, RegionWithoutChildrenFindsNothing) {
     EXPECT_TRUE(region->getInlinedRegions().at_end());
 }
 
-TEST(RegionTest, InlinedRegionsWalkInArrivalOrder) {
-    Region::Ptr parent = makeRegion(0x1000, 0x100, 0x500);
-    Region::Ptr late = makeRegion(0x1080, 0x10);
-    Region::Ptr early = makeRegion(0x1010, 0x10);
-    parent->addChildRegion(late, makeMethod(1));
-    parent->addChildRegion(early, makeMethod(2));
-    skeinkit2::generic_iterator_t<ICodeRegion::Ptr> walk = parent->getInlinedRegions();
-    ASSERT_FALSE(walk.at_end());
-    EXPECT_EQ(late.get(), walk.current().get());
-    walk.next();
-    EXPECT_EQ(early.get(), walk.current().get());
-    walk.next();
-    EXPECT_TRUE(walk.at_end());
-}
-
 TEST(RegionTest, NormalisationGivesEveryLevelTheParentsDelta) {
     Region::Ptr parent = makeRegion(0x1000, 0x100, 0x500);
     Region::Ptr child = makeRegion(0x1040, 0x20);
@@ -115,12 +100,6 @@ TEST(RegionTest, InlineLineTablesMoveOnceOverRepeatedFinalisation) {
     ASSERT_TRUE(childMethod->getSourceLocation(0x550));
     EXPECT_EQ(77u, childMethod->getSourceLocation(0x550)->getLine());
     EXPECT_EQ(0x540u, child->startJitRva());
-}
-
-TEST(RegionTest, NormalisingWithoutChildrenChangesNothing) {
-    Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);
-    EXPECT_EQ(meSuccess, region->normalizeInlineJitRvaRanges(0x500, 0x1000));
-    EXPECT_EQ(0x500u, region->startJitRva());
 }
 
 TEST(RegionTest, CopyHasOwnBytesSameMarkupAndNoInlines) {

@@ -153,31 +153,12 @@ TEST(AddBytesUpdateTest, MarkupKeepsTheTypeItFirstHeld) {
     EXPECT_EQ("first", region->markupRanges().begin()->second.rangeName);
 }
 
-TEST(AddBytesUpdateTest, RefusalsLeaveTheMarkupAlone) {
-    Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);
-    region->setContent(makeBuffer(g_original));
-    region->addBytesUpdate(0x100C, 8, makeBuffer(Bytes(8, 1)), stCode, "");
-    region->addBytesUpdate(0x1004, 4, makeBuffer(g_patch), static_cast<korvane_segment_type_t>(9), "");
-    EXPECT_TRUE(region->markupRanges().empty());
-}
-
 TEST(AddBytesUpdateTest, RegionWithoutBytesIsReportedAndRefused) {
     Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);
     LogCapture log;
     EXPECT_EQ(meNotFound, region->addBytesUpdate(0x1004, 4, makeBuffer(g_patch), stCode, ""));
     EXPECT_TRUE(log.contains("Assertion failed: m_content"));
     EXPECT_FALSE(region->getBytes());
-}
-
-TEST(AddBytesUpdateTest, EntersAndLeavesUnderTrace) {
-    Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);
-    region->setContent(makeBuffer(g_original));
-    LogCapture log;
-    region->addBytesUpdate(0, 4, makeBuffer(g_patch), stCode, "");
-    const std::vector<std::string> traces = log.messages(log4cplus::TRACE_LOG_LEVEL);
-    ASSERT_EQ(2u, traces.size());
-    EXPECT_EQ(0u, traces[0].find("ENTER: "));
-    EXPECT_EQ(0u, traces[1].find("EXIT:  "));
 }
 
 } // namespace

@@ -120,6 +120,8 @@ struct NumberCase {
     std::uint64_t value;
 };
 
+std::ostream& operator<<(std::ostream& out, const NumberCase& number) { return out << '"' << number.text << '"'; }
+
 class ParseNumberTest : public ::testing::TestWithParam<NumberCase> {};
 
 TEST_P(ParseNumberTest, ReadsDecimalAndHex) {

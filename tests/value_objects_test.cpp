@@ -28,6 +28,11 @@ struct RangeOrder {
     bool bBeforeA;
 };
 
+std::ostream& operator<<(std::ostream& out, const RangeOrder& order) {
+    return out << "[" << order.a.m_start << "+" << order.a.m_length << "] vs [" << order.b.m_start << "+"
+               << order.b.m_length << "]";
+}
+
 class RangeComparatorTest : public ::testing::TestWithParam<RangeOrder> {};
 
 TEST_P(RangeComparatorTest, OverlappingRangesAreEquivalent) {
@@ -181,6 +186,10 @@ struct CopyCase {
     unsigned long targetSize;
     unsigned long copied;
 };
+
+std::ostream& operator<<(std::ostream& out, const CopyCase& copy) {
+    return out << "source " << copy.sourceSize << ", target " << copy.targetSize;
+}
 
 class ConvertTest : public ::testing::TestWithParam<CopyCase> {};
 

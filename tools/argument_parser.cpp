@@ -47,6 +47,21 @@ bool ArgumentParser::parse(const std::vector<std::string>& args, std::ostream& e
     return true;
 }
 
+bool ArgumentParser::parseCommand(const std::vector<std::string>& args, const std::string& usage, std::ostream& out,
+                                  std::ostream& err, int& exitCode) {
+    if (!parse(args, err)) {
+        err << "Usage: korvane-jit " << usage << "\n";
+        exitCode = 2;
+        return false;
+    }
+    if (has("--help")) {
+        out << "Usage: korvane-jit " << usage << "\n";
+        exitCode = 0;
+        return false;
+    }
+    return true;
+}
+
 bool ArgumentParser::has(const std::string& option) const { return m_present.count(option) != 0; }
 
 std::string ArgumentParser::value(const std::string& option, const std::string& fallback) const {

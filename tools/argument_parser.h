@@ -20,6 +20,11 @@ public:
     // Reports the first problem on err and returns false.
     bool parse(const std::vector<std::string>& args, std::ostream& err);
 
+    // As parse, for a command: answers --help with the usage on out, and reports
+    // problems with the usage on err. False means the command ends with exitCode.
+    bool parseCommand(const std::vector<std::string>& args, const std::string& usage, std::ostream& out,
+                      std::ostream& err, int& exitCode);
+
     const std::vector<std::string>& positional() const { return m_positional; }
     bool has(const std::string& option) const;
     // The last value given for the option, or the fallback.

@@ -40,11 +40,12 @@ void printProcess(korvane_3_10::u32_t pid, const JitFilesManager::ProcessJitInfo
 
 int listProcesses(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
     ArgumentParser arguments({}, {});
-    if (!arguments.parse(args, err))
+    int exitCode = 0;
+    if (!arguments.parseCommand(args, kSynopsis, out, err, exitCode))
+        return exitCode;
+    if (arguments.positional().empty()) {
+        err << "Usage: korvane-jit " << kSynopsis << "\n";
         return 2;
-    if (arguments.has("--help") || arguments.positional().empty()) {
-        (arguments.has("--help") ? out : err) << "Usage: korvane-jit " << kSynopsis << "\n";
-        return arguments.has("--help") ? 0 : 2;
     }
     const TraceDirectories directories(arguments.positional());
     JitFilesManager catalogue;

@@ -42,6 +42,34 @@ bool TraceDirectories::scan(korvane_3_10::JitFilesManager& catalogue, std::ostre
     return false;
 }
 
+boost::intrusive_ptr<korvane_3_10::ISymbolResolver> TraceDirectories::resolver(std::ostream& err) const {
+    skeinkit2::generic_iterator_t<const char*> paths = iterator();
+    boost::intrusive_ptr<korvane_3_10::ISymbolFileLocator> noLocator;
+    boost::intrusive_ptr<korvane_3_10::ISymbolResolver> result = korvane_3_10::ISymbolResolver::create(paths, noLocator);
+    if (!result)
+        explainFailure(err);
+    return result;
+}
+
+boost::intrusive_ptr<korvane_3_10::ISymbolResolver> TraceDirectories::resolver(korvane_arch arch,
+                                                                                std::ostream& err) const {
+    skeinkit2::generic_iterator_t<const char*> paths = iterator();
+    boost::intrusive_ptr<korvane_3_10::ISymbolFileLocator> noLocator;
+    boost::intrusive_ptr<korvane_3_10::ISymbolResolver> result =
+        korvane_3_10::ISymbolResolver::create(paths, noLocator, arch);
+    if (!result)
+        explainFailure(err);
+    return result;
+}
+
+boost::intrusive_ptr<korvane_3_10::IJitLoader> TraceDirectories::loader(std::ostream& err) const {
+    skeinkit2::generic_iterator_t<const char*> paths = iterator();
+    boost::intrusive_ptr<korvane_3_10::IJitLoader> result = korvane_3_10::IJitLoader::create(paths);
+    if (!result)
+        explainFailure(err);
+    return result;
+}
+
 void TraceDirectories::explainFailure(std::ostream& err) const {
     korvane_3_10::JitFilesManager catalogue;
     if (scan(catalogue, err))

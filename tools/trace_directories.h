@@ -27,10 +27,14 @@ public:
 
     // Scans into the catalogue; on failure says on err what is wrong and where.
     bool scan(korvane_3_10::JitFilesManager& catalogue, std::ostream& err) const;
-    // Says what is wrong after a front end could not be made over the directories.
-    void explainFailure(std::ostream& err) const;
+    // The front ends over the directories; null after saying on err what is wrong.
+    boost::intrusive_ptr<korvane_3_10::ISymbolResolver> resolver(std::ostream& err) const;
+    boost::intrusive_ptr<korvane_3_10::ISymbolResolver> resolver(korvane_arch arch, std::ostream& err) const;
+    boost::intrusive_ptr<korvane_3_10::IJitLoader> loader(std::ostream& err) const;
 
 private:
+    // Says what is wrong after a front end could not be made over the directories.
+    void explainFailure(std::ostream& err) const;
     void explain(korvane_error_t result, std::ostream& err) const;
     bool explainBadDirectories(std::ostream& err) const;
     bool explainBadFileNames(std::ostream& err) const;

@@ -63,6 +63,18 @@ void copyClamped(std::vector<unsigned char>& target, u64_t targetOffset, const I
     std::copy(bytes + sourceOffset, bytes + sourceOffset + count, target.begin() + targetOffset);
 }
 
+bool sameCode(const Region& a, const Region& b) {
+    return a.startAddress() == b.startAddress() && a.length() == b.length() && a.loadTime() == b.loadTime();
+}
+
+// The same inline record once more, as a second reading of a file brings it.
+bool sameInlineRecord(const JitMethod& a, const JitMethod& b) {
+    return a.getRawMethodId() == b.getRawMethodId() && a.getRawParentId() == b.getRawParentId() &&
+           a.methodInfo()->m_qualifiedMethodName == b.methodInfo()->m_qualifiedMethodName &&
+           a.methodInfo()->m_className == b.methodInfo()->m_className && a.regionCount() == 1 &&
+           b.regionCount() == 1 && sameCode(*a.codeRegions().front(), *b.codeRegions().front());
+}
+
 korvane_error_t refuseRegion(const JitMethod& rawMethod, const Region& region, const char* reason) {
     KORVANE_LOG_ERROR("Couldn't add a region (addr=" << hex(region.startAddress()) << ", size=" << hex(region.length())
                                                      << ", methodID=" << hex(rawMethod.getRawMethodId())
@@ -310,6 +322,10 @@ korvane_error_t JitDataManager::processMethodLoadRecord(u32_t pid, u32_t hostId,
         m_jitMethodStorage.push_back(rawMethod);
     } else {
         KORVANE_LOG_TRACE("Detected already cached code region with the same method id " << label(*jitMethod));
+        if (isPlacedAlready(*jitMethod, *rawMethod)) {
+            KORVANE_LOG_TRACE("Skipped a record that was read before " << label(*rawMethod));
+            return meSuccess;
+        }
         if (isPreJittedDuplicate(*jitMethod, *rawMethod)) {
             KORVANE_LOG_WARN("Couldn't add a region (methodID="
                              << hex(rawMethod->getRawMethodId())
@@ -332,6 +348,44 @@ korvane_error_t JitDataManager::processMethodLoadRecord(u32_t pid, u32_t hostId,
             cacheParentMethod(jitMethod);
     }
     return meSuccess;
+}
+
+bool JitDataManager::isPlacedAlready(const JitMethod& jitMethod, const JitMethod& rawMethod) const {
+    // Numbers are handed out once per byte of a file, so the same numbers for
+    // the same code mean that the file is being read again.
+    if (rawMethod.codeRegions().empty())
+        return false;
+    for (const Region::Ptr& region : rawMethod.codeRegions()) {
+        const auto placed = m_jitRvaDomain.find(Range{region->startJitRva(), region->length()});
+        if (placed == m_jitRvaDomain.end() || placed->second.m_method.get() != &jitMethod)
+            return false;
+        const Region& known = *placed->second.m_region;
+        if (known.startJitRva() != region->startJitRva() || !sameCode(known, *region))
+            return false;
+    }
+    return true;
+}
+
+bool JitDataManager::isCachedAlready(const JitMethod& rawMethod) const {
+    const auto siblings = m_cachedParentMethods.equal_range(rawMethod.getParentId());
+    for (auto entry = siblings.first; entry != siblings.second; ++entry)
+        if (sameInlineRecord(*entry->second, rawMethod))
+            return true;
+    return false;
+}
+
+bool JitDataManager::isInlinedAlready(const Region& parentRegion, const JitMethod& rawMethod) const {
+    std::vector<const Region*> pending(1, &parentRegion);
+    while (!pending.empty()) {
+        const Region& current = *pending.back();
+        pending.pop_back();
+        for (std::size_t i = 0; i < current.inlinedRegions().size() && i < current.inlinedMethods().size(); ++i) {
+            if (current.inlinedMethods()[i] && sameInlineRecord(*current.inlinedMethods()[i], rawMethod))
+                return true;
+            pending.push_back(current.inlinedRegions()[i].get());
+        }
+    }
+    return false;
 }
 
 korvane_error_t JitDataManager::placeRegion(u32_t pid, u32_t hostId, const JitMethod::Ptr& rawMethod,
@@ -438,6 +492,10 @@ korvane_error_t JitDataManager::processMethodInlineLoadRecord(u32_t, u32_t, JitM
 
     JitMethod::Ptr parentMethod;
     Region::Ptr parentRegion;
+    if (jitProfiler && isCachedAlready(*rawMethod)) {
+        KORVANE_LOG_TRACE("Skipped an inline record that was read before " << label(*rawMethod));
+        return meSuccess;
+    }
     if (jitProfiler) {
         // Looked up before the record enters the caches, so that it can't find itself.
         const bool parentFound = findParentMethod(rawMethod->getParentId(), parentMethod) == meSuccess ||
@@ -455,6 +513,9 @@ korvane_error_t JitDataManager::processMethodInlineLoadRecord(u32_t, u32_t, JitM
         KORVANE_LOG_ERROR("Couldn't inline method (method id = " << hex(rawMethodId)
                                                                  << ") because parent method is not found.");
         return meNotFound;
+    } else if (isInlinedAlready(*parentRegion, *rawMethod)) {
+        KORVANE_LOG_TRACE("Skipped an inline record that was read before " << label(*rawMethod));
+        return meSuccess;
     }
 
     KORVANE_ASSERT(parentMethod);

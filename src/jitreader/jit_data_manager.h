@@ -91,6 +91,10 @@ private:
     // Space that only the new region covers.
     korvane_error_t addFreshPiece(const Range& range, const Region::Ptr& region, const JitMethod::Ptr& method,
                                   SingleRegionDomain& splittedRegions) const;
+    // A file read a second time brings its records again; these recognise them.
+    bool isPlacedAlready(const JitMethod& jitMethod, const JitMethod& rawMethod) const;
+    bool isCachedAlready(const JitMethod& rawMethod) const;
+    bool isInlinedAlready(const Region& parentRegion, const JitMethod& rawMethod) const;
     korvane_error_t placeRegion(u32_t pid, u32_t hostId, const JitMethod::Ptr& rawMethod,
                                 const JitMethod::Ptr& jitMethod, const Region::Ptr& region);
     void reportUnloadedMethods(u32_t pid, u32_t hostId, const JitMethod& rawMethod, SingleRegionDomainItr first,

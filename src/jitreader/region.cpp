@@ -17,6 +17,9 @@ namespace {
 
 const u32_t g_noInline = 0xFFFFFFFF;
 const unsigned char g_noOperation = 0x90;
+// Inlines nest a few levels in practice. Records whose ids name each other as
+// parents can hang two regions into each other, and the dump must still end.
+const u32_t g_maxDumpIndent = 4 * 64;
 
 bool isKnownSegmentType(korvane_segment_type_t segType) {
     return segType == stCode || segType == stData || segType == stKeep;
@@ -202,6 +205,8 @@ korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const 
 
 void Region::dumpInlines(ustringstream& stream, u32_t indent) {
     KORVANE_ASSERT(m_inlinedRegions.size() == m_inlinedMethods.size());
+    if (indent > g_maxDumpIndent)
+        return;
     for (std::size_t index = 0; index < m_inlinedRegions.size(); ++index) {
         const Region& child = *m_inlinedRegions[index];
         const JitMethod* method = index < m_inlinedMethods.size() ? m_inlinedMethods[index].get() : nullptr;

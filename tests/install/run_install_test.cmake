@@ -12,7 +12,7 @@ function(run)
 endfunction()
 
 function(expect_listing label)
-  if(NOT last_output MATCHES "com\\.example\\.shop\\.Cart::addItem")
+  if(NOT last_output MATCHES "com::example::shop::Cart::addItem")
     message(FATAL_ERROR "${label}: the consumer did not list the example methods:\n${last_output}")
   endif()
   if(NOT last_output MATCHES "[1-9][0-9]* symbols, [1-9][0-9]* processes")

@@ -185,11 +185,13 @@ void ExampleSet::writeShopJvm() {
     sample(1500000, hashCode.address + 0x04, 4711, host);
     sample(1500000, putVal.address + 0x02, 4711, host);
     sample(1500000, putAll.address + 0x90, 4711, host);
-    sample(2500000, total.address + 0x20, 4711, host);
-    sample(3500000, total.address + 0x20, 4711, host);
-    sample(3500000, total.address + 0x60, 4711, host);
-    sample(1500000, sort.address + 0x30, 4711, host);
-    sample(4000000, sort.address + 0x30, 4711, host);
+    // Before and after Cache.get took over the place of Cart.total.
+    sample(1002500, total.address + 0x20, 4711, host);
+    sample(1004000, total.address + 0x20, 4711, host);
+    sample(1004000, total.address + 0x60, 4711, host);
+    // Before and after Sorter.sort got new code.
+    sample(1002500, sort.address + 0x30, 4711, host);
+    sample(1004000, sort.address + 0x30, 4711, host);
     sample(5500000, run.address + 0x48, 4711, host);
     sample(5500000, run.address + 0x10, 4711, host);
     sample(5500000, lambda.address + 0x08, 4711, host);

@@ -1,0 +1,73 @@
+# Runs the real binaries: the example generator (twice, for the same bytes) and
+# korvane-jit on its output, then on a broken trace. Expects TOOL, EXAMPLES, WORK_DIR.
+
+function(run_tool name)
+  execute_process(COMMAND ${TOOL} ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  set(${name}_result "${result}" PARENT_SCOPE)
+  set(${name}_out "${out}" PARENT_SCOPE)
+  set(${name}_err "${err}" PARENT_SCOPE)
+endfunction()
+
+function(expect_clean name)
+  if(NOT ${name}_result EQUAL 0 OR NOT "${${name}_err}" STREQUAL "")
+    message(FATAL_ERROR "korvane-jit ${name}: exit ${${name}_result}\n${${name}_err}")
+  endif()
+endfunction()
+
+function(expect_in name pattern)
+  if(NOT "${${name}_out}" MATCHES "${pattern}")
+    message(FATAL_ERROR "korvane-jit ${name}: no match for ${pattern} in\n${${name}_out}")
+  endif()
+endfunction()
+
+file(REMOVE_RECURSE ${WORK_DIR})
+foreach(copy first second)
+  execute_process(COMMAND ${EXAMPLES} ${WORK_DIR}/${copy} RESULT_VARIABLE result OUTPUT_QUIET)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "korvane-jit-examples failed: ${result}")
+  endif()
+endforeach()
+
+file(GLOB_RECURSE written RELATIVE ${WORK_DIR}/first ${WORK_DIR}/first/*)
+list(LENGTH written count)
+if(count LESS 8)
+  message(FATAL_ERROR "too few example files: ${written}")
+endif()
+foreach(file IN LISTS written)
+  file(SHA256 ${WORK_DIR}/first/${file} one)
+  file(SHA256 ${WORK_DIR}/second/${file} two)
+  if(NOT one STREQUAL two)
+    message(FATAL_ERROR "the example generator is not deterministic: ${file}")
+  endif()
+endforeach()
+
+set(dirs ${WORK_DIR}/first/session-1 ${WORK_DIR}/first/session-2)
+run_tool(processes processes ${dirs})
+expect_clean(processes)
+expect_in(processes "4 hosts, 6 processes, 9 files")
+
+run_tool(methods methods ${dirs})
+expect_clean(methods)
+expect_in(methods "com::example::shop::Cart::total\\(\\)\n[^\n]*\n[^\n]*\n[^\n]*\n[^\n]*\n[^\n]*unloaded 1003000")
+
+run_tool(resolve resolve ${dirs} --samples ${WORK_DIR}/first/samples.csv)
+expect_clean(resolve)
+expect_in(resolve ",2,java::lang::String::hashCode\\(\\),String.java,1502\n")
+expect_in(resolve "1002500,0x7f3a1c004020,4711,alpha.example.net,jit,[^\n]*,0,com::example::shop::Cart::total\\(\\),")
+expect_in(resolve "1004000,0x7f3a1c004020,4711,alpha.example.net,jit,[^\n]*Cache<K,V>::get")
+expect_in(resolve "900000,0x7f3a1c001008,4711,alpha.example.net,outside JIT code,")
+
+run_tool(json resolve ${dirs} --samples ${WORK_DIR}/first/samples.csv --json)
+expect_clean(json)
+expect_in(json "\"frames\":\\[{\"method\":\"Contoso::Billing::Invoice::Total\"")
+
+# A broken trace is logged on stderr through the tool's own log set-up.
+file(MAKE_DIRECTORY ${WORK_DIR}/broken)
+file(WRITE ${WORK_DIR}/broken/host.1.jit "junk")
+run_tool(broken methods ${WORK_DIR}/broken)
+if(NOT broken_result EQUAL 0 OR NOT broken_err MATCHES "ERROR[^\n]*Could not read jit file [^\n]*host.1.jit")
+  message(FATAL_ERROR "a broken trace was not reported:\n${broken_err}")
+endif()
+run_tool(quiet --log-level OFF methods ${WORK_DIR}/broken)
+expect_clean(quiet)
+file(REMOVE_RECURSE ${WORK_DIR})

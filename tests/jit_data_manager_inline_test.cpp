@@ -1,0 +1,251 @@
+// Inline placement and the inline caches of the data manager, fed with hand-built records.
+#include "method_builder.h"
+#include "test_support.h"
+
+#include "jitreader/jit_trace_format.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using namespace korvane_3_10;
+using korvane_test::kHost;
+using korvane_test::kPid;
+using korvane_test::LogCapture;
+using korvane_test::makeInline;
+using korvane_test::makeMethod;
+using korvane_test::makeRegion;
+
+const u32_t kParent = 100;
+const u32_t kOuter = 200;
+const u32_t kInner = 300;
+
+struct InlineStore {
+    explicit InlineStore(u32_t collectorType) { manager.setCollectorType(collectorType); }
+
+    korvane_error_t load(JitMethod::Ptr method) { return manager.processMethodLoadRecord(kPid, kHost, method); }
+    korvane_error_t loadInline(JitMethod::Ptr method) {
+        return manager.processMethodInlineLoadRecord(kPid, kHost, method);
+    }
+    // A parent of one region, registered under kParent.
+    JitMethod::Ptr loadParent(u64_t start, jit_rva_t jitRva, u64_t loadTime = 10) {
+        JitMethod::Ptr parent = makeMethod(kParent, loadTime, {makeRegion(start, 0x100, jitRva, loadTime)});
+        EXPECT_EQ(meSuccess, load(parent));
+        return parent;
+    }
+
+    JitDataManager manager;
+};
+
+JitMethod::Ptr withLine(const JitMethod::Ptr& method, u32_t line) {
+    method->addLineNumberInfo(ltNativeToSource, {{0, method->codeRegions().front()->length(), line}},
+                              Range{0, method->codeRegions().front()->length()});
+    return method;
+}
+
+u32_t lineAt(const JitMethod::Ptr& method, jit_rva_t jitRva) {
+    const ISourceLocation::Ptr location = method->getSourceLocation(jitRva);
+    return location ? location->getLine() : 0;
+}
+
+// Parent, inline and an inline of the inline arrive in every order; after
+// finalisation each is found by jit RVA and answers its own line, also after
+// a second finalisation.
+TEST(JitDataManagerInlineTest, ProfilerInlinesFindTheirParentsInAnyOrder) {
+    struct Case {
+        const char* order;
+        jit_rva_t parentJitRva;
+    };
+    // P: parent at 0x1000; Q: parent's only code elsewhere; R: later parent code at 0x1000;
+    // I: inline of the parent at 0x1040; N: inline of I at 0x1048.
+    const std::vector<Case> cases = {{"PI", 0x100},  {"IP", 0x100},  {"QIR", 0x400}, {"NIP", 0x100},
+                                     {"INP", 0x100}, {"PNI", 0x100}, {"PIN", 0x100}, {"NPI", 0x100}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.order);
+        InlineStore store(ctJitProfiler);
+        const JitMethod::Ptr outer = withLine(makeInline(kOuter, kParent, 0x1040, 0x20), 42);
+        const JitMethod::Ptr inner = withLine(makeInline(kInner, kOuter, 0x1048, 0x8), 7);
+        const bool nested = std::string(c.order).find('N') != std::string::npos;
+        JitMethod::Ptr parent;
+        for (const char step : std::string(c.order)) {
+            if (step == 'P')
+                parent = store.loadParent(0x1000, 0x100);
+            else if (step == 'Q')
+                parent = store.loadParent(0x3000, 0x300);
+            else if (step == 'R')
+                store.loadParent(0x1000, 0x400, 12);
+            else
+                EXPECT_EQ(meSuccess, store.loadInline(step == 'I' ? outer : inner));
+        }
+        for (int round = 0; round < 2; ++round) {
+            store.manager.finalize();
+            const Region::Ptr& parentRegion = parent->codeRegions().back();
+            ASSERT_EQ(c.parentJitRva, parentRegion->startJitRva());
+            EXPECT_TRUE(outer->attachedToParent());
+            EXPECT_EQ(c.parentJitRva + 0x40, outer->codeRegions().front()->startJitRva());
+            EXPECT_EQ(ISymbol::Ptr(outer), parentRegion->getInlinedSymbol(c.parentJitRva + 0x45));
+            EXPECT_EQ(42u, lineAt(outer, c.parentJitRva + 0x45));
+            if (!nested)
+                continue;
+            EXPECT_TRUE(inner->attachedToParent());
+            EXPECT_EQ(c.parentJitRva + 0x48, inner->codeRegions().front()->startJitRva());
+            EXPECT_EQ(ISymbol::Ptr(inner), outer->codeRegions().front()->getInlinedSymbol(c.parentJitRva + 0x4a));
+            EXPECT_EQ(7u, lineAt(inner, c.parentJitRva + 0x4a));
+        }
+    }
+}
+
+TEST(JitDataManagerInlineTest, InlineWithoutParentWaitsInTheCaches) {
+    LogCapture log;
+    InlineStore store(ctJitProfiler);
+    const JitMethod::Ptr outer = makeInline(kOuter, kParent, 0x1040, 0x20);
+    EXPECT_EQ(meSuccess, store.loadInline(outer));
+    EXPECT_TRUE(log.contains("Couldn't inline method (method id = 0xc8) because parent method is not found. Inline "
+                             "method is cached."));
+    EXPECT_EQ(1u, store.manager.inlineMethods().count(outer->getMethodId()));
+    EXPECT_EQ(1u, store.manager.cachedParentMethods().count(outer->getParentId()));
+
+    store.loadParent(0x3000, 0x300);
+    EXPECT_TRUE(log.contains("because parent method has not ip range suitable for insert.The cached inline method "
+                             "is stayed awaiting for a parent."));
+    EXPECT_FALSE(outer->attachedToParent());
+}
+
+// Inlines against a parent region at 0x1000-0x1100, in arrival order.
+TEST(JitDataManagerInlineTest, ProfilerInlinesMustFitTheParentAndTheirSiblings) {
+    struct Spec {
+        u32_t id;
+        u64_t start;
+        u32_t length;
+        bool attached;
+    };
+    struct Case {
+        const char* name;
+        std::vector<Spec> inlines;
+        const char* message;
+    };
+    const std::vector<Case> cases = {
+        {"the whole region", {{200, 0x1000, 0x100, true}}, nullptr},
+        {"one byte beyond the end",
+         {{200, 0x10f0, 0x11, false}},
+         "Couldn't inline method (method id = 0xc8, ip range = 0x10f0-0x1101) because it overlaps parent's ip range "
+         "0x1000-0x1100"},
+        {"touching the end", {{200, 0x1100, 0x10, false}}, "because it overlaps parent's ip range 0x1000-0x1100"},
+        {"the same range twice", {{200, 0x1040, 0x20, true}, {201, 0x1040, 0x20, true}}, nullptr},
+        {"a holder after its inner one",
+         {{200, 0x1040, 0x10, true}, {201, 0x1040, 0x20, false}},
+         "because it intersects another parent's inline with range 0x1040-0x1050"},
+        {"an inner one after its holder", {{201, 0x1040, 0x20, true}, {200, 0x1040, 0x10, true}}, nullptr},
+        {"the same id twice",
+         {{200, 0x1040, 0x20, true}, {200, 0x1070, 0x10, true}},
+         "Already cached inline method (method id = 0xc8)"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        LogCapture log;
+        InlineStore store(ctJitProfiler);
+        const JitMethod::Ptr parent = store.loadParent(0x1000, 0x100);
+        std::size_t attached = 0;
+        for (const Spec& spec : c.inlines) {
+            const JitMethod::Ptr method = makeInline(spec.id, kParent, spec.start, spec.length);
+            EXPECT_EQ(spec.attached ? meSuccess : meNotFound, store.loadInline(method));
+            EXPECT_EQ(spec.attached, method->attachedToParent());
+            attached += spec.attached ? 1 : 0;
+        }
+        EXPECT_EQ(attached, parent->codeRegions().front()->inlinedRegions().size());
+        EXPECT_EQ(c.inlines.size(), store.manager.cachedParentMethods().count(parent->getMethodId()) - 1);
+        if (c.message) {
+            EXPECT_TRUE(log.contains(c.message));
+        }
+    }
+}
+
+// A file read again after a failure brings its inline records once more.
+TEST(JitDataManagerInlineTest, InlineRecordsReadAgainAreNotPlacedTwice) {
+    for (const u32_t collectorType : {0u, static_cast<u32_t>(ctJitProfiler)}) {
+        SCOPED_TRACE(collectorType);
+        InlineStore store(collectorType);
+        const JitMethod::Ptr parent = store.loadParent(0x1000, 0x100);
+        const u32_t id = collectorType == ctJitProfiler ? kOuter : 0;
+        const u32_t parentId = collectorType == ctJitProfiler ? kParent : 0;
+        EXPECT_EQ(meSuccess, store.loadInline(makeInline(id, parentId, 0x1040, 0x20)));
+        EXPECT_EQ(meSuccess, store.loadInline(makeInline(id, parentId, 0x1040, 0x20)));
+        EXPECT_EQ(1u, parent->codeRegions().front()->inlinedRegions().size());
+        // Another method inlined over the same range is no repeat.
+        const JitMethod::Ptr other = makeInline(id, parentId, 0x1040, 0x20);
+        other->methodInfo()->setMethodName("other");
+        EXPECT_EQ(meSuccess, store.loadInline(other));
+        EXPECT_TRUE(other->attachedToParent());
+    }
+}
+
+TEST(JitDataManagerInlineTest, ProfilerInlinesNeedBothIds) {
+    LogCapture log;
+    InlineStore store(ctJitProfiler);
+    EXPECT_EQ(meNotFound, store.loadInline(makeInline(0, kParent, 0x1040, 0x20)));
+    EXPECT_TRUE(log.contains("Couldn't inline method (method id = 0) because method id is invalid."));
+    EXPECT_EQ(meNotFound, store.loadInline(makeInline(kOuter, 0, 0x1040, 0x20)));
+    EXPECT_TRUE(log.contains("Couldn't inline method (method id = 0xc8) because its parent id = 0 is invalid."));
+    EXPECT_TRUE(store.manager.inlineMethods().empty());
+}
+
+TEST(JitDataManagerInlineTest, OverwrittenParentCodeTakesNoMoreInlines) {
+    InlineStore store(ctJitProfiler);
+    const JitMethod::Ptr parent = store.loadParent(0x1000, 0x100, 10);
+    store.load(makeMethod(101, 20, {makeRegion(0x1000, 0x100, 0x200, 20)}));
+    store.loadParent(0x2000, 0x300, 30);
+
+    const JitMethod::Ptr onOldCode = makeInline(kOuter, kParent, 0x1040, 0x20);
+    EXPECT_EQ(meSuccess, store.loadInline(onOldCode));
+    EXPECT_FALSE(onOldCode->attachedToParent());
+    const JitMethod::Ptr onLiveCode = makeInline(kOuter + 1, kParent, 0x2040, 0x20);
+    EXPECT_EQ(meSuccess, store.loadInline(onLiveCode));
+    EXPECT_TRUE(onLiveCode->attachedToParent());
+    EXPECT_EQ(1u, parent->codeRegions().back()->inlinedRegions().size());
+}
+
+// Two inlines that name each other as parent would close their regions into a ring.
+TEST(JitDataManagerInlineTest, InlinesNamingEachOtherAsParentDontFormARing) {
+    LogCapture log;
+    InlineStore store(ctJitProfiler);
+    const JitMethod::Ptr first = makeInline(kOuter, kInner, 0x1040, 0x20);
+    const JitMethod::Ptr second = makeInline(kInner, kOuter, 0x1040, 0x20);
+    EXPECT_EQ(meSuccess, store.loadInline(first));
+    EXPECT_EQ(meNotFound, store.loadInline(second));
+    EXPECT_TRUE(first->attachedToParent());
+    EXPECT_FALSE(second->attachedToParent());
+    EXPECT_TRUE(second->codeRegions().front()->inlinedRegions().size() == 1);
+    EXPECT_TRUE(first->codeRegions().front()->inlinedRegions().empty());
+    EXPECT_TRUE(log.contains("because the parent's code region lies in it"));
+}
+
+// Without the profiler an inline lies in whatever code stands at its address,
+// takes its jit RVA at once, and goes into the deepest inline holding it.
+TEST(JitDataManagerInlineTest, OtherCollectorsPlaceInlinesByAddress) {
+    LogCapture log;
+    InlineStore store(0);
+    const JitMethod::Ptr parent = store.loadParent(0x1000, 0x100, 10);
+    const JitMethod::Ptr outer = withLine(makeInline(0, 0, 0x1040, 0x20, 20), 42);
+    const JitMethod::Ptr inner = makeInline(0, 0, 0x1048, 0x8, 20);
+    EXPECT_EQ(meSuccess, store.loadInline(outer));
+    EXPECT_EQ(meSuccess, store.loadInline(inner));
+    EXPECT_EQ(0x140u, outer->codeRegions().front()->startJitRva());
+    EXPECT_EQ(0x148u, inner->codeRegions().front()->startJitRva());
+    const Region::Ptr& parentRegion = parent->codeRegions().front();
+    ASSERT_EQ(1u, parentRegion->inlinedRegions().size());
+    EXPECT_EQ(ISymbol::Ptr(inner), outer->codeRegions().front()->getInlinedSymbol(0x14a));
+    EXPECT_TRUE(store.manager.cachedParentMethods().empty());
+
+    store.manager.finalize();
+    EXPECT_EQ(42u, lineAt(outer, 0x145));
+
+    EXPECT_EQ(meNotFound, store.loadInline(makeInline(0, 0, 0x5000, 0x8, 20)));
+    EXPECT_EQ(meNotFound, store.loadInline(makeInline(0, 0, 0x1040, 0x8, 5)));
+    EXPECT_EQ(2u, log.count("Couldn't inline method (method id = 0) because parent method is not found."));
+    EXPECT_EQ(meNotFound, store.loadInline(makeInline(0, 0, 0x10f8, 0x10, 20)));
+    EXPECT_TRUE(log.contains("because it overlaps parent's ip range 0x1000-0x1100"));
+}
+
+} // namespace

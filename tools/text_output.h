@@ -1,0 +1,21 @@
+// Text forms of the tool's output: numbers, CSV fields and JSON strings.
+#ifndef KORVANE_TOOLS_TEXT_OUTPUT_H
+#define KORVANE_TOOLS_TEXT_OUTPUT_H
+
+#include <cstdint>
+#include <string>
+
+namespace korvane_tool {
+
+// "0x" and lower-case hex; zero as "0x0", so that a column reads the same throughout.
+std::string hexText(std::uint64_t value);
+// Quoted when it holds a comma, a quote or a line break; quotes doubled inside.
+std::string csvField(const std::string& text);
+// A JSON string literal, quotes included.
+std::string jsonString(const std::string& text);
+// A possibly null library text as a string.
+std::string text(const char* value);
+
+} // namespace korvane_tool
+
+#endif
