@@ -131,7 +131,8 @@ TEST_P(ToolArchTest, ArchChoosesTheWordSizeRead) {
     args.insert(args.end(), GetParam().options.begin(), GetParam().options.end());
     const ToolRun run = runTool("methods", args);
     ASSERT_EQ(0, run.exitCode) << run.err;
-    const std::string summary = std::to_string(GetParam().methods) + (GetParam().methods == 1 ? " method\n" : " methods\n");
+    const std::string summary =
+        std::to_string(GetParam().methods) + (GetParam().methods == 1 ? " method\n" : " methods\n");
     ASSERT_GE(run.out.size(), summary.size());
     EXPECT_EQ(summary, run.out.substr(run.out.size() - summary.size())) << run.out;
 }

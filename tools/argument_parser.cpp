@@ -72,7 +72,8 @@ std::string ArgumentParser::value(const std::string& option, const std::string& 
 bool parseNumber(const std::string& text, std::uint64_t& number) {
     const bool isHex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
     const std::string digits = isHex ? text.substr(2) : text;
-    if (digits.empty() || digits.find_first_not_of(isHex ? "0123456789abcdefABCDEF" : "0123456789") != std::string::npos)
+    if (digits.empty() ||
+        digits.find_first_not_of(isHex ? "0123456789abcdefABCDEF" : "0123456789") != std::string::npos)
         return false;
     errno = 0;
     char* end = nullptr;

@@ -65,8 +65,8 @@ int listProcesses(const std::vector<std::string>& args, std::ostream& out, std::
 }
 
 const CommandRegistration registration(Command{
-    "processes", kSynopsis, "Lists hosts with their ids, their processes, and each trace file with size and jit RVA range.",
-    listProcesses});
+    "processes", kSynopsis,
+    "Lists hosts with their ids, their processes, and each trace file with size and jit RVA range.", listProcesses});
 
 } // namespace
 

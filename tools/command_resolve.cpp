@@ -122,8 +122,8 @@ void writeJson(const Sample& sample, const Resolution& resolution, std::ostream&
         << ",\"pid\":" << sample.pid << ",\"host\":" << jsonString(sample.host)
         << ",\"result\":" << jsonString(outcome(resolution));
     if (resolution.result == meSuccess) {
-        out << ",\"jit_rva\":" << jsonString(hexText(resolution.jitRva)) << ",\"module\":" << jsonString(resolution.module)
-            << ",\"frames\":[";
+        out << ",\"jit_rva\":" << jsonString(hexText(resolution.jitRva))
+            << ",\"module\":" << jsonString(resolution.module) << ",\"frames\":[";
         for (std::size_t depth = 0; depth < resolution.frames.size(); ++depth) {
             const Frame& frame = resolution.frames[depth];
             out << (depth ? "," : "") << "{\"method\":" << jsonString(frame.method) << ",\"source_file\":"

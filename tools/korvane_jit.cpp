@@ -13,20 +13,41 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <sstream>
 
 namespace {
 
 const char kLogLevelOption[] = "--log-level";
 
+// Words of a description on lines of at most 80 columns, behind an indent.
+void printWrapped(const std::string& text, std::ostream& out) {
+    const std::string indent = "      ";
+    const std::size_t width = 80;
+    std::istringstream words(text);
+    std::string line;
+    for (std::string word; words >> word;) {
+        if (!line.empty() && indent.size() + line.size() + 1 + word.size() > width) {
+            out << indent << line << "\n";
+            line.clear();
+        }
+        line += (line.empty() ? "" : " ") + word;
+    }
+    if (!line.empty())
+        out << indent << line << "\n";
+}
+
 void printHelp(std::ostream& out) {
     out << "Usage: korvane-jit [--log-level LEVEL] COMMAND [ARGS...]\n\n"
            "Reads the .jit trace files that JIT profiling agents write and answers\n"
            "what the library answers a profiler.\n\nCommands:\n";
-    for (const korvane_tool::Command& command : korvane_tool::commands())
-        out << "  " << command.synopsis << "\n      " << command.description << "\n";
+    for (const korvane_tool::Command& command : korvane_tool::commands()) {
+        out << "  " << command.synopsis << "\n";
+        printWrapped(command.description, out);
+    }
     out << "\nOptions:\n"
            "  --log-level LEVEL\n"
-           "      What the library logs on stderr: TRACE, DEBUG, INFO, WARN (default), ERROR, FATAL or OFF.\n"
+           "      What the library logs on stderr: TRACE, DEBUG, INFO, WARN (default),\n"
+           "      ERROR, FATAL or OFF.\n"
            "  --help\n"
            "      Shows this text; COMMAND --help shows the usage of one command.\n";
 }
@@ -63,7 +84,8 @@ bool configureLogging(const std::string& levelName) {
     if (level == levels.end())
         return false;
     log4cplus::SharedAppenderPtr console(new log4cplus::ConsoleAppender(true, true));
-    console->setLayout(std::unique_ptr<log4cplus::Layout>(new log4cplus::PatternLayout(LOG4CPLUS_TEXT("%-5p %c: %m%n"))));
+    console->setLayout(
+        std::unique_ptr<log4cplus::Layout>(new log4cplus::PatternLayout(LOG4CPLUS_TEXT("%-5p %c: %m%n"))));
     log4cplus::Logger root = log4cplus::Logger::getRoot();
     root.addAppender(console);
     root.setLogLevel(level->second);

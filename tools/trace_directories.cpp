@@ -45,7 +45,8 @@ bool TraceDirectories::scan(korvane_3_10::JitFilesManager& catalogue, std::ostre
 boost::intrusive_ptr<korvane_3_10::ISymbolResolver> TraceDirectories::resolver(std::ostream& err) const {
     skeinkit2::generic_iterator_t<const char*> paths = iterator();
     boost::intrusive_ptr<korvane_3_10::ISymbolFileLocator> noLocator;
-    boost::intrusive_ptr<korvane_3_10::ISymbolResolver> result = korvane_3_10::ISymbolResolver::create(paths, noLocator);
+    boost::intrusive_ptr<korvane_3_10::ISymbolResolver> result =
+        korvane_3_10::ISymbolResolver::create(paths, noLocator);
     if (!result)
         explainFailure(err);
     return result;

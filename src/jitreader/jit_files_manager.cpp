@@ -26,7 +26,8 @@ const char kJitSuffix[] = ".jit";
 const std::size_t kJitSuffixLength = sizeof(kJitSuffix) - 1;
 
 bool hasJitSuffix(const ustring& name) {
-    return name.size() > kJitSuffixLength && name.compare(name.size() - kJitSuffixLength, kJitSuffixLength, kJitSuffix) == 0;
+    return name.size() > kJitSuffixLength &&
+           name.compare(name.size() - kJitSuffixLength, kJitSuffixLength, kJitSuffix) == 0;
 }
 
 // The process id is the first dash-separated part of the process token. A part
