@@ -120,8 +120,8 @@ void BM_TranslateToJitRva(benchmark::State& state) {
     for (auto _ : state) {
         const u32_t process = step % kProcesses + 1;
         const u32_t method = (step * 7919) % kMethods;
-        benchmark::DoNotOptimize(
-            resolver->translateToJitRva(method + 1, addressOf(process, method) + 3, corpus.file(process).c_str(), &jitRva));
+        benchmark::DoNotOptimize(resolver->translateToJitRva(method + 1, addressOf(process, method) + 3,
+                                                             corpus.file(process).c_str(), &jitRva));
         ++step;
     }
 }

@@ -41,8 +41,6 @@ std::vector<std::string> errorsOf(const LogCapture& log) { return log.messages(l
 
 bool startsWith(const std::string& text, const std::string& start) { return text.compare(0, start.size(), start) == 0; }
 
-// --- inline load records ---
-
 JitMethod::Ptr decodeInline(TraceFile& file, bool* accepted) {
     JitMethod::Ptr method(new JitMethod());
     *accepted = file.decoder().decodeMethodInlineLoadRecord(file.next(), method);
@@ -162,45 +160,6 @@ TEST(InlineRecordTest, ModulesOnlyDecodesInFullWithoutBytes) {
     EXPECT_EQ(1u, method->getLineNumberInfo().size());
 }
 
-TEST(InlineRecordTest, JavaNamesAndModuleDefaultsFollowTheLoadRecordRules) {
-    const struct {
-        std::string moduleName;
-        std::uint16_t languageType;
-        std::string className;
-        std::uint32_t collector;
-        std::string path;
-        korvane_error_t bogus;
-        std::string qualifiedName;
-    } cases[] = {
-        {"", 5, "Lgeo/Point;", 0, "[Compiled Java code]", meSuccess, "geo::Point::length()"},
-        {"", 1, "Lgeo/Point;", 0, "[Dynamic code]", meSuccess, "geo::Point::length()"},
-        {"", 1, "geo.Point", 0, "[Dynamic code]", meSuccess, "geo::Point::length()"},
-        {"/x.so", 1, "geo.Point", 1, "/x.so", meSuccess, "geo::Point::length()"},
-        {"/x.so", 1, "geo.Point", 3, "/x.so", meNotFound, "geo::Point::length()"},
-    };
-    for (const auto& expected : cases) {
-        InlineRecord record = korvane_test::richInlineRecord();
-        record.moduleName = expected.moduleName;
-        record.languageType = expected.languageType;
-        record.className = expected.className;
-        TraceWriter trace;
-        if (expected.collector != 0)
-            trace.collectorType(expected.collector);
-        TraceFile file(trace.inlineLoad(record));
-        if (expected.collector != 0)
-            file.next();
-        bool accepted = false;
-        const JitMethod::Ptr method = decodeInline(file, &accepted);
-        const std::string what = expected.className + " in '" + expected.moduleName + "'";
-        ASSERT_TRUE(accepted) << what;
-        EXPECT_EQ(expected.path, method->getModule()->getFilePath()) << what;
-        EXPECT_EQ(expected.bogus, method->getModule()->isBogus()) << what;
-        EXPECT_EQ(expected.qualifiedName, method->getQualifiedMethodName()) << what;
-    }
-}
-
-// --- update V2 records ---
-
 struct UpdateDecoding {
     bool accepted = false;
     JitMethod::Ptr method;
@@ -297,57 +256,38 @@ TEST(UpdateRecordTest, ModulesOnlySpansTheWholeFoundRegionWithoutBytes) {
     EXPECT_EQ(kStartJitRva + 0x10, decoding.nextJitRva);
 }
 
-TEST(UpdateRecordTest, AnUpdateAsLongAsTheRegionPassesAndOneByteMoreDoesNot) {
-    const FakeRegionSearch search = foundRegion();
-    UpdateV2Record whole = korvane_test::richUpdateRecord();
-    whole.startAddress = kRegionStart;
-    whole.length = 0x10;
-    whole.code = korvane_test::codeBytes(0x10, 0x60);
-    EXPECT_TRUE(decodeUpdate(whole, &search).accepted);
+struct SearchCase {
+    const char* name;
+    korvane_error_t searchResult;
+    address_t startAddress;
+    u32_t length;
+    bool accepted;
+    jit_rva_t next;
+    std::string message;
+};
 
-    UpdateV2Record longer = whole;
-    longer.length = 0x11;
-    LogCapture log(log4cplus::ERROR_LOG_LEVEL);
-    const UpdateDecoding decoding = decodeUpdate(longer, &search);
-    EXPECT_FALSE(decoding.accepted);
-    EXPECT_EQ(kStartJitRva, decoding.nextJitRva);
-    ASSERT_EQ(1u, errorsOf(log).size());
-    EXPECT_TRUE(startsWith(errorsOf(log).front(), "Couldn't update the detected range (0x7f0000001000-0x7f0000001010) "
-                                                  "because it's size is small, at file: "))
-        << errorsOf(log).front();
-}
-
-TEST(UpdateRecordTest, AnAddressThatNoRegionCoversIsRefused) {
-    FakeRegionSearch search = foundRegion();
-    search.m_result = meNotFound;
-    LogCapture log(log4cplus::ERROR_LOG_LEVEL);
-    const UpdateDecoding decoding = decodeUpdate(korvane_test::richUpdateRecord(), &search);
-    EXPECT_FALSE(decoding.accepted);
-    EXPECT_EQ(kStartJitRva, decoding.nextJitRva);
-    ASSERT_EQ(1u, errorsOf(log).size());
-    EXPECT_TRUE(startsWith(errorsOf(log).front(), "Couldn't find a range to be updated, at file: "));
-}
-
-TEST(UpdateRecordTest, ARefusedByteUpdateKeepsTheJitRvasItTook) {
-    const FakeRegionSearch search = foundRegion();
-    UpdateV2Record before = korvane_test::richUpdateRecord();
-    before.startAddress = kRegionStart - 1;
-    const UpdateDecoding decoding = decodeUpdate(before, &search);
-    EXPECT_FALSE(decoding.accepted);
-    EXPECT_EQ(kStartJitRva + 0x10, decoding.nextJitRva);
-}
-
-TEST(UpdateRecordTest, AnEmptyRangeNameIsCarriedToTheMarkup) {
-    const FakeRegionSearch search = foundRegion();
-    UpdateV2Record record = korvane_test::richUpdateRecord();
-    record.rangeName.clear();
-    record.segmentType = korvane_segment_type_t::stData;
-    const UpdateDecoding decoding = decodeUpdate(record, &search);
-    ASSERT_TRUE(decoding.accepted);
-    const Region::MarkupRanges& markup = decoding.method->codeRegions()[0]->markupRanges();
-    ASSERT_EQ(1u, markup.size());
-    EXPECT_EQ("", markup.begin()->second.rangeName);
-    EXPECT_EQ(korvane_segment_type_t::stData, markup.begin()->second.segType);
+TEST(UpdateRecordTest, TheFoundRegionDecidesWhetherAnUpdateFits) {
+    const SearchCase cases[] = {
+        {"as long as the region", meSuccess, kRegionStart, 0x10, true, kStartJitRva + 0x10, ""},
+        {"one byte longer", meSuccess, kRegionStart, 0x11, false, kStartJitRva,
+         "Couldn't update the detected range (0x7f0000001000-0x7f0000001010) because it's size is small"},
+        {"no region there", meNotFound, kRegionStart, 4, false, kStartJitRva, "Couldn't find a range to be updated"},
+        // Only the lengths are compared; the region refuses the bytes, and the jit RVAs stay taken.
+        {"starts before the region", meSuccess, kRegionStart - 1, 2, false, kStartJitRva + 0x10, ""},
+    };
+    for (const SearchCase& expected : cases) {
+        FakeRegionSearch search = foundRegion();
+        search.m_result = expected.searchResult;
+        UpdateV2Record record = korvane_test::richUpdateRecord();
+        record.startAddress = expected.startAddress;
+        record.length = expected.length;
+        record.code = korvane_test::codeBytes(expected.length, 0x60);
+        LogCapture log(log4cplus::ERROR_LOG_LEVEL);
+        const UpdateDecoding decoding = decodeUpdate(record, &search);
+        EXPECT_EQ(expected.accepted, decoding.accepted) << expected.name;
+        EXPECT_EQ(expected.next, decoding.nextJitRva) << expected.name;
+        EXPECT_TRUE(expected.message.empty() || log.count(expected.message + ", at file: ") == 1) << expected.name;
+    }
 }
 
 struct UpdateRefusal {

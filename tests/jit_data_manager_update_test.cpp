@@ -21,6 +21,8 @@ typedef std::vector<unsigned char> Bytes;
 
 const Bytes kOriginal = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 const Bytes kPatch = {0xaa, 0xbb, 0xcc, 0xdd};
+const Bytes kPatchedHead = {0xaa, 0xbb, 0xcc, 0xdd, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+const Bytes kPatchAlone = {0xaa, 0xbb, 0xcc, 0xdd, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 
 // Method 100 holds 16 bytes at 0x1000 from time 10; method 101 sits at 0x2000.
 class JitDataManagerUpdateTest : public ::testing::Test {
@@ -57,13 +59,13 @@ TEST_F(JitDataManagerUpdateTest, BytesInsideTheRegionAreReplaced) {
         Bytes expected;
     };
     const std::vector<Case> cases = {
-        {"first four", 0x1000, 4, kPatch, 20, {0xaa, 0xbb, 0xcc, 0xdd, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}},
+        {"first four", 0x1000, 4, kPatch, 20, kPatchedHead},
         {"middle four", 0x1004, 4, kPatch, 20, {0, 1, 2, 3, 0xaa, 0xbb, 0xcc, 0xdd, 8, 9, 10, 11, 12, 13, 14, 15}},
         {"last four", 0x100c, 4, kPatch, 20, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0xaa, 0xbb, 0xcc, 0xdd}},
-        {"at the load time itself", 0x1000, 4, kPatch, 10, {0xaa, 0xbb, 0xcc, 0xdd, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}},
+        {"at the load time itself", 0x1000, 4, kPatch, 10, kPatchedHead},
         {"all of it", 0x1000, 16, Bytes(16, 0xee), 20, Bytes(16, 0xee)},
         // The whole range takes as many bytes as the update brings; the rest is cleared.
-        {"all of it from fewer bytes", 0x1000, 16, kPatch, 20, {0xaa, 0xbb, 0xcc, 0xdd, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {"all of it from fewer bytes", 0x1000, 16, kPatch, 20, kPatchAlone},
         // More bytes than the range never reach past the region's image.
         {"all of it from more bytes", 0x1000, 16, Bytes(40, 0x11), 20, Bytes(16, 0x11)},
         {"a part from fewer bytes", 0x1004, 8, {0xaa}, 20, {0, 1, 2, 3, 0xaa, 0, 0, 0, 0, 0, 0, 0, 12, 13, 14, 15}},

@@ -325,47 +325,39 @@ TEST(JitFileReaderTest, AnUpdateTheManagerRefusesIsLoggedAndReadingGoesOn) {
 struct ModuleNameCase {
     const char* name;
     std::uint32_t collector;
-    std::vector<std::uint16_t> architectures;
+    // Architecture and module name of each V3 record; an empty name is compiled Java code.
+    std::vector<std::pair<std::uint16_t, std::string>> records;
     std::vector<std::string> expectedPaths;
 };
 
 TEST(JitFileReaderTest, SixtyFourBitModulesAreRenamedWhenAJitProfilerFileHoldsBothWidths) {
+    const std::string path = "/opt/app/a.so";
     const ModuleNameCase cases[] = {
-        {"both widths", 1, {0, 1, 2}, {"/opt/app/a.so", "/opt/app/a.so (64)", "/opt/app/a.so"}},
-        {"64-bit only", 1, {1, 1}, {"/opt/app/a.so", "/opt/app/a.so"}},
-        {"another collector", 2, {0, 1}, {"/opt/app/a.so", "/opt/app/a.so"}},
-        {"no collector", 0, {0, 1}, {"/opt/app/a.so", "/opt/app/a.so"}},
+        {"both widths", 1, {{0, path}, {1, path}, {2, path}}, {path, path + " (64)", path}},
+        {"default names too", 1, {{0, ""}, {1, ""}}, {"[Compiled Java code]", "[Compiled Java code] (64)"}},
+        {"64-bit only", 1, {{1, path}, {1, path}}, {path, path}},
+        {"another collector", 2, {{0, path}, {1, path}}, {path, path}},
+        {"no collector", 0, {{0, path}, {1, path}}, {path, path}},
     };
     for (const ModuleNameCase& expected : cases) {
         TraceWriter trace;
         if (expected.collector != 0)
             trace.collectorType(expected.collector);
-        for (std::size_t i = 0; i < expected.architectures.size(); ++i) {
+        for (std::size_t i = 0; i < expected.records.size(); ++i) {
             LoadRecord load = methodAt(static_cast<std::uint32_t>(i + 1), 0x1000 * (i + 1), 0x10, 0x100);
-            load.architecture = expected.architectures[i];
+            load.architecture = expected.records[i].first;
+            load.moduleName = expected.records[i].second;
+            load.languageType = load.moduleName.empty() ? korvane_3_10::kLanguageJava : 0;
             trace.loadV3(load);
         }
         JitDataManager manager;
         ASSERT_EQ(meSuccess, read(trace, manager).result) << expected.name;
-        for (std::size_t i = 0; i < expected.architectures.size(); ++i)
-            EXPECT_EQ(expected.expectedPaths[i],
-                      methodNamed(manager, "C::m" + std::to_string(i + 1)).getModule()->getFilePath())
-                << expected.name << " method " << i + 1;
+        for (std::size_t i = 0; i < expected.records.size(); ++i) {
+            const JitMethod& method = methodNamed(manager, "C::m" + std::to_string(i + 1));
+            EXPECT_EQ(expected.expectedPaths[i], method.getModule()->getFilePath()) << expected.name << " " << i;
+            EXPECT_EQ(expected.records[i].first, method.getModule()->getArchitecture()) << expected.name << " " << i;
+        }
     }
-}
-
-TEST(JitFileReaderTest, DefaultModuleNamesAreRenamedToo) {
-    LoadRecord narrow = methodAt(1, 0x1000, 0x10, 0x100);
-    narrow.architecture = 0;
-    LoadRecord wide = methodAt(2, 0x2000, 0x10, 0x100);
-    wide.moduleName.clear();
-    wide.languageType = korvane_3_10::kLanguageJava;
-    JitDataManager manager;
-    ASSERT_EQ(meSuccess, read(TraceWriter().collectorType(1).loadV3(narrow).loadV3(wide), manager).result);
-    const JitMethod& method = methodNamed(manager, "C::m2");
-    EXPECT_STREQ("[Compiled Java code] (64)", method.getModule()->getFilePath());
-    EXPECT_EQ(meSuccess, method.getModule()->isBogus());
-    EXPECT_EQ(arch_xa64, method.getModule()->getArchitecture());
 }
 
 } // namespace

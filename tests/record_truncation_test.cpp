@@ -56,34 +56,16 @@ Bytes updateOfFoundRegion() {
 std::vector<RecordKind> recordKinds() {
     using namespace korvane_tracewriter;
     const LoadRecord load = korvane_test::richLoadRecord();
-    const Decode v3 = [](JitFileDecoder& d, const JitFileDecoder::Record& r, JitMethod::Ptr& m) {
-        korvane_bool_t isInlined = 0;
-        return d.decodeMethodLoadRecordV3(r, m, &isInlined);
-    };
-    const Decode update = [](JitFileDecoder& d, const JitFileDecoder::Record& r, JitMethod::Ptr& m) {
-        return d.decodeMethodUpdateRecordV2(r, m);
-    };
+    const Decode byType = korvane_test::decodeCodeRecord;
     return {
-        {"V0", jt::FunctionLoad64, payloadV0(load), CutRule::Refused,
-         [](JitFileDecoder& d, const JitFileDecoder::Record& r, JitMethod::Ptr& m) {
-             return d.decodeMethodLoadRecordV0(r, m);
-         }},
-        {"V1", jt::FunctionLoad32_v1, payloadV1(load), CutRule::Refused,
-         [](JitFileDecoder& d, const JitFileDecoder::Record& r, JitMethod::Ptr& m) {
-             return d.decodeMethodLoadRecordV1(r, m);
-         }},
-        {"V2", jt::FunctionLoad64_v2, payloadV2(load), CutRule::Refused,
-         [](JitFileDecoder& d, const JitFileDecoder::Record& r, JitMethod::Ptr& m) {
-             return d.decodeMethodLoadRecordV2(r, m);
-         }},
-        {"V3", jt::FunctionLoad64_v3, payloadV3(load), CutRule::Reported, v3},
-        {"FunctionUpdate", jt::FunctionUpdate, payloadV3(load), CutRule::Reported, v3},
-        {"inline", jt::FunctionInlineLoad64, payloadInline(korvane_test::richInlineRecord()), CutRule::Reported,
-         [](JitFileDecoder& d, const JitFileDecoder::Record& r, JitMethod::Ptr& m) {
-             return d.decodeMethodInlineLoadRecord(r, m);
-         }},
+        {"V0", jt::FunctionLoad64, payloadV0(load), CutRule::Refused, byType},
+        {"V1", jt::FunctionLoad32_v1, payloadV1(load), CutRule::Refused, byType},
+        {"V2", jt::FunctionLoad64_v2, payloadV2(load), CutRule::Refused, byType},
+        {"V3", jt::FunctionLoad64_v3, payloadV3(load), CutRule::Reported, byType},
+        {"FunctionUpdate", jt::FunctionUpdate, payloadV3(load), CutRule::Reported, byType},
+        {"inline", jt::FunctionInlineLoad64, payloadInline(korvane_test::richInlineRecord()), CutRule::Reported, byType},
         {"update V2 alone", jt::FunctionUpdate_v2, payloadUpdateV2(korvane_test::richUpdateRecord()),
-         CutRule::Reported, update},
+         CutRule::Reported, byType},
         {"update V2 of a found region", jt::FunctionUpdate_v2, updateOfFoundRegion(), CutRule::Reported,
          [](JitFileDecoder& d, const JitFileDecoder::Record& r, JitMethod::Ptr& m) {
              d.setSearchCallback(&sharedFoundRegion());

@@ -94,16 +94,4 @@ TEST(ToolRecordsTest, AFramingFailureEndsTheListingWithItsCodeAndOffset) {
     EXPECT_EQ("stopped at 0: meFileNotOpen, the file could not be opened", lastLine(missing.out));
 }
 
-TEST(ToolRecordsTest, WrongArgumentsShowTheUsage) {
-    const std::vector<std::vector<std::string>> wrong = {{}, {"a.jit", "b.jit"}, {"a.jit", "--start-rva", "x"}};
-    for (const std::vector<std::string>& args : wrong) {
-        const ToolRun run = runTool("records", args);
-        EXPECT_EQ(2, run.exitCode);
-        EXPECT_TRUE(has(run.err, "korvane-jit records")) << run.err;
-    }
-    const ToolRun help = runTool("records", {"--help"});
-    EXPECT_EQ(0, help.exitCode);
-    EXPECT_TRUE(has(help.out, "Usage: korvane-jit records FILE")) << help.out;
-}
-
 } // namespace

@@ -59,6 +59,29 @@ private:
     unsigned long m_start;
 };
 
+// Decodes a code record with the operation the reader picks for its type.
+inline bool decodeCodeRecord(korvane_3_10::JitFileDecoder& decoder, const korvane_3_10::JitFileDecoder::Record& record,
+                             korvane_3_10::JitMethod::Ptr& method) {
+    switch (record.type) {
+    case 0:
+    case 2:
+        return decoder.decodeMethodLoadRecordV0(record, method);
+    case 4:
+    case 5:
+        return decoder.decodeMethodLoadRecordV1(record, method);
+    case 6:
+    case 7:
+        return decoder.decodeMethodLoadRecordV2(record, method);
+    case 11:
+    case 12:
+        return decoder.decodeMethodInlineLoadRecord(record, method);
+    case 14:
+        return decoder.decodeMethodUpdateRecordV2(record, method);
+    default:
+        return decoder.decodeMethodLoadRecordV3(record, method, nullptr);
+    }
+}
+
 inline korvane_tracewriter::Bytes codeBytes(std::size_t count, std::uint8_t first = 0x10) {
     korvane_tracewriter::Bytes bytes(count);
     for (std::size_t i = 0; i < count; ++i)

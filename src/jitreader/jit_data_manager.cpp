@@ -294,7 +294,8 @@ korvane_error_t JitDataManager::splitKey(const Region::Ptr& region, const JitMet
         addSplittedRegion(rangeBetween(keyStart, newStart), boost::make_shared<JitMethodContainer>(*old),
                           splittedRegions) != meSuccess)
         return meNotFound;
-    if (newStart < keyStart && addFreshPiece(rangeBetween(newStart, keyStart), region, method, splittedRegions) != meSuccess)
+    if (newStart < keyStart &&
+        addFreshPiece(rangeBetween(newStart, keyStart), region, method, splittedRegions) != meSuccess)
         return meNotFound;
     if (newEnd < keyEnd &&
         addSplittedRegion(rangeBetween(newEnd, keyEnd), boost::make_shared<JitMethodContainer>(*old),

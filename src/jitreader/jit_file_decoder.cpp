@@ -130,10 +130,8 @@ korvane_error_t JitFileDecoder::getNextRecord(Record& record) {
     // Every record starts with a seek; an earlier short read may have left the stream failed.
     m_stream.clear();
     m_stream.seekg(m_filePosition);
-    std::vector<char> typeWord;
-    if (!readExactly(typeWord, 4))
+    if (!readWord(record.type))
         return meEndOfFile;
-    record.type = littleWord(typeWord.data());
     m_filePosition += 4;
 
     if (record.type == KORVANE3_TRACE_JITTRACE(Magic)) {
@@ -152,14 +150,26 @@ korvane_error_t JitFileDecoder::getNextRecord(Record& record) {
     return readSizedRecord(record);
 }
 
-bool JitFileDecoder::readExactly(std::vector<char>& data, std::streamsize count) {
-    data.resize(static_cast<std::size_t>(count));
-    m_stream.read(data.data(), count);
+bool JitFileDecoder::readExactly(char* target, std::streamsize count) {
+    m_stream.read(target, count);
     return m_stream.gcount() == count;
 }
 
+bool JitFileDecoder::readWord(u32_t& word) {
+    char bytes[4] = {0, 0, 0, 0};
+    if (!readExactly(bytes, 4))
+        return false;
+    word = littleWord(bytes);
+    return true;
+}
+
+bool JitFileDecoder::readPayload(std::vector<char>& data, u32_t size) {
+    data.resize(size);
+    return readExactly(data.data(), size);
+}
+
 korvane_error_t JitFileDecoder::readValueRecord(Record& record, const char* failure) {
-    if (!readExactly(record.data, 4)) {
+    if (!readPayload(record.data, 4)) {
         KORVANE_LOG_ERROR(failure);
         return meMalformedRecord;
     }
@@ -174,18 +184,17 @@ korvane_error_t JitFileDecoder::readSizedRecord(Record& record) {
         return meMalformedRecord;
     }
     KORVANE_LOG_INFO(text);
-    std::vector<char> sizeWord;
-    if (!readExactly(sizeWord, 4)) {
+    u32_t size = 0;
+    if (!readWord(size)) {
         KORVANE_LOG_ERROR("Couldn't read size of the jit trace");
         return meMalformedRecord;
     }
     m_filePosition += 4;
-    const u32_t size = littleWord(sizeWord.data());
     const u64_t position = static_cast<u64_t>(static_cast<std::streamoff>(m_filePosition));
     const u64_t remaining = m_fileSize > position ? m_fileSize - position : 0;
     // A size beyond the end of the file is a cut-off payload: refused before
     // anything is allocated for it.
-    if (size == 0 || size > remaining || !readExactly(record.data, size)) {
+    if (size == 0 || size > remaining || !readPayload(record.data, size)) {
         KORVANE_LOG_ERROR("Couldn't read content of the jit trace");
         return meMalformedRecord;
     }

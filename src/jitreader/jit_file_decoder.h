@@ -58,7 +58,9 @@ public:
     bool has64BitModule() const { return m_has64BitModule; }
 
 private:
-    bool readExactly(std::vector<char>& data, std::streamsize count);
+    bool readExactly(char* target, std::streamsize count);
+    bool readWord(u32_t& word);
+    bool readPayload(std::vector<char>& data, u32_t size);
     korvane_error_t readValueRecord(Record& record, const char* failure);
     korvane_error_t readSizedRecord(Record& record);
     bool decodeOlderLoadRecord(const Record& record, JitMethod::Ptr& method, LoadRecordFields::Version version) const;

@@ -201,7 +201,9 @@ bool isProcessRead(const JitFilesManager::ProcessJitInfo& info) {
     return __atomic_load_n(&info.m_isRead, __ATOMIC_ACQUIRE);
 }
 
-void markProcessRead(JitFilesManager::ProcessJitInfo& info) { __atomic_store_n(&info.m_isRead, true, __ATOMIC_RELEASE); }
+void markProcessRead(JitFilesManager::ProcessJitInfo& info) {
+    __atomic_store_n(&info.m_isRead, true, __ATOMIC_RELEASE);
+}
 
 korvane_error_t readOneFile(const JitFilesManager::JitFileInfo& file, u32_t pid, u32_t hostId, decoding_mode_t mode,
                             target_arch_t arch, JitDataManager& dataManager) {

@@ -1,4 +1,5 @@
-// Queries of both front ends from many threads at once, over real trace directories.
+// Queries of both front ends from many threads at once, over real trace directories,
+// and what they allocate.
 #include "test_support.h"
 #include "trace_builder.h"
 
@@ -7,11 +8,48 @@
 #include <log4cplus/loglevel.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <functional>
 #include <map>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
+
+namespace {
+
+std::atomic<unsigned long> g_allocations(0);
+
+} // namespace
+
+// Counted for the whole of this test program; everything else passes through.
+// The whole unaligned family is replaced, so that every pair stays matched, and
+// kept out of line, so that the compiler doesn't pair an inlined malloc() or
+// free() with the other side.
+__attribute__((noinline)) void* operator new(std::size_t size) {
+    g_allocations.fetch_add(1, std::memory_order_relaxed);
+    if (void* memory = std::malloc(size ? size : 1))
+        return memory;
+    throw std::bad_alloc();
+}
+
+__attribute__((noinline)) void* operator new[](std::size_t size) { return operator new(size); }
+
+__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    g_allocations.fetch_add(1, std::memory_order_relaxed);
+    return std::malloc(size ? size : 1);
+}
+
+__attribute__((noinline)) void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
+    return operator new(size, tag);
+}
+
+__attribute__((noinline)) void operator delete(void* memory) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete[](void* memory) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
 
 namespace {
 
@@ -59,14 +97,19 @@ private:
     std::vector<std::string> m_files;
 };
 
-// Runs the work on kThreads threads that all start at the same moment.
-void runTogether(const std::function<void(int)>& work) {
+// Runs the work on kThreads threads that all start at the same moment; the
+// last one to arrive runs atStart while the others wait.
+void runTogether(const std::function<void(int)>& work, const std::function<void()>& atStart = [] {}) {
     std::atomic<int> waiting(kThreads);
+    std::atomic<bool> released(false);
     std::vector<std::thread> threads;
     for (int thread = 0; thread < kThreads; ++thread)
-        threads.emplace_back([&waiting, &work, thread] {
-            waiting.fetch_sub(1);
-            while (waiting.load() > 0)
+        threads.emplace_back([&, thread] {
+            if (waiting.fetch_sub(1) == 1) {
+                atStart();
+                released.store(true);
+            }
+            while (!released.load())
                 std::this_thread::yield();
             work(thread);
         });
@@ -192,6 +235,61 @@ TEST(ResolverConcurrencyTest, LoaderReadsDifferentProcessesBesideQueries) {
     for (int thread = 0; thread < kThreads; ++thread)
         for (u32_t method = 1; method < kMethods; ++method)
             EXPECT_EQ(seen[thread][0] + kLength * method, seen[thread][method]);
+}
+
+// With logging off, hits and misses of both front ends allocate nothing
+// beyond the objects that they hand out.
+TEST(ResolverConcurrencyTest, QueriesAllocateNothingWithLoggingOff) {
+    const Corpus corpus;
+    PathList resolverPaths(corpus.paths());
+    boost::intrusive_ptr<ISymbolFileLocator> noLocator;
+    const boost::intrusive_ptr<ISymbolResolver> resolver = ISymbolResolver::create(resolverPaths.iterator(), noLocator);
+    PathList loaderPaths(corpus.paths());
+    const boost::intrusive_ptr<IJitLoader> loader = IJitLoader::create(loaderPaths.iterator());
+    ASSERT_TRUE(resolver && loader);
+    std::vector<ISymbol::Ptr> symbols;
+    std::vector<ICodeRegion::Ptr> regions;
+    for (auto walk = resolver->getSymbols(); !walk.at_end(); walk.next()) {
+        symbols.push_back(walk.current());
+        regions.push_back(walk.current()->getRegions().current());
+    }
+    u32_t hostId = 0;
+    jit_rva_t jitRva = 0;
+    IModule::Ptr module;
+    ASSERT_EQ(meSuccess, loader->getHostIdByName("h", &hostId));
+    ASSERT_EQ(meSuccess, loader->resolveJitPoint(20, addressOf(1, 0), 1, hostId, &jitRva, module));
+
+    const LogCapture silence(log4cplus::OFF_LOG_LEVEL);
+    std::atomic<int> failures(0);
+    unsigned long before = 0;
+    const auto work = [&](int thread) {
+        for (u32_t step = 0; step < 2 * kMethods; ++step) {
+            // The methods of process 1, in which every fourth has an inline at 0x10.
+            const u32_t method = (step + 13 * thread) % kMethods;
+            const jit_rva_t start = symbols[method]->getStartJitRva();
+            const ISymbol::Ptr symbol = resolver->getSymbol(start + 0x18);
+            address_t address = 0;
+            u32_t pid = 0;
+            jit_rva_t callee = 0;
+            jit_rva_t sample = 0;
+            IModule::Ptr found;
+            if (symbol != symbols[method] || symbol->getVirtualAddress(start + 1, &address) != meSuccess ||
+                symbol->getPid(start, pid) != meSuccess ||
+                (method % 4 == 0) != static_cast<bool>(regions[method]->getInlinedCodeRegion(start + 0x18)) ||
+                loader->resolveJitPoint(20, addressOf(1, method) + 2, 1, hostId, &sample, found) != meSuccess)
+                ++failures;
+            // Misses on every road, whose messages must not be built.
+            if (resolver->getSymbol(0) || resolver->getSymbol(~jit_rva_t(0)) ||
+                resolver->getCalleeRegion(start, 0x10, &callee) == meSuccess ||
+                loader->resolveJitPoint(5, addressOf(1, method), 1, hostId, &sample, found) == meSuccess ||
+                loader->resolveJitPoint(20, 0x10, 1, hostId, &sample, found) == meSuccess ||
+                loader->resolveJitPoint(20, 0x10, 1, hostId + 1, &sample, found) == meSuccess)
+                ++failures;
+        }
+    };
+    runTogether(work, [&] { before = g_allocations.load(); });
+    EXPECT_EQ(0, failures.load());
+    EXPECT_EQ(before, g_allocations.load());
 }
 
 } // namespace
