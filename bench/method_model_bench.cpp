@@ -7,19 +7,18 @@
 namespace {
 
 using namespace korvane_test;
-using korvane_3_10::Range;
 using korvane_3_10::u32_t;
 
 // A method of `lines` native-to-managed and managed-to-source entries, 4 bytes each.
 JitMethod::Ptr methodWithLines(u32_t lines) {
-    JitMethod::Ptr method = makeMethod(1, "java.lang.String", "charAt(int)");
+    const JitMethod::Ptr method = makeMethod(1, "java.lang.String", "charAt(int)");
     std::vector<korvane_line_number_entry> nativeToManaged;
     std::vector<korvane_line_number_entry> managedToSource;
     for (u32_t index = 0; index < lines; ++index) {
         nativeToManaged.push_back(entry(index * 4, index * 4 + 4, index));
         managedToSource.push_back(entry(index, index + 1, 100 + index));
     }
-    const Range key = {0x10000, lines * 4};
+    const korvane_3_10::Range key = {0x10000, lines * 4};
     method->addLineNumberInfo(ltNativeToManaged, nativeToManaged, key);
     method->addLineNumberInfo(ltManagedToSource, managedToSource, key);
     method->addCodeRegion(makeRegion(0x7f000000, lines * 4, 0x10000));
@@ -50,9 +49,8 @@ void BM_InlineIndex(benchmark::State& state) {
     const Region::Ptr parent = makeRegion(0x1000, children * 0x10, 0x500);
     for (u32_t index = 0; index < children; ++index)
         parent->addChildRegion(makeRegion(0x1000 + index * 0x10, 0x10, 0x500 + index * 0x10), makeMethod(index + 2));
-    const korvane_3_10::jit_rva_t last = 0x500 + (children - 1) * 0x10;
     for (auto _ : state)
-        benchmark::DoNotOptimize(parent->getInlineIndex(last));
+        benchmark::DoNotOptimize(parent->getInlineIndex(0x500 + (children - 1) * 0x10));
 }
 BENCHMARK(BM_InlineIndex)->Arg(4)->Arg(64);
 

@@ -9,92 +9,66 @@ namespace {
 
 using korvane_3_10::JavaSignatureParser;
 
-struct NameCase {
-    std::string input;
-    std::string output;
-};
+typedef std::pair<std::string, std::string> Translation;
 
-class ParseClassNameTest : public ::testing::TestWithParam<NameCase> {};
-
-TEST_P(ParseClassNameTest, Readable) {
-    EXPECT_EQ(GetParam().output, JavaSignatureParser::parseClassName(GetParam().input));
+TEST(JavaSignatureParserTest, ClassNames) {
+    const Translation names[] = {
+        {"", ""}, {"java.lang.String", "java.lang.String"}, {"Ljava/lang/String;", "java.lang.String"},
+        {"Ljava/lang/String", "java.lang.String"}, {"foo;", ""}, {"I;", "int"},
+        {"[Ljava/lang/Object;", "java.lang.Object[]"}, {"LOuter$Inner;", "Outer$Inner"},
+        {"Ljava/util/Map<Ljava/lang/String;I>;", "java.util.Map<java.lang.String,int>"},
+        {"Ljava/util/Map<Ljava/lang/String;", "java.util.Map<java.lang.String"}};
+    for (const Translation& name : names)
+        EXPECT_EQ(name.second, JavaSignatureParser::parseClassName(name.first)) << name.first;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Names, ParseClassNameTest,
-    ::testing::Values(NameCase{"", ""}, NameCase{"java.lang.String", "java.lang.String"}, NameCase{"Foo", "Foo"},
-                      NameCase{"Ljava/lang/String;", "java.lang.String"},
-                      NameCase{"Ljava/lang/String", "java.lang.String"}, // ends with the text
-                      NameCase{"foo;", ""}, NameCase{"I;", "int"},
-                      NameCase{"[Ljava/lang/Object;", "java.lang.Object[]"},
-                      NameCase{"Ljava/util/Map<Ljava/lang/String;I>;", "java.util.Map<java.lang.String,int>"},
-                      NameCase{"Ljava/util/Map<Ljava/lang/String;", "java.util.Map<java.lang.String"},
-                      NameCase{"LOuter$Inner;", "Outer$Inner"}));
-
-class ParseMethodNameTest : public ::testing::TestWithParam<NameCase> {};
-
-TEST_P(ParseMethodNameTest, Readable) {
-    EXPECT_EQ(GetParam().output, JavaSignatureParser::parseMethodName(GetParam().input));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Signatures, ParseMethodNameTest,
-    ::testing::Values(
-        NameCase{"", ""}, NameCase{"run", "run"}, NameCase{"charAt(I)C", "charAt(int)"},
-        NameCase{"f(I[JLjava/lang/Object;)V", "f(int, long[], java.lang.Object)"}, NameCase{"f()V", "f()"},
-        NameCase{"(I)V", "(int)"}, NameCase{"<init>(Ljava/util/List<*>;)V", "<init>(java.util.List<?>)"},
-        NameCase{"f(Ljava/util/List<+Ljava/lang/Number;>;)V", "f(java.util.List<? extends java.lang.Number>)"},
-        NameCase{"f(Ljava/util/List<-TT;>;)V", "f(java.util.List<? super T>)"}, NameCase{"f([[I)V", "f(int[][])"},
-        NameCase{"f(ZBSCDF)V", "f(boolean, byte, short, char, double, float)"}, NameCase{"f(TT;)V", "f(T)"},
+TEST(JavaSignatureParserTest, MethodNames) {
+    const Translation names[] = {
+        {"", ""}, {"run", "run"}, {"charAt(I)C", "charAt(int)"}, {"f()V", "f()"}, {"(I)V", "(int)"},
+        {"f(I[JLjava/lang/Object;)V", "f(int, long[], java.lang.Object)"},
+        {"<init>(Ljava/util/List<*>;)V", "<init>(java.util.List<?>)"},
+        {"f(Ljava/util/List<+Ljava/lang/Number;>;)V", "f(java.util.List<? extends java.lang.Number>)"},
+        {"f(Ljava/util/List<-TT;>;)V", "f(java.util.List<? super T>)"}, {"f([[I)V", "f(int[][])"},
+        {"f(ZBSCDF)V", "f(boolean, byte, short, char, double, float)"}, {"f(TT;)V", "f(T)"},
         // Readable already: any "." or "," or a type word behind "(".
-        NameCase{"a.b(I)V", "a.b(I)V"}, NameCase{"f(I,J)", "f(I,J)"}, NameCase{"f(int)", "f(int)"},
-        NameCase{"g(String[])", "g(String[])"},
+        {"a.b(I)V", "a.b(I)V"}, {"f(I,J)", "f(I,J)"}, {"f(int)", "f(int)"},
         // A readable name that escapes the test is translated letter by letter.
-        NameCase{"f(Foo)", "f(float, , )"}, NameCase{"f(Q)V", "f()"},
+        {"f(Foo)", "f(float, , )"}, {"f(Q)V", "f()"},
         // No closing parenthesis, or one before the opening one.
-        NameCase{"f(I", "f(I"}, NameCase{"a)b(I", "a)b()"},
+        {"f(I", "f(I"}, {"a)b(I", "a)b()"},
         // Running off the end inside a parameter stops cleanly.
-        NameCase{"f(Ljava/lang/Str)", "f(java.lang.Str))"}, NameCase{"f([)", "f([])"},
-        NameCase{"f(Ljava/util/List<)", "f(java.util.List<)"}));
-
-struct UnmangleCase {
-    std::string signature;
-    std::size_t start;
-    std::string output;
-    std::size_t end;
-};
-
-class UnmangleTest : public ::testing::TestWithParam<UnmangleCase> {};
-
-TEST_P(UnmangleTest, OutputAndPosition) {
-    std::size_t pos = GetParam().start;
-    std::string out = "|";
-    JavaSignatureParser::unmangle(GetParam().signature, pos, out);
-    EXPECT_EQ("|" + GetParam().output, out);
-    EXPECT_EQ(GetParam().end, pos);
+        {"f(Ljava/lang/Str)", "f(java.lang.Str))"}, {"f([)", "f([])"}, {"f(Ljava/util/List<)", "f(java.util.List<)"}};
+    for (const Translation& name : names)
+        EXPECT_EQ(name.second, JavaSignatureParser::parseMethodName(name.first)) << name.first;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Types, UnmangleTest,
-    ::testing::Values(UnmangleCase{"TT;", 0, "T", 2}, UnmangleCase{"I", 0, "int", 0}, UnmangleCase{"Q", 0, "", 0},
-                      UnmangleCase{"*", 0, "?", 0}, UnmangleCase{"X;:Ljava/lang/Object;", 2, " & java.lang.Object", 20},
-                      UnmangleCase{"::Ljava/lang/Runnable;", 0, " extends java.lang.Runnable", 21},
-                      UnmangleCase{"T:Ljava/lang/Object;", 1, "java.lang.Object", 19},
-                      UnmangleCase{":Ljava/lang/Object;", 0, "", 1}, // no character before the first ":"
-                      UnmangleCase{"", 0, "", 0}, UnmangleCase{"[", 0, "[]", 1}, UnmangleCase{"I", 5, "", 5},
-                      UnmangleCase{"+", 0, "? extends ", 1}));
-
-TEST(UnmangleNameTest, StopsOnTheSemicolonOrTheEnd) {
-    std::size_t pos = 0;
-    std::string out;
-    JavaSignatureParser::unmangleName("a/b;c", pos, out);
-    EXPECT_EQ("a.b", out);
-    EXPECT_EQ(3u, pos);
-    pos = 0;
-    out.clear();
-    JavaSignatureParser::unmangleName("a/b", pos, out);
-    EXPECT_EQ("a.b", out);
-    EXPECT_EQ(3u, pos);
+TEST(JavaSignatureParserTest, UnmangleWritesAndMovesThePosition) {
+    const struct {
+        std::string signature;
+        std::size_t start;
+        std::string output;
+        std::size_t end;
+    } cases[] = {
+        {"TT;", 0, "T", 2}, {"I", 0, "int", 0}, {"Q", 0, "", 0}, {"*", 0, "?", 0}, {"+", 0, "? extends ", 1},
+        {"X;:Ljava/lang/Object;", 2, " & java.lang.Object", 20},
+        {"::Ljava/lang/Runnable;", 0, " extends java.lang.Runnable", 21},
+        {"T:Ljava/lang/Object;", 1, "java.lang.Object", 19},
+        {":Ljava/lang/Object;", 0, "", 1}, // no character before the first ":"
+        {"", 0, "", 0}, {"[", 0, "[]", 1}, {"I", 5, "", 5}};
+    for (const auto& unmangled : cases) {
+        std::size_t pos = unmangled.start;
+        std::string out = "|";
+        JavaSignatureParser::unmangle(unmangled.signature, pos, out);
+        EXPECT_EQ("|" + unmangled.output, out) << unmangled.signature;
+        EXPECT_EQ(unmangled.end, pos) << unmangled.signature;
+    }
+    for (const char* name : {"a/b;c", "a/b"}) {
+        std::size_t pos = 0;
+        std::string out;
+        JavaSignatureParser::unmangleName(name, pos, out);
+        EXPECT_EQ("a.b", out);
+        EXPECT_EQ(3u, pos) << "stops on the semicolon or the end";
+    }
 }
 
 TEST(JavaSignatureParserTest, IsParsedNameMarks) {
@@ -106,8 +80,7 @@ TEST(JavaSignatureParserTest, IsParsedNameMarks) {
 }
 
 TEST(JavaSignatureParserTest, DeepNestingEndsWithoutExhaustingTheStack) {
-    const std::string deep = "f(" + std::string(200000, '[') + "I)V";
-    const std::string text = JavaSignatureParser::parseMethodName(deep);
+    const std::string text = JavaSignatureParser::parseMethodName("f(" + std::string(200000, '[') + "I)V");
     EXPECT_EQ("f(", text.substr(0, 2));
     EXPECT_EQ(')', text.back());
     std::string generic = "L";

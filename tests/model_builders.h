@@ -1,4 +1,4 @@
-// Small builders of regions and methods for the tests of the method model.
+// Small builders of regions and methods for the tests and benchmarks of the method model.
 #ifndef KORVANE_TESTS_MODEL_BUILDERS_H
 #define KORVANE_TESTS_MODEL_BUILDERS_H
 
@@ -19,7 +19,10 @@ inline boost::shared_ptr<korvane_3_10::IByteBuffer> makeBuffer(const std::vector
     return buffer;
 }
 
+// The bytes of a buffer; none when there is no buffer.
 inline std::vector<unsigned char> bytesOf(const boost::shared_ptr<korvane_3_10::IByteBuffer>& buffer) {
+    if (!buffer || !buffer->data())
+        return std::vector<unsigned char>();
     const unsigned char* data = static_cast<const unsigned char*>(buffer->data());
     return std::vector<unsigned char>(data, data + buffer->size());
 }

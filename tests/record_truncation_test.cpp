@@ -1,130 +1,79 @@
 // Every record kind cut at every length, and counts far larger than their payload.
 #include "trace_decoding_support.h"
 
-#include "jitreader/jit_trace_format.h"
-
 #include <gtest/gtest.h>
-
-#include <functional>
-#include <string>
-#include <vector>
 
 namespace {
 
 using korvane_3_10::JitFileDecoder;
-using korvane_3_10::JitMethod;
-using korvane_test::AssertionCounter;
+using korvane_test::Decoded;
 using korvane_test::DecoderSetup;
-using korvane_test::kStartJitRva;
-using korvane_test::TraceFile;
 using korvane_tracewriter::Bytes;
 using korvane_tracewriter::TraceWriter;
 namespace jt = korvane_3_10::jittrace;
-
-typedef std::function<bool(JitFileDecoder&, const JitFileDecoder::Record&, JitMethod::Ptr&)> Decode;
-
-enum class CutRule {
-    // Fields past the payload refuse the record and leave the method and the jit RVA counter alone.
-    Refused,
-    // Fields past the payload are reported and read as zero; the record may still pass.
-    Reported,
-};
 
 struct RecordKind {
     std::string name;
     std::uint32_t type;
     Bytes payload;
-    CutRule rule;
-    Decode decode;
+    // Fields past the payload refuse the record untouched; otherwise they are reported, read as zero,
+    // and the record may still pass.
+    bool refused;
+    bool searched;
 };
 
 void PrintTo(const RecordKind& kind, std::ostream* out) { *out << kind.name; }
 
-const korvane_test::FakeRegionSearch& sharedFoundRegion() {
-    static const korvane_test::FakeRegionSearch search = korvane_test::foundRegion();
-    return search;
-}
-
-Bytes updateOfFoundRegion() {
-    korvane_tracewriter::UpdateV2Record record = korvane_test::richUpdateRecord();
-    record.startAddress = korvane_test::kRegionStart;
-    record.length = 0x10;
-    record.code = korvane_test::codeBytes(0x10, 0x70);
-    return korvane_tracewriter::payloadUpdateV2(record);
-}
-
 std::vector<RecordKind> recordKinds() {
     using namespace korvane_tracewriter;
     const LoadRecord load = korvane_test::richLoadRecord();
-    const Decode byType = korvane_test::decodeCodeRecord;
+    UpdateV2Record wholeRegion = korvane_test::richUpdateRecord();
+    wholeRegion.startAddress = korvane_test::kRegionStart;
+    wholeRegion.length = 0x10;
+    wholeRegion.code = korvane_test::codeBytes(0x10, 0x70);
     return {
-        {"V0", jt::FunctionLoad64, payloadV0(load), CutRule::Refused, byType},
-        {"V1", jt::FunctionLoad32_v1, payloadV1(load), CutRule::Refused, byType},
-        {"V2", jt::FunctionLoad64_v2, payloadV2(load), CutRule::Refused, byType},
-        {"V3", jt::FunctionLoad64_v3, payloadV3(load), CutRule::Reported, byType},
-        {"FunctionUpdate", jt::FunctionUpdate, payloadV3(load), CutRule::Reported, byType},
-        {"inline", jt::FunctionInlineLoad64, payloadInline(korvane_test::richInlineRecord()), CutRule::Reported, byType},
-        {"update V2 alone", jt::FunctionUpdate_v2, payloadUpdateV2(korvane_test::richUpdateRecord()),
-         CutRule::Reported, byType},
-        {"update V2 of a found region", jt::FunctionUpdate_v2, updateOfFoundRegion(), CutRule::Reported,
-         [](JitFileDecoder& d, const JitFileDecoder::Record& r, JitMethod::Ptr& m) {
-             d.setSearchCallback(&sharedFoundRegion());
-             return d.decodeMethodUpdateRecordV2(r, m);
-         }},
+        {"V0", jt::FunctionLoad64, payloadV0(load), true, false},
+        {"V1", jt::FunctionLoad32_v1, payloadV1(load), true, false},
+        {"V2", jt::FunctionLoad64_v2, payloadV2(load), true, false},
+        {"V3", jt::FunctionLoad64_v3, payloadV3(load), false, false},
+        {"FunctionUpdate", jt::FunctionUpdate, payloadV3(load), false, false},
+        {"inline", jt::FunctionInlineLoad64, payloadInline(korvane_test::richInlineRecord()), false, false},
+        {"update_V2_alone", jt::FunctionUpdate_v2, payloadUpdateV2(korvane_test::richUpdateRecord()), false, false},
+        {"update_V2_of_a_found_region", jt::FunctionUpdate_v2, payloadUpdateV2(wholeRegion), false, true},
     };
 }
 
-struct Outcome {
-    bool accepted = false;
-    unsigned long assertions = 0;
-    JitMethod::Ptr method;
-    korvane_3_10::jit_rva_t nextJitRva = 0;
-};
-
-Outcome decodeCut(const RecordKind& kind, std::size_t length, DecoderSetup setup = DecoderSetup()) {
-    TraceFile file(TraceWriter().sized(kind.type, Bytes(kind.payload.begin(), kind.payload.begin() + length)), setup);
-    const JitFileDecoder::Record record = file.next();
-    Outcome outcome;
-    outcome.method.reset(new JitMethod());
-    const AssertionCounter counter;
-    outcome.accepted = kind.decode(file.decoder(), record, outcome.method);
-    outcome.assertions = counter.reports();
-    outcome.nextJitRva = file.decoder().nextJitRva();
-    return outcome;
+Decoded decodeCut(const RecordKind& kind, std::size_t length, DecoderSetup setup = DecoderSetup()) {
+    static const korvane_test::FakeRegionSearch search = korvane_test::foundRegion();
+    setup.search = kind.searched ? &search : nullptr;
+    const Bytes payload(kind.payload.begin(), kind.payload.begin() + static_cast<long>(length));
+    return korvane_test::decodeLast(TraceWriter().sized(kind.type, payload), setup);
 }
 
 class TruncationTest : public ::testing::TestWithParam<RecordKind> {};
 
-TEST_P(TruncationTest, TheWholePayloadDecodesWithoutReports) {
-    const Outcome outcome = decodeCut(GetParam(), GetParam().payload.size());
-    EXPECT_TRUE(outcome.accepted);
-    EXPECT_EQ(0u, outcome.assertions);
-}
-
 TEST_P(TruncationTest, APayloadCutAnywhereIsRefusedOrReported) {
     const RecordKind& kind = GetParam();
+    const Decoded whole = decodeCut(kind, kind.payload.size());
+    EXPECT_TRUE(whole.accepted);
+    EXPECT_EQ(0u, whole.assertions);
     for (std::size_t length = 1; length < kind.payload.size(); ++length) {
-        const Outcome outcome = decodeCut(kind, length);
-        if (kind.rule == CutRule::Reported) {
-            EXPECT_TRUE(!outcome.accepted || outcome.assertions > 0) << "cut to " << length;
+        SCOPED_TRACE("cut to " + std::to_string(length));
+        const Decoded cut = decodeCut(kind, length);
+        if (!kind.refused) {
+            EXPECT_TRUE(!cut.accepted || cut.assertions > 0);
             continue;
         }
-        EXPECT_FALSE(outcome.accepted) << "cut to " << length;
-        EXPECT_EQ(kStartJitRva, outcome.nextJitRva) << "cut to " << length;
-        EXPECT_EQ(0u, outcome.method->regionCount()) << "cut to " << length;
-        EXPECT_FALSE(outcome.method->getModule()) << "cut to " << length;
-        EXPECT_TRUE(outcome.method->getLineNumberInfo().empty()) << "cut to " << length;
+        EXPECT_FALSE(cut.accepted);
+        EXPECT_EQ(korvane_test::kStartJitRva, cut.nextJitRva);
+        EXPECT_EQ(0u, cut.method->regionCount());
+        EXPECT_FALSE(cut.method->getModule());
+        EXPECT_TRUE(cut.method->getLineNumberInfo().empty());
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, TruncationTest, ::testing::ValuesIn(recordKinds()),
-                         [](const ::testing::TestParamInfo<RecordKind>& info) {
-                             std::string name = info.param.name;
-                             for (char& c : name)
-                                 if (c == ' ')
-                                     c = '_';
-                             return name;
-                         });
+                         [](const ::testing::TestParamInfo<RecordKind>& info) { return info.param.name; });
 
 TEST(TruncationTest, ModulesOnlyNeedsTheOldestFormsOnlyUpToTheirArchitecture) {
     const korvane_tracewriter::LoadRecord load = korvane_test::richLoadRecord();
@@ -133,15 +82,13 @@ TEST(TruncationTest, ModulesOnlyNeedsTheOldestFormsOnlyUpToTheirArchitecture) {
     const RecordKind v0 = recordKinds().front();
     DecoderSetup setup;
     setup.mode = korvane_3_10::dmModulesOnly;
-    for (std::size_t length = 1; length <= v0.payload.size(); ++length) {
-        const Outcome outcome = decodeCut(v0, length, setup);
-        EXPECT_EQ(length >= needed, outcome.accepted) << "cut to " << length;
-    }
+    for (std::size_t length = 1; length <= v0.payload.size(); ++length)
+        EXPECT_EQ(length >= needed, decodeCut(v0, length, setup).accepted) << "cut to " << length;
 }
 
 // Overwrites the u32 at the given distance from the end of the payload.
 Bytes withWordFromEnd(Bytes payload, std::size_t distance, std::uint32_t value) {
-    for (int i = 0; i < 4; ++i)
+    for (std::size_t i = 0; i < 4; ++i)
         payload[payload.size() - distance + i] = static_cast<std::uint8_t>(value >> (8 * i));
     return payload;
 }
@@ -153,7 +100,7 @@ TEST(TruncationTest, CountsFarBeyondThePayloadAllocateNothing) {
     load.nativeToSource.clear();
     korvane_tracewriter::InlineRecord inlined = korvane_test::richInlineRecord();
     inlined.nativeToSource.clear();
-    std::vector<RecordKind> kinds = recordKinds();
+    const std::vector<RecordKind> kinds = recordKinds();
     const struct {
         std::size_t kind;
         Bytes payload;
@@ -166,28 +113,26 @@ TEST(TruncationTest, CountsFarBeyondThePayloadAllocateNothing) {
     };
     for (const auto& inflated : cases) {
         RecordKind kind = kinds[inflated.kind];
+        SCOPED_TRACE(kind.name);
         kind.payload = inflated.payload;
-        const Outcome outcome = decodeCut(kind, kind.payload.size());
-        EXPECT_EQ(inflated.accepted, outcome.accepted) << kind.name;
-        EXPECT_TRUE(outcome.method->getLineNumberInfo().empty()) << kind.name;
-        EXPECT_EQ(inflated.accepted, outcome.assertions > 0) << kind.name;
+        const Decoded decoded = decodeCut(kind, kind.payload.size());
+        EXPECT_EQ(inflated.accepted, decoded.accepted);
+        EXPECT_TRUE(decoded.method->getLineNumberInfo().empty());
+        EXPECT_EQ(inflated.accepted, decoded.assertions > 0);
     }
 }
 
 TEST(TruncationTest, AnEmptyPayloadIsReportedByItsName) {
-    const struct {
-        std::size_t kind;
-        const char* text;
-    } cases[] = {{3, "traceSize"}, {5, "traceSize"}, {6, "traceLen"}};
+    const std::pair<std::uint32_t, const char*> cases[] = {
+        {jt::FunctionLoad64_v3, "traceSize"}, {jt::FunctionInlineLoad64, "traceSize"}, {jt::FunctionUpdate_v2, "traceLen"}};
+    korvane_test::TraceFile file{TraceWriter()};
     for (const auto& expected : cases) {
-        const RecordKind kind = recordKinds()[expected.kind];
         JitFileDecoder::Record record;
-        record.type = kind.type;
+        record.type = expected.first;
         korvane_test::LogCapture log;
-        TraceFile file{TraceWriter()};
-        JitMethod::Ptr method(new JitMethod());
-        kind.decode(file.decoder(), record, method);
-        EXPECT_EQ(1u, log.count(std::string("Assertion failed: ") + expected.text + " in ")) << kind.name;
+        korvane_test::JitMethod::Ptr method(new korvane_test::JitMethod());
+        korvane_test::decodeCodeRecord(file.decoder(), record, method);
+        EXPECT_EQ(1u, log.count(std::string("Assertion failed: ") + expected.second + " in ")) << expected.first;
     }
 }
 

@@ -2,8 +2,6 @@
 #include "tool_runner.h"
 #include "trace_decoding_support.h"
 
-#include "jitreader/jit_trace_format.h"
-
 #include <gtest/gtest.h>
 
 namespace {
@@ -13,47 +11,40 @@ using korvane_test::TempDir;
 using korvane_test::ToolRun;
 using korvane_tracewriter::TraceWriter;
 
-bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
 std::string lastLine(const std::string& text) {
     const std::size_t end = text.find_last_not_of('\n');
     const std::size_t start = text.rfind('\n', end);
-    return text.substr(start == std::string::npos ? 0 : start + 1, end - (start == std::string::npos ? 0 : start + 1) + 1);
+    return text.substr(start + 1, end - start);
+}
+
+void expectLines(const std::string& out, const std::vector<std::string>& lines) {
+    for (const std::string& line : lines)
+        EXPECT_NE(std::string::npos, out.find(line)) << line << "\nnot in:\n" << out;
 }
 
 TEST(ToolRecordsTest, ListsEachRecordWithWhatTheDecoderMadeOfIt) {
     TempDir dir;
-    korvane_tracewriter::UpdateV2Record update = korvane_test::richUpdateRecord();
-    update.startAddress = 0x7f0000001004;
     const std::string path = dir.write("host.4711.jit", TraceWriter()
                                                             .magic()
                                                             .collectorType(1)
                                                             .loadV3(korvane_test::richLoadRecord())
                                                             .inlineLoad(korvane_test::richInlineRecord())
-                                                            .updateV2(update));
+                                                            .updateV2(korvane_test::richUpdateRecord()));
     const ToolRun run = runTool("records", {path});
     ASSERT_EQ(0, run.exitCode) << run.err;
-    const std::string& out = run.out;
-    EXPECT_TRUE(has(out, "process 4711, jit RVAs from 0x1, code bytes kept\n")) << out;
-    EXPECT_TRUE(has(out, "@0  Magic  value 0x4a495431\n")) << out;
-    EXPECT_TRUE(has(out, "@0x8  CollectorType  value 0x1 (JIT profiler)\n")) << out;
-    EXPECT_TRUE(has(out, "@0x10  FunctionLoad64_v3  ")) << out;
-    EXPECT_TRUE(has(out, "    method   ui::Widget::draw(int)\n")) << out;
-    EXPECT_TRUE(has(out, "raw id 0x4d, token 0x6000012, load time 0x5000, jit RVA 0x1\n")) << out;
-    EXPECT_TRUE(has(out, "    module   /opt/app/lib/app.so  (xa64, no real file)\n")) << out;
-    EXPECT_TRUE(has(out, "    region 1  ip [0x7f0000001000, 0x7f0000001040)  jit RVA [0x1, 0x41)  64 code bytes\n"))
-        << out;
-    EXPECT_TRUE(has(out, "    region 2  ip [0x7f0000002000, 0x7f0000002020)  jit RVA [0x41, 0x61)  24 code bytes\n"))
-        << out;
-    EXPECT_TRUE(has(out, "    lines    for jit RVA [0x1, 0x41): managed to source 2, native to managed 2, native to "
-                         "source 2\n"))
-        << out;
-    EXPECT_TRUE(has(out, "raw id 0x5b, raw parent id 0x4d, token 0, load time 0x5100, jit RVA 0\n")) << out;
-    // The update finds the code of the load listed before it and takes a new range as long as that region.
-    EXPECT_TRUE(has(out, "  FunctionUpdate_v2  ")) << out;
-    EXPECT_TRUE(has(out, "raw id 0x4d, token 0, load time 0x6000, jit RVA 0x61\n")) << out;
-    EXPECT_TRUE(has(out, "5 records: 3 decoded, 0 refused by the decoder\n")) << out;
-    EXPECT_EQ("end of file; the records took jit RVAs [0x1, 0xa1)", lastLine(out));
+    expectLines(run.out,
+                {"process 4711, jit RVAs from 0x1, code bytes kept\n", "@0  Magic  value 0x4a495431\n",
+                 "@0x8  CollectorType  value 0x1 (JIT profiler)\n", "@0x10  FunctionLoad64_v3  ",
+                 "    method   ui::Widget::draw(int)\n", "raw id 0x4d, token 0x6000012, load time 0x5000, jit RVA 0x1\n",
+                 "    module   /opt/app/lib/app.so  (xa64, no real file)\n",
+                 "    region 1  ip [0x7f0000001000, 0x7f0000001040)  jit RVA [0x1, 0x41)  64 code bytes\n",
+                 "    region 2  ip [0x7f0000002000, 0x7f0000002020)  jit RVA [0x41, 0x61)  24 code bytes\n",
+                 "    lines    for jit RVA [0x1, 0x41): managed to source 2, native to managed 2, native to source 2\n",
+                 "raw id 0x5b, raw parent id 0x4d, token 0, load time 0x5100, jit RVA 0\n",
+                 // The update finds the code of the load listed before it and takes a range as long as that region.
+                 "  FunctionUpdate_v2  ", "raw id 0x4d, token 0, load time 0x6000, jit RVA 0x61\n",
+                 "5 records: 3 decoded, 0 refused by the decoder\n"});
+    EXPECT_EQ("end of file; the records took jit RVAs [0x1, 0xa1)", lastLine(run.out));
 }
 
 TEST(ToolRecordsTest, RefusedRecordsAndModulesOnlyAreShown) {
@@ -61,33 +52,26 @@ TEST(ToolRecordsTest, RefusedRecordsAndModulesOnlyAreShown) {
     korvane_tracewriter::LoadRecord empty = korvane_test::richLoadRecord();
     empty.ranges[0].length = 0;
     empty.ranges[1].length = 0;
-    const std::string path =
-        dir.write("host.1.jit", TraceWriter().loadV0(empty).loadV0(korvane_test::richLoadRecord()));
+    const std::string path = dir.write("host.1.jit", TraceWriter().loadV0(empty).loadV0(korvane_test::richLoadRecord()));
     const ToolRun run = runTool("records", {path, "--modules-only", "--start-rva", "0x100"});
     ASSERT_EQ(0, run.exitCode) << run.err;
-    EXPECT_TRUE(has(run.out, "jit RVAs from 0x100, modules only\n")) << run.out;
-    EXPECT_TRUE(has(run.out, "    refused by the decoder; the reader skips this record\n")) << run.out;
-    EXPECT_TRUE(has(run.out, "    method   (no name)\n")) << run.out;
-    EXPECT_TRUE(has(run.out, "jit RVA [0x100, 0x140)  no code bytes kept\n")) << run.out;
-    EXPECT_TRUE(has(run.out, "2 records: 1 decoded, 1 refused by the decoder\n")) << run.out;
+    expectLines(run.out, {"jit RVAs from 0x100, modules only\n", "    refused by the decoder; the reader skips this record\n",
+                          "    method   (no name)\n", "jit RVA [0x100, 0x140)  no code bytes kept\n",
+                          "2 records: 1 decoded, 1 refused by the decoder\n"});
 }
 
 TEST(ToolRecordsTest, AFramingFailureEndsTheListingWithItsCodeAndOffset) {
     TempDir dir;
-    const struct {
-        const char* name;
-        TraceWriter trace;
-        std::string stop;
-    } cases[] = {
-        {"cut payload", TraceWriter().magic().loadV2(korvane_test::richLoadRecord()).cutOff(3),
+    const std::pair<TraceWriter, std::string> cases[] = {
+        {TraceWriter().magic().loadV2(korvane_test::richLoadRecord()).cutOff(3),
          "stopped at 0x8: meMalformedRecord in a FunctionLoad64_v2 record;"},
-        {"unknown type", TraceWriter().magic().collectorType(2).sized(15, {1}),
+        {TraceWriter().magic().collectorType(2).sized(15, {1}),
          "stopped at 0x10: meMalformedRecord in a record of unknown type 0xf;"},
     };
     for (const auto& broken : cases) {
-        const ToolRun run = runTool("records", {dir.write(std::string(broken.name) + ".1.jit", broken.trace)});
-        EXPECT_EQ(1, run.exitCode) << broken.name;
-        EXPECT_EQ(0u, lastLine(run.out).find(broken.stop)) << run.out;
+        const ToolRun run = runTool("records", {dir.write("broken.1.jit", broken.first)});
+        EXPECT_EQ(1, run.exitCode);
+        EXPECT_EQ(0u, lastLine(run.out).find(broken.second)) << run.out;
     }
     const ToolRun missing = runTool("records", {dir.file("gone.1.jit")});
     EXPECT_EQ(1, missing.exitCode);

@@ -1,29 +1,34 @@
-// Test helpers that write a trace into a temporary directory and walk it with
-// a decoder record by record, the way the file reader does.
+// Helpers of the tests that write a trace into a temporary directory and decode
+// it record by record, the way the file reader does.
 #ifndef KORVANE_TESTS_TRACE_DECODING_SUPPORT_H
 #define KORVANE_TESTS_TRACE_DECODING_SUPPORT_H
 
+#include "model_builders.h"
 #include "test_support.h"
 
 #include "jitreader/jit_file_decoder.h"
+#include "jitreader/jit_trace_format.h"
 #include "platform/debug.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace korvane_test {
 
 const korvane_3_10::u32_t kPid = 4242;
 const korvane_3_10::u32_t kHostId = 3;
 const korvane_3_10::jit_rva_t kStartJitRva = 0x1000;
+const korvane_3_10::address_t kRegionStart = 0x7f0000001000;
 
 // Options of a decoder under test.
 struct DecoderSetup {
     korvane_3_10::decoding_mode_t mode = korvane_3_10::dmFull;
     korvane_3_10::u32_t pid = kPid;
     korvane_3_10::u32_t hostId = kHostId;
+    const korvane_3_10::JitFileDecoder::SearchRegionCallback* search = nullptr;
 };
 
 // One trace file on disk and the decoder that reads it.
@@ -31,10 +36,11 @@ class TraceFile {
 public:
     explicit TraceFile(const korvane_tracewriter::TraceWriter& trace, DecoderSetup setup = DecoderSetup())
         : m_path(m_dir.write("4242.trace.jit", trace)),
-          m_decoder(new korvane_3_10::JitFileDecoder(m_path, setup.pid, setup.hostId, kStartJitRva, setup.mode)) {}
+          m_decoder(new korvane_3_10::JitFileDecoder(m_path, setup.pid, setup.hostId, kStartJitRva, setup.mode)) {
+        m_decoder->setSearchCallback(setup.search);
+    }
 
     korvane_3_10::JitFileDecoder& decoder() { return *m_decoder; }
-    const std::string& path() const { return m_path; }
 
     // The next record; the test fails unless framing succeeds.
     korvane_3_10::JitFileDecoder::Record next() {
@@ -61,25 +67,60 @@ private:
 
 // Decodes a code record with the operation the reader picks for its type.
 inline bool decodeCodeRecord(korvane_3_10::JitFileDecoder& decoder, const korvane_3_10::JitFileDecoder::Record& record,
-                             korvane_3_10::JitMethod::Ptr& method) {
+                             JitMethod::Ptr& method) {
+    namespace jt = korvane_3_10::jittrace;
     switch (record.type) {
-    case 0:
-    case 2:
+    case jt::FunctionLoad32:
+    case jt::FunctionLoad64:
         return decoder.decodeMethodLoadRecordV0(record, method);
-    case 4:
-    case 5:
+    case jt::FunctionLoad32_v1:
+    case jt::FunctionLoad64_v1:
         return decoder.decodeMethodLoadRecordV1(record, method);
-    case 6:
-    case 7:
+    case jt::FunctionLoad32_v2:
+    case jt::FunctionLoad64_v2:
         return decoder.decodeMethodLoadRecordV2(record, method);
-    case 11:
-    case 12:
+    case jt::FunctionInlineLoad32:
+    case jt::FunctionInlineLoad64:
         return decoder.decodeMethodInlineLoadRecord(record, method);
-    case 14:
+    case jt::FunctionUpdate_v2:
         return decoder.decodeMethodUpdateRecordV2(record, method);
     default:
         return decoder.decodeMethodLoadRecordV3(record, method, nullptr);
     }
+}
+
+struct Decoded {
+    bool accepted = false;
+    JitMethod::Ptr method;
+    korvane_3_10::jit_rva_t nextJitRva = 0;
+    unsigned long assertions = 0;
+};
+
+// Frames every record of the trace and decodes each code record as it comes.
+inline std::vector<Decoded> decodeAll(const korvane_tracewriter::TraceWriter& trace,
+                                      DecoderSetup setup = DecoderSetup()) {
+    TraceFile file(trace, setup);
+    std::vector<Decoded> all;
+    korvane_3_10::JitFileDecoder::Record record;
+    while (file.decoder().getNextRecord(record) == meSuccess) {
+        if (record.type == korvane_3_10::jittrace::Magic || record.type == korvane_3_10::jittrace::CollectorType)
+            continue;
+        Decoded decoded;
+        decoded.method.reset(new JitMethod());
+        const AssertionCounter counter;
+        decoded.accepted = decodeCodeRecord(file.decoder(), record, decoded.method);
+        decoded.assertions = counter.reports();
+        decoded.nextJitRva = file.decoder().nextJitRva();
+        all.push_back(decoded);
+    }
+    return all;
+}
+
+// The last code record of the trace, decoded.
+inline Decoded decodeLast(const korvane_tracewriter::TraceWriter& trace, DecoderSetup setup = DecoderSetup()) {
+    const std::vector<Decoded> all = decodeAll(trace, setup);
+    EXPECT_FALSE(all.empty()) << "no code record was framed";
+    return all.empty() ? Decoded() : all.back();
 }
 
 inline korvane_tracewriter::Bytes codeBytes(std::size_t count, std::uint8_t first = 0x10) {
@@ -95,9 +136,8 @@ inline korvane_tracewriter::LoadRecord richLoadRecord() {
     record.methodId = 77;
     record.methodToken = 0x6000012;
     record.loadTime = 0x5000;
-    record.ranges = {{0x7f0000001000, 0x40, codeBytes(0x40)}, {0x7f0000002000, 0x20, codeBytes(0x18, 0x80)}};
+    record.ranges = {{kRegionStart, 0x40, codeBytes(0x40)}, {kRegionStart + 0x1000, 0x20, codeBytes(0x18, 0x80)}};
     record.moduleName = "/opt/app/lib/app.so";
-    record.architecture = 1;
     record.methodName = "draw(int)";
     record.className = "ui.Widget";
     record.sourceFileName = "Widget.cs";
@@ -115,11 +155,10 @@ inline korvane_tracewriter::InlineRecord richInlineRecord() {
     record.methodId = 91;
     record.parentId = 77;
     record.loadTime = 0x5100;
-    record.startAddress = 0x7f0000001010;
+    record.startAddress = kRegionStart + 0x10;
     record.length = 0x10;
     record.code = codeBytes(0x10, 0x40);
     record.moduleName = "/opt/app/lib/app.so";
-    record.architecture = 1;
     record.methodName = "length()";
     record.className = "geo.Point";
     record.sourceFileName = "Point.cs";
@@ -132,58 +171,41 @@ inline korvane_tracewriter::UpdateV2Record richUpdateRecord() {
     korvane_tracewriter::UpdateV2Record record;
     record.segmentType = korvane_segment_type_t::stCode;
     record.loadTime = 0x6000;
-    record.architecture = 1;
     record.rangeName = "patch";
-    record.startAddress = 0x7f0000001004;
+    record.startAddress = kRegionStart + 4;
     record.length = 4;
     record.code = {0xaa, 0xbb, 0xcc, 0xdd};
     return record;
 }
 
-// Answers every search with the region and method it was given.
+// Answers every search with the region and method it holds, and keeps what it was asked.
 class FakeRegionSearch : public korvane_3_10::JitFileDecoder::SearchRegionCallback {
 public:
     korvane_error_t findRegion(korvane_3_10::u64_t address, korvane_3_10::u64_t time, korvane_3_10::u32_t pid,
-                               korvane_3_10::u32_t hostId, korvane_3_10::Region::Ptr& region,
-                               korvane_3_10::JitMethod::Ptr& method) const override {
+                               korvane_3_10::u32_t hostId, Region::Ptr& region,
+                               JitMethod::Ptr& method) const override {
         ++calls;
-        askedAddress = address;
-        askedTime = time;
-        askedPid = pid;
-        askedHostId = hostId;
+        asked = {address, time, pid, hostId};
         region = m_region;
         method = m_method;
         return m_result;
     }
 
     korvane_error_t m_result = meSuccess;
-    korvane_3_10::Region::Ptr m_region;
-    korvane_3_10::JitMethod::Ptr m_method;
+    Region::Ptr m_region;
+    JitMethod::Ptr m_method;
     mutable int calls = 0;
-    mutable korvane_3_10::u64_t askedAddress = 0;
-    mutable korvane_3_10::u64_t askedTime = 0;
-    mutable korvane_3_10::u32_t askedPid = 0;
-    mutable korvane_3_10::u32_t askedHostId = 0;
+    // Address, time, process and host of the last search.
+    mutable std::vector<korvane_3_10::u64_t> asked;
 };
-
-const korvane_3_10::address_t kRegionStart = 0x7f0000001000;
 
 // The region of a method with raw id 77 at kRegionStart, 0x10 bytes 00..0f, at jit RVA 0x500.
 inline FakeRegionSearch foundRegion() {
     FakeRegionSearch search;
-    search.m_region.reset(new korvane_3_10::Region());
-    search.m_region->setStartAddress(kRegionStart);
-    search.m_region->setLength(0x10);
-    search.m_region->setStartJitRva(0x500);
+    search.m_region = makeRegion(kRegionStart, 0x10, 0x500, kPid, kHostId);
     search.m_region->setLoadTime(0x5000);
-    search.m_region->setProcessId(korvane_test::kPid);
-    search.m_region->setHostId(korvane_test::kHostId);
-    const boost::shared_ptr<korvane_3_10::IByteBuffer> bytes = korvane_3_10::IByteBuffer::create();
-    const korvane_tracewriter::Bytes image = korvane_test::codeBytes(0x10, 0);
-    bytes->assign(image.data(), static_cast<korvane_3_10::u32_t>(image.size()));
-    search.m_region->setContent(bytes);
-    search.m_method.reset(new korvane_3_10::JitMethod());
-    search.m_method->setRawMethodId(77);
+    search.m_region->setContent(makeBuffer(codeBytes(0x10, 0)));
+    search.m_method = makeMethod(77);
     return search;
 }
 
