@@ -5,19 +5,11 @@
 
 #include <gtest/gtest.h>
 
-#include <tuple>
-
 namespace {
 
-using korvane_3_10::JitFileDecoder;
+using namespace korvane_test;
 using korvane_3_10::jit_rva_t;
-using korvane_test::Decoded;
-using korvane_test::DecoderSetup;
-using korvane_test::JitMethod;
-using korvane_test::kStartJitRva;
-using korvane_test::Region;
 using korvane_tracewriter::LoadRecord;
-using korvane_tracewriter::TraceWriter;
 using korvane_tracewriter::Width;
 
 struct Version {
@@ -40,95 +32,53 @@ Decoded decode(const Version& version, const LoadRecord& load, DecoderSetup setu
     TraceWriter trace;
     if (collector != 0)
         trace.collectorType(collector);
-    return korvane_test::decodeLast((trace.*version.write)(load, Width::Bits64), setup);
-}
-
-LoadRecord withoutLines(LoadRecord load) {
-    load.managedToSource.clear();
-    load.nativeToManaged.clear();
-    load.nativeToSource.clear();
-    return load;
-}
-
-typedef std::vector<std::tuple<std::uint32_t, std::uint32_t, std::uint32_t>> Triples;
-
-template <typename Entry>
-Triples triples(const std::vector<Entry>& entries) {
-    Triples result;
-    for (const Entry& entry : entries)
-        result.emplace_back(entry.startOffset, entry.endOffset, entry.lineNumber);
-    return result;
+    return decodeLast((trace.*version.write)(load, Width::Bits64), setup);
 }
 
 class LoadRecordTest : public ::testing::TestWithParam<Version> {};
 
+// All tables describe the first region, also when the method has more.
 TEST_P(LoadRecordTest, DecodesEveryFieldOfARecord) {
-    const LoadRecord load = korvane_test::richLoadRecord();
-    const Decoded decoded = decode(GetParam(), load);
+    const Decoded decoded = decode(GetParam(), richLoadRecord());
     ASSERT_TRUE(decoded.accepted);
-    const JitMethod& method = *decoded.method;
-    EXPECT_EQ(kStartJitRva, method.getStartJitRva());
-    EXPECT_EQ(load.loadTime, method.getLoadTime());
-    EXPECT_EQ(load.methodToken, method.getMethodToken());
-    EXPECT_EQ(GetParam().isV3 ? load.methodId : 0u, method.getRawMethodId());
-    EXPECT_FALSE(method.getMethodId().isEmpty());
-    ASSERT_EQ(2u, method.regionCount());
-    for (std::size_t i = 0; i < 2; ++i) {
-        const Region& region = *method.codeRegions()[i];
-        EXPECT_EQ(kStartJitRva + 0x40 * i, region.getStartJitRva());
-        EXPECT_EQ(load.ranges[i].startAddress, region.getStartVirtualAddress());
-        EXPECT_EQ(load.ranges[i].length, region.getLength());
-        EXPECT_EQ(load.ranges[i].code, korvane_test::bytesOf(region.getBytes())) << "codeSize and length may differ";
-        EXPECT_EQ(load.loadTime, region.getLoadTime());
-        EXPECT_EQ(korvane_test::kPid, region.getProcessId());
-        EXPECT_EQ(korvane_test::kHostId, region.getHostID());
-    }
-    EXPECT_EQ(kStartJitRva + 0x60, decoded.nextJitRva);
-    EXPECT_STREQ("/opt/app/lib/app.so", method.getModule()->getFilePath());
-    EXPECT_EQ(meNotFound, method.getModule()->isBogus());
-    EXPECT_EQ(arch_xa64, method.getModule()->getArchitecture());
-    EXPECT_STREQ("ui::Widget::draw(int)", method.getQualifiedMethodName());
-    const korvane_3_10::ISourceFile::Ptr source = method.getSourceFile();
-    ASSERT_TRUE(source);
-    EXPECT_STREQ("Widget.cs", source->getSourceFileName());
-    EXPECT_STREQ("c0ffee", source->getChecksum());
-    EXPECT_EQ(2u, source->getChecksumType());
-    EXPECT_EQ(3u, source->getLanguageType());
-    // All tables describe the first region, also when the method has more.
-    ASSERT_EQ(1u, method.getLineNumberInfo().size());
-    const auto& tables = *method.getLineNumberInfo().begin();
-    EXPECT_EQ(kStartJitRva, tables.first.m_start);
-    EXPECT_EQ(0x40u, tables.first.m_length);
-    EXPECT_EQ(triples(load.managedToSource), triples(tables.second.m_managedToSource));
-    EXPECT_EQ(triples(load.nativeToManaged), triples(tables.second.m_nativeToManaged));
-    EXPECT_EQ(triples(load.nativeToSource), triples(tables.second.m_nativeToSource));
+    EXPECT_EQ(std::string("raw ") + (GetParam().isV3 ? "4d" : "0") +
+                  "/0 token 6000012 load 5000 rva 1000\n"
+                  "name ui::Widget::draw(int)\n"
+                  "module /opt/app/lib/app.so arch 1\n"
+                  "source Widget.cs c0ffee 2 3\n"
+                  "region 7f0000001000+10 rva 1000 load 5000 pid 4242 host 3 bytes 101112131415161718191a1b1c1d1e1f\n"
+                  "region 7f0000002000+8 rva 1010 load 5000 pid 4242 host 3 bytes 80818283\n"
+                  "lines 1000+10 m2s 0-4:10 4-9:11 n2m 0-8:0 8-16:4 n2s 0-8:10 8-16:11\n",
+              describe(*decoded.method));
+    EXPECT_EQ(kStartJitRva + 0x18, decoded.nextJitRva);
+    EXPECT_FALSE(decoded.method->getMethodId().isEmpty());
 }
 
 // Empty ranges take no region and no jit RVAs; a record of empty ranges only,
 // or a line table without a range to describe, is refused untouched.
 TEST_P(LoadRecordTest, RangeShapesDecideRegionsAndJitRvas) {
     const struct {
-        const char* name;
         std::vector<std::uint32_t> lengths;
         bool withLines;
         bool accepted;
         std::uint32_t regions;
         jit_rva_t next;
-    } shapes[] = {
-        {"one empty of two", {0, 0x30}, true, true, 1, kStartJitRva + 0x30},
-        {"all empty", {0, 0}, false, false, 0, kStartJitRva},
-        {"no range", {}, false, true, 0, kStartJitRva},
-        {"no range but lines", {}, true, false, 0, kStartJitRva},
-    };
+    } shapes[] = {{{0, 0x30}, true, true, 1, kStartJitRva + 0x30},
+                  {{0, 0}, false, false, 0, kStartJitRva},
+                  {{}, false, true, 0, kStartJitRva},
+                  {{}, true, false, 0, kStartJitRva}};
     for (const auto& shape : shapes) {
-        SCOPED_TRACE(shape.name);
-        LoadRecord load = withoutLines(korvane_test::richLoadRecord());
+        SCOPED_TRACE(testing::Message() << shape.lengths.size() << " ranges, lines " << shape.withLines);
+        LoadRecord load = richLoadRecord();
         load.ranges.clear();
         for (std::uint32_t length : shape.lengths)
-            load.ranges.push_back({0x9000 + 0x100 * load.ranges.size(), length, korvane_test::codeBytes(8)});
+            load.ranges.push_back({0x9000 + 0x100 * load.ranges.size(), length, codeBytes(8)});
+        load.managedToSource.clear();
+        load.nativeToManaged.clear();
+        load.nativeToSource.clear();
         if (shape.withLines)
             load.nativeToSource = {{0, 8, 5}};
-        korvane_test::LogCapture log(log4cplus::ERROR_LOG_LEVEL);
+        LogCapture log(log4cplus::ERROR_LOG_LEVEL);
         const Decoded decoded = decode(GetParam(), load);
         EXPECT_EQ(shape.accepted, decoded.accepted);
         ASSERT_EQ(shape.regions, decoded.method->regionCount());
@@ -140,26 +90,24 @@ TEST_P(LoadRecordTest, RangeShapesDecideRegionsAndJitRvas) {
     }
 }
 
+// The oldest forms stop behind the module; the others decode in full.
 TEST_P(LoadRecordTest, ModulesOnlyKeepsNoBytes) {
-    DecoderSetup setup;
-    setup.mode = korvane_3_10::dmModulesOnly;
-    const Decoded decoded = decode(GetParam(), korvane_test::richLoadRecord(), setup);
+    const Decoded decoded = decode(GetParam(), richLoadRecord(), withMode(korvane_3_10::dmModulesOnly));
     ASSERT_TRUE(decoded.accepted);
-    ASSERT_EQ(2u, decoded.method->regionCount());
-    EXPECT_FALSE(decoded.method->codeRegions()[0]->getBytes());
-    EXPECT_EQ(kStartJitRva + 0x60, decoded.nextJitRva);
-    EXPECT_STREQ("/opt/app/lib/app.so", decoded.method->getModule()->getFilePath());
-    // The oldest forms stop behind the module; the others decode in full.
+    const std::string text = describe(*decoded.method);
+    EXPECT_NE(std::string::npos, text.find("module /opt/app/lib/app.so arch 1\n")) << text;
+    EXPECT_NE(std::string::npos, text.find("region 7f0000002000+8 rva 1010 load 5000 pid 4242 host 3 no bytes\n"));
+    EXPECT_EQ(kStartJitRva + 0x18, decoded.nextJitRva);
     const bool stops = GetParam().isOldest;
     EXPECT_EQ(stops, decoded.method->getMethodId().isEmpty());
-    EXPECT_EQ(stops, std::string(decoded.method->getClassName()).empty());
-    EXPECT_EQ(stops, decoded.method->getLineNumberInfo().empty());
-    EXPECT_EQ(stops, !decoded.method->getSourceFile());
+    EXPECT_EQ(stops, text.find("name \n") != std::string::npos);
+    EXPECT_EQ(stops, text.find("source ") == std::string::npos);
+    EXPECT_EQ(stops, text.find("lines ") == std::string::npos);
 }
 
 TEST_P(LoadRecordTest, EqualRawIdsHashAlikeInOneProcessOnly) {
     const bool hashesRawId = !GetParam().isOldest;
-    const LoadRecord first = korvane_test::richLoadRecord();
+    const LoadRecord first = richLoadRecord();
     LoadRecord second = first;
     second.ranges[0].startAddress += 0x10000;
     if (hashesRawId)
@@ -167,74 +115,68 @@ TEST_P(LoadRecordTest, EqualRawIdsHashAlikeInOneProcessOnly) {
     const korvane_3_10::BaseMethodId id = decode(GetParam(), first).method->getMethodId();
     EXPECT_EQ(id, decode(GetParam(), second).method->getMethodId());
     DecoderSetup otherProcess;
-    otherProcess.pid = korvane_test::kPid + 1;
+    otherProcess.pid = kPid + 1;
     DecoderSetup otherHost;
-    otherHost.hostId = korvane_test::kHostId + 1;
+    otherHost.hostId = kHostId + 1;
     // Without a raw id the names and the module make the id, wherever the code runs.
     EXPECT_EQ(!hashesRawId, id == decode(GetParam(), first, otherProcess).method->getMethodId());
     EXPECT_EQ(!hashesRawId, id == decode(GetParam(), first, otherHost).method->getMethodId());
 }
 
-TEST_P(LoadRecordTest, TheFieldBehindACountedStringIsFoundWhateverItsLength) {
-    const std::pair<std::string, std::string> names[] = {
-        {"", ""},
-        {std::string(511, 'm'), "C::" + std::string(511, 'm')},
-        {std::string(512, 'm'), ""},
-        {std::string("run\0away", 8), "C::run"},
-    };
+// The field behind a counted string is found whatever its length; a string too long is dropped.
+TEST_P(LoadRecordTest, CountedStrings) {
+    const std::pair<std::string, std::string> names[] = {{"", ""},
+                                                         {std::string(511, 'm'), "C::" + std::string(511, 'm')},
+                                                         {std::string(512, 'm'), ""},
+                                                         {std::string("run\0away", 8), "C::run"}};
     for (const auto& name : names) {
         SCOPED_TRACE(name.first.size());
-        LoadRecord load = korvane_test::richLoadRecord();
+        LoadRecord load = richLoadRecord();
         load.methodName = name.first;
         load.className = "C";
-        const Decoded decoded = decode(GetParam(), load);
-        ASSERT_TRUE(decoded.accepted);
-        EXPECT_EQ(name.second, decoded.method->getMethodName());
-        EXPECT_STREQ("C", decoded.method->getClassName());
-        ASSERT_TRUE(decoded.method->getSourceFile());
-        EXPECT_STREQ("Widget.cs", decoded.method->getSourceFile()->getSourceFileName());
-        EXPECT_EQ(1u, decoded.method->getLineNumberInfo().size());
+        const JitMethod::Ptr method = decode(GetParam(), load).method;
+        EXPECT_STREQ("C", method->getClassName());
+        const std::string text = describe(*method);
+        EXPECT_NE(std::string::npos, text.find("\nname " + name.second + "\n")) << text;
+        EXPECT_NE(std::string::npos, text.find("source Widget.cs c0ffee 2 3\nregion")) << text;
+        EXPECT_NE(std::string::npos, text.find("\nlines 1000+10")) << text;
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Versions, LoadRecordTest, ::testing::Values(kV0, kV1, kV2, kV3),
                          [](const ::testing::TestParamInfo<Version>& info) { return std::string(info.param.name); });
 
-TEST(LoadRecordModuleTest, DefaultsAndTheBogusAnswerFollowTheVersion) {
+TEST(LoadRecordModuleTest, DefaultsAndTheBogusAnswerFollowTheVersionAndCollector) {
     const struct {
         Version version;
         std::string module;
         std::uint16_t language;
         std::string className;
         std::uint32_t collector;
-        std::string path;
-        korvane_error_t bogus;
+        std::string described;
     } cases[] = {
-        {kV0, "", 5, "C", 0, "[Dynamic code]", meNotFound},
-        {kV1, "/x.so", 0, "C", 1, "/x.so", meNotFound},
-        {kV2, "", 5, "C", 0, "[Compiled Java code]", meSuccess},
-        {kV2, "", 3, "C", 0, "[Dynamic code]", meSuccess},
-        {kV2, "/x.so", 5, "C", 1, "/x.so", meNotFound},
-        {kV3, "", 5, "C", 0, "[Compiled Java code]", meSuccess},
-        {kV3, "", 1, "Lcom/a/B;", 0, "[Dynamic code]", meSuccess},
-        {kV3, "", 1, "B", 0, "[Dynamic code]", meSuccess},
-        {kV3, "[Compiled Java code]", 0, "B", 0, "[Compiled Java code]", meSuccess},
-        {kV3, "/x.so", 0, "C", 1, "/x.so", meSuccess},
-        {kV3, "/x.so", 0, "C", 2, "/x.so", meNotFound},
+        {kV0, "", 5, "C", 0, "[Dynamic code] arch 2\n"},
+        {kV1, "/x.so", 0, "C", 1, "/x.so arch 2\n"},
+        {kV2, "", 5, "C", 0, "[Compiled Java code] arch 2 bogus\n"},
+        {kV2, "", 3, "C", 0, "[Dynamic code] arch 2 bogus\n"},
+        {kV2, "/x.so", 5, "C", 1, "/x.so arch 2\n"},
+        {kV3, "", 5, "C", 0, "[Compiled Java code] arch 2 bogus\n"},
+        {kV3, "", 1, "Lcom/a/B;", 0, "[Dynamic code] arch 2 bogus\n"},
+        {kV3, "", 1, "B", 0, "[Dynamic code] arch 2 bogus\n"},
+        {kV3, "[Compiled Java code]", 0, "B", 0, "[Compiled Java code] arch 2 bogus\n"},
+        {kV3, "/x.so", 0, "C", 1, "/x.so arch 2 bogus\n"},
+        {kV3, "/x.so", 0, "C", 2, "/x.so arch 2\n"},
     };
     for (const auto& expected : cases) {
-        SCOPED_TRACE(std::string(expected.version.name) + " module '" + expected.module + "' language " +
-                     std::to_string(expected.language) + " collector " + std::to_string(expected.collector));
-        LoadRecord load = korvane_test::richLoadRecord();
+        LoadRecord load = richLoadRecord();
         load.moduleName = expected.module;
         load.languageType = expected.language;
         load.className = expected.className;
         load.architecture = 2;
-        const Decoded decoded = decode(expected.version, load, DecoderSetup(), expected.collector);
-        ASSERT_TRUE(decoded.accepted && decoded.method->getModule());
-        EXPECT_EQ(expected.path, decoded.method->getModule()->getFilePath());
-        EXPECT_EQ(expected.bogus, decoded.method->getModule()->isBogus());
-        EXPECT_EQ(arch_wa64, decoded.method->getModule()->getArchitecture());
+        const std::string text = describe(*decode(expected.version, load, DecoderSetup(), expected.collector).method);
+        EXPECT_NE(std::string::npos, text.find("\nmodule " + expected.described))
+            << expected.version.name << " module '" << expected.module << "' language " << expected.language
+            << " collector " << expected.collector << ":\n" << text;
     }
 }
 
@@ -243,7 +185,7 @@ TEST(LoadRecordNameTest, JavaNamesAreMadeReadableInV3Only) {
         Version version;
         std::uint16_t language;
         std::string className;
-        std::string qualified;
+        std::string name;
     } cases[] = {
         {kV3, 5, "Ljava/lang/String;", "java::lang::String::charAt(int)"},
         {kV3, 1, "Ljava/lang/String;", "java::lang::String::charAt(int)"},
@@ -253,17 +195,13 @@ TEST(LoadRecordNameTest, JavaNamesAreMadeReadableInV3Only) {
         {kV0, 5, "A.B", "A::B::charAt(I)C"},
     };
     for (const auto& expected : cases) {
-        SCOPED_TRACE(std::string(expected.version.name) + " " + expected.className);
-        LoadRecord load = korvane_test::richLoadRecord();
+        LoadRecord load = richLoadRecord();
         load.languageType = expected.language;
         load.className = expected.className;
         load.methodName = "charAt(I)C";
-        const Decoded decoded = decode(expected.version, load);
-        ASSERT_TRUE(decoded.accepted);
-        EXPECT_EQ(expected.qualified, decoded.method->getQualifiedMethodName());
-        const std::string qualified = expected.qualified;
-        EXPECT_EQ(qualified.substr(0, qualified.find('(')), decoded.method->getMethodName());
-        EXPECT_EQ(qualified.substr(0, qualified.rfind("::")), decoded.method->getClassName());
+        const JitMethod::Ptr method = decode(expected.version, load).method;
+        EXPECT_EQ(expected.name, method->getQualifiedMethodName()) << expected.version.name;
+        EXPECT_EQ(expected.name.substr(0, expected.name.rfind("::")), method->getClassName()) << expected.version.name;
     }
 }
 
@@ -271,54 +209,48 @@ TEST(LoadRecordV3Test, TheInlineFlagDecidesTheJitRvas) {
     const struct {
         std::uint8_t isInlined;
         std::vector<std::uint32_t> lengths;
-        std::vector<jit_rva_t> rvas;
-        jit_rva_t methodRva;
+        std::string rvas; // of the method, its regions, and its line tables
         jit_rva_t next;
     } cases[] = {
-        {0, {0x40, 0x20}, {kStartJitRva, kStartJitRva + 0x40}, kStartJitRva, kStartJitRva + 0x60},
-        {1, {0x40, 0x20}, {0, 1}, 0, kStartJitRva},
-        {1, {0, 0x20}, {1}, 0, kStartJitRva},
-        {2, {0x40}, {0}, 0, kStartJitRva},
+        {0, {0x40, 0x20}, "1000 1000 1040 1000", kStartJitRva + 0x60},
+        {1, {0x40, 0x20}, "0 0 1 0", kStartJitRva},
+        {1, {0, 0x20}, "0 1 1", kStartJitRva},
+        {2, {0x40}, "0 0 0", kStartJitRva},
     };
     for (const auto& expected : cases) {
-        SCOPED_TRACE("isInlined " + std::to_string(expected.isInlined));
-        LoadRecord load = korvane_test::richLoadRecord();
+        LoadRecord load = richLoadRecord();
         load.isInlined = expected.isInlined;
         load.ranges.clear();
         for (std::uint32_t length : expected.lengths)
-            load.ranges.push_back({0x7000 + 0x100 * load.ranges.size(), length, korvane_test::codeBytes(length)});
-        korvane_test::TraceFile file(TraceWriter().loadV3(load));
+            load.ranges.push_back({0x7000 + 0x100 * load.ranges.size(), length, codeBytes(length)});
+        TraceFile file(TraceWriter().loadV3(load));
         JitMethod::Ptr method(new JitMethod());
         korvane_bool_t isInlined = 0xee;
         ASSERT_TRUE(file.decoder().decodeMethodLoadRecordV3(file.next(), method, &isInlined));
         EXPECT_EQ(expected.isInlined, isInlined);
-        EXPECT_EQ(expected.methodRva, method->getStartJitRva());
-        std::vector<jit_rva_t> rvas;
+        std::ostringstream rvas;
+        rvas << std::hex << method->getStartJitRva();
         for (const Region::Ptr& region : method->codeRegions())
-            rvas.push_back(region->startJitRva());
-        EXPECT_EQ(expected.rvas, rvas);
-        EXPECT_EQ(expected.next, file.decoder().nextJitRva());
-        EXPECT_EQ(expected.rvas.front(), method->getLineNumberInfo().begin()->first.m_start);
+            rvas << ' ' << region->startJitRva();
+        rvas << ' ' << method->getLineNumberInfo().begin()->first.m_start;
+        EXPECT_EQ(expected.rvas, rvas.str()) << "isInlined " << int(expected.isInlined);
+        EXPECT_EQ(expected.next, file.decoder().nextJitRva()) << "isInlined " << int(expected.isInlined);
     }
 }
 
 TEST(LoadRecordV3Test, AFunctionUpdateDecodesLikeTheLoadOfTheSameBytes) {
-    const Decoded load = decode(kV3, korvane_test::richLoadRecord());
-    const Decoded update = korvane_test::decodeLast(TraceWriter().functionUpdate(korvane_test::richLoadRecord()));
+    const Decoded load = decode(kV3, richLoadRecord());
+    const Decoded update = decodeLast(TraceWriter().functionUpdate(richLoadRecord()));
     ASSERT_TRUE(update.accepted);
+    EXPECT_EQ(describe(*load.method), describe(*update.method));
     EXPECT_EQ(load.method->getMethodId(), update.method->getMethodId());
-    EXPECT_EQ(load.method->getRawMethodId(), update.method->getRawMethodId());
-    EXPECT_STREQ(load.method->getQualifiedMethodName(), update.method->getQualifiedMethodName());
-    EXPECT_STREQ(load.method->getModule()->getFilePath(), update.method->getModule()->getFilePath());
-    ASSERT_EQ(2u, update.method->regionCount());
-    EXPECT_EQ(load.method->codeRegions()[1]->startJitRva(), update.method->codeRegions()[1]->startJitRva());
     EXPECT_EQ(load.nextJitRva, update.nextJitRva);
 }
 
 TEST(LoadRecordOlderTest, EachDecoderTakesOnlyItsOwnTypes) {
-    korvane_test::TraceFile file{TraceWriter()};
+    TraceFile file{TraceWriter()};
     for (std::uint32_t type : {0u, 2u, 4u, 5u, 6u, 7u, 8u, 9u}) {
-        JitFileDecoder::Record record;
+        korvane_3_10::JitFileDecoder::Record record;
         record.type = type;
         record.data.assign(64, 0);
         JitMethod::Ptr method(new JitMethod());

@@ -78,7 +78,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, TruncationTest, ::testing::ValuesIn(recordKinds(
 TEST(TruncationTest, ModulesOnlyNeedsTheOldestFormsOnlyUpToTheirArchitecture) {
     const korvane_tracewriter::LoadRecord load = korvane_test::richLoadRecord();
     // Head, two ranges with their bytes, the module name and the architecture.
-    const std::size_t needed = 14 + (16 + 0x40) + (16 + 0x18) + 2 + load.moduleName.size() + 2;
+    const std::size_t needed = 14 + (16 + 0x10) + (16 + 4) + 2 + load.moduleName.size() + 2;
     const RecordKind v0 = recordKinds().front();
     DecoderSetup setup;
     setup.mode = korvane_3_10::dmModulesOnly;

@@ -6,10 +6,10 @@
 
 namespace {
 
-using korvane_test::runTool;
-using korvane_test::TempDir;
-using korvane_test::ToolRun;
-using korvane_tracewriter::TraceWriter;
+using namespace korvane_test;
+
+// The text after the first line, which names the temporary file.
+std::string afterFirstLine(const std::string& text) { return text.substr(text.find('\n') + 1); }
 
 std::string lastLine(const std::string& text) {
     const std::size_t end = text.find_last_not_of('\n');
@@ -17,53 +17,74 @@ std::string lastLine(const std::string& text) {
     return text.substr(start + 1, end - start);
 }
 
-void expectLines(const std::string& out, const std::vector<std::string>& lines) {
-    for (const std::string& line : lines)
-        EXPECT_NE(std::string::npos, out.find(line)) << line << "\nnot in:\n" << out;
-}
-
+// The update finds the code of the load listed before it and takes a range as long as that region.
 TEST(ToolRecordsTest, ListsEachRecordWithWhatTheDecoderMadeOfIt) {
     TempDir dir;
     const std::string path = dir.write("host.4711.jit", TraceWriter()
                                                             .magic()
                                                             .collectorType(1)
-                                                            .loadV3(korvane_test::richLoadRecord())
-                                                            .inlineLoad(korvane_test::richInlineRecord())
-                                                            .updateV2(korvane_test::richUpdateRecord()));
+                                                            .loadV3(richLoadRecord())
+                                                            .inlineLoad(richInlineRecord())
+                                                            .updateV2(richUpdateRecord()));
     const ToolRun run = runTool("records", {path});
     ASSERT_EQ(0, run.exitCode) << run.err;
-    expectLines(run.out,
-                {"process 4711, jit RVAs from 0x1, code bytes kept\n", "@0  Magic  value 0x4a495431\n",
-                 "@0x8  CollectorType  value 0x1 (JIT profiler)\n", "@0x10  FunctionLoad64_v3  ",
-                 "    method   ui::Widget::draw(int)\n", "raw id 0x4d, token 0x6000012, load time 0x5000, jit RVA 0x1\n",
-                 "    module   /opt/app/lib/app.so  (xa64, no real file)\n",
-                 "    region 1  ip [0x7f0000001000, 0x7f0000001040)  jit RVA [0x1, 0x41)  64 code bytes\n",
-                 "    region 2  ip [0x7f0000002000, 0x7f0000002020)  jit RVA [0x41, 0x61)  24 code bytes\n",
-                 "    lines    for jit RVA [0x1, 0x41): managed to source 2, native to managed 2, native to source 2\n",
-                 "raw id 0x5b, raw parent id 0x4d, token 0, load time 0x5100, jit RVA 0\n",
-                 // The update finds the code of the load listed before it and takes a range as long as that region.
-                 "  FunctionUpdate_v2  ", "raw id 0x4d, token 0, load time 0x6000, jit RVA 0x61\n",
-                 "5 records: 3 decoded, 0 refused by the decoder\n"});
-    EXPECT_EQ("end of file; the records took jit RVAs [0x1, 0xa1)", lastLine(run.out));
+    EXPECT_EQ("trace " + path + ", 430 bytes, process 4711, jit RVAs from 0x1, code bytes kept",
+              run.out.substr(0, run.out.find('\n')));
+    EXPECT_EQ("@0  Magic  value 0x4a495431\n"
+              "@0x8  CollectorType  value 0x1 (JIT profiler)\n"
+              "@0x10  FunctionLoad64_v3  223 payload bytes\n"
+              "    method   ui::Widget::draw(int)\n"
+              "             raw id 0x4d, token 0x6000012, load time 0x5000, jit RVA 0x1\n"
+              "    class    ui::Widget\n"
+              "    module   /opt/app/lib/app.so  (xa64, no real file)\n"
+              "    source   Widget.cs\n"
+              "    region 1  ip [0x7f0000001000, 0x7f0000001010)  jit RVA [0x1, 0x11)  16 code bytes\n"
+              "    region 2  ip [0x7f0000002000, 0x7f0000002008)  jit RVA [0x11, 0x19)  4 code bytes\n"
+              "    lines    for jit RVA [0x1, 0x11): managed to source 2, native to managed 2, native to source 2\n"
+              "@0xf7  FunctionInlineLoad64  126 payload bytes\n"
+              "    method   geo::Point::length()\n"
+              "             raw id 0x5b, raw parent id 0x4d, token 0, load time 0x5100, jit RVA 0\n"
+              "    class    geo::Point\n"
+              "    module   /opt/app/lib/app.so  (xa64, no real file)\n"
+              "    source   Point.cs\n"
+              "    region 1  ip [0x7f0000001008, 0x7f0000001010)  jit RVA [0, 0x8)  8 code bytes\n"
+              "    lines    for jit RVA [0, 0x8): managed to source 0, native to managed 0, native to source 2\n"
+              "@0x17d  FunctionUpdate_v2  41 payload bytes\n"
+              "    method   (no name)\n"
+              "             raw id 0x4d, token 0, load time 0x6000, jit RVA 0x19\n"
+              "    module   [Dynamic code]  (xa64, no real file)\n"
+              "    region 1  ip [0x7f0000001000, 0x7f0000001010)  jit RVA [0x19, 0x29)  16 code bytes\n"
+              "5 records: 3 decoded, 0 refused by the decoder\n"
+              "end of file; the records took jit RVAs [0x1, 0x29)\n",
+              afterFirstLine(run.out));
 }
 
 TEST(ToolRecordsTest, RefusedRecordsAndModulesOnlyAreShown) {
     TempDir dir;
-    korvane_tracewriter::LoadRecord empty = korvane_test::richLoadRecord();
+    korvane_tracewriter::LoadRecord empty = richLoadRecord();
     empty.ranges[0].length = 0;
     empty.ranges[1].length = 0;
-    const std::string path = dir.write("host.1.jit", TraceWriter().loadV0(empty).loadV0(korvane_test::richLoadRecord()));
+    const std::string path = dir.write("host.1.jit", TraceWriter().loadV0(empty).loadV0(richLoadRecord()));
     const ToolRun run = runTool("records", {path, "--modules-only", "--start-rva", "0x100"});
     ASSERT_EQ(0, run.exitCode) << run.err;
-    expectLines(run.out, {"jit RVAs from 0x100, modules only\n", "    refused by the decoder; the reader skips this record\n",
-                          "    method   (no name)\n", "jit RVA [0x100, 0x140)  no code bytes kept\n",
-                          "2 records: 1 decoded, 1 refused by the decoder\n"});
+    EXPECT_EQ("@0  FunctionLoad64  212 payload bytes\n"
+              "    refused by the decoder; the reader skips this record\n"
+              "@0xdc  FunctionLoad64  212 payload bytes\n"
+              "    method   (no name)\n"
+              "             raw id 0, token 0x6000012, load time 0x5000, jit RVA 0x100\n"
+              "    module   /opt/app/lib/app.so  (xa64, a real file)\n"
+              "    region 1  ip [0x7f0000001000, 0x7f0000001010)  jit RVA [0x100, 0x110)  no code bytes kept\n"
+              "    region 2  ip [0x7f0000002000, 0x7f0000002008)  jit RVA [0x110, 0x118)  no code bytes kept\n"
+              "2 records: 1 decoded, 1 refused by the decoder\n"
+              "end of file; the records took jit RVAs [0x100, 0x118)\n",
+              afterFirstLine(run.out));
+    EXPECT_NE(std::string::npos, run.out.find("process 1, jit RVAs from 0x100, modules only\n"));
 }
 
 TEST(ToolRecordsTest, AFramingFailureEndsTheListingWithItsCodeAndOffset) {
     TempDir dir;
     const std::pair<TraceWriter, std::string> cases[] = {
-        {TraceWriter().magic().loadV2(korvane_test::richLoadRecord()).cutOff(3),
+        {TraceWriter().magic().loadV2(richLoadRecord()).cutOff(3),
          "stopped at 0x8: meMalformedRecord in a FunctionLoad64_v2 record;"},
         {TraceWriter().magic().collectorType(2).sized(15, {1}),
          "stopped at 0x10: meMalformedRecord in a record of unknown type 0xf;"},

@@ -12,11 +12,17 @@
 
 #include <gtest/gtest.h>
 
+#include <iomanip>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace korvane_test {
+
+using korvane_tracewriter::Bytes;
+using korvane_tracewriter::TraceWriter;
+namespace jt = korvane_3_10::jittrace;
 
 const korvane_3_10::u32_t kPid = 4242;
 const korvane_3_10::u32_t kHostId = 3;
@@ -31,61 +37,48 @@ struct DecoderSetup {
     const korvane_3_10::JitFileDecoder::SearchRegionCallback* search = nullptr;
 };
 
+inline DecoderSetup withMode(korvane_3_10::decoding_mode_t mode) {
+    DecoderSetup setup;
+    setup.mode = mode;
+    return setup;
+}
+
 // One trace file on disk and the decoder that reads it.
 class TraceFile {
 public:
-    explicit TraceFile(const korvane_tracewriter::TraceWriter& trace, DecoderSetup setup = DecoderSetup())
-        : m_path(m_dir.write("4242.trace.jit", trace)),
-          m_decoder(new korvane_3_10::JitFileDecoder(m_path, setup.pid, setup.hostId, kStartJitRva, setup.mode)) {
-        m_decoder->setSearchCallback(setup.search);
+    explicit TraceFile(const TraceWriter& trace, DecoderSetup setup = DecoderSetup())
+        : m_decoder(m_dir.write("4242.trace.jit", trace), setup.pid, setup.hostId, kStartJitRva, setup.mode) {
+        m_decoder.setSearchCallback(setup.search);
     }
 
-    korvane_3_10::JitFileDecoder& decoder() { return *m_decoder; }
+    korvane_3_10::JitFileDecoder& decoder() { return m_decoder; }
 
     // The next record; the test fails unless framing succeeds.
     korvane_3_10::JitFileDecoder::Record next() {
         korvane_3_10::JitFileDecoder::Record record;
-        EXPECT_EQ(meSuccess, m_decoder->getNextRecord(record)) << "record at offset " << record.offset;
+        EXPECT_EQ(meSuccess, m_decoder.getNextRecord(record)) << "record at offset " << record.offset;
         return record;
     }
 
 private:
     TempDir m_dir;
-    std::string m_path;
-    std::unique_ptr<korvane_3_10::JitFileDecoder> m_decoder;
-};
-
-// Counts the assertion reports made while it lives.
-class AssertionCounter {
-public:
-    AssertionCounter() : m_start(TOBREK_2_18::debug::assertionReportCount()) {}
-    unsigned long reports() const { return TOBREK_2_18::debug::assertionReportCount() - m_start; }
-
-private:
-    unsigned long m_start;
+    korvane_3_10::JitFileDecoder m_decoder;
 };
 
 // Decodes a code record with the operation the reader picks for its type.
 inline bool decodeCodeRecord(korvane_3_10::JitFileDecoder& decoder, const korvane_3_10::JitFileDecoder::Record& record,
                              JitMethod::Ptr& method) {
-    namespace jt = korvane_3_10::jittrace;
     switch (record.type) {
     case jt::FunctionLoad32:
-    case jt::FunctionLoad64:
-        return decoder.decodeMethodLoadRecordV0(record, method);
+    case jt::FunctionLoad64: return decoder.decodeMethodLoadRecordV0(record, method);
     case jt::FunctionLoad32_v1:
-    case jt::FunctionLoad64_v1:
-        return decoder.decodeMethodLoadRecordV1(record, method);
+    case jt::FunctionLoad64_v1: return decoder.decodeMethodLoadRecordV1(record, method);
     case jt::FunctionLoad32_v2:
-    case jt::FunctionLoad64_v2:
-        return decoder.decodeMethodLoadRecordV2(record, method);
+    case jt::FunctionLoad64_v2: return decoder.decodeMethodLoadRecordV2(record, method);
     case jt::FunctionInlineLoad32:
-    case jt::FunctionInlineLoad64:
-        return decoder.decodeMethodInlineLoadRecord(record, method);
-    case jt::FunctionUpdate_v2:
-        return decoder.decodeMethodUpdateRecordV2(record, method);
-    default:
-        return decoder.decodeMethodLoadRecordV3(record, method, nullptr);
+    case jt::FunctionInlineLoad64: return decoder.decodeMethodInlineLoadRecord(record, method);
+    case jt::FunctionUpdate_v2: return decoder.decodeMethodUpdateRecordV2(record, method);
+    default: return decoder.decodeMethodLoadRecordV3(record, method, nullptr);
     }
 }
 
@@ -93,23 +86,22 @@ struct Decoded {
     bool accepted = false;
     JitMethod::Ptr method;
     korvane_3_10::jit_rva_t nextJitRva = 0;
-    unsigned long assertions = 0;
+    unsigned long assertions = 0; // reports made while the record was decoded
 };
 
 // Frames every record of the trace and decodes each code record as it comes.
-inline std::vector<Decoded> decodeAll(const korvane_tracewriter::TraceWriter& trace,
-                                      DecoderSetup setup = DecoderSetup()) {
+inline std::vector<Decoded> decodeAll(const TraceWriter& trace, DecoderSetup setup = DecoderSetup()) {
     TraceFile file(trace, setup);
     std::vector<Decoded> all;
     korvane_3_10::JitFileDecoder::Record record;
     while (file.decoder().getNextRecord(record) == meSuccess) {
-        if (record.type == korvane_3_10::jittrace::Magic || record.type == korvane_3_10::jittrace::CollectorType)
+        if (record.type == jt::Magic || record.type == jt::CollectorType)
             continue;
         Decoded decoded;
         decoded.method.reset(new JitMethod());
-        const AssertionCounter counter;
+        const unsigned long reports = TOBREK_2_18::debug::assertionReportCount();
         decoded.accepted = decodeCodeRecord(file.decoder(), record, decoded.method);
-        decoded.assertions = counter.reports();
+        decoded.assertions = TOBREK_2_18::debug::assertionReportCount() - reports;
         decoded.nextJitRva = file.decoder().nextJitRva();
         all.push_back(decoded);
     }
@@ -117,26 +109,65 @@ inline std::vector<Decoded> decodeAll(const korvane_tracewriter::TraceWriter& tr
 }
 
 // The last code record of the trace, decoded.
-inline Decoded decodeLast(const korvane_tracewriter::TraceWriter& trace, DecoderSetup setup = DecoderSetup()) {
+inline Decoded decodeLast(const TraceWriter& trace, DecoderSetup setup = DecoderSetup()) {
     const std::vector<Decoded> all = decodeAll(trace, setup);
     EXPECT_FALSE(all.empty()) << "no code record was framed";
     return all.empty() ? Decoded() : all.back();
 }
 
-inline korvane_tracewriter::Bytes codeBytes(std::size_t count, std::uint8_t first = 0x10) {
-    korvane_tracewriter::Bytes bytes(count);
+template <typename Entry>
+void describeTable(std::ostream& text, const char* name, const std::vector<Entry>& entries) {
+    text << name;
+    for (const Entry& entry : entries)
+        text << ' ' << entry.startOffset << '-' << entry.endOffset << ':' << entry.lineNumber;
+}
+
+// What the decoder made of a method, a line a part, so that tests compare whole methods at once.
+// Numbers are hex but for processes, hosts and line tables.
+inline std::string describe(const JitMethod& method) {
+    std::ostringstream text;
+    text << std::hex << "raw " << method.getRawMethodId() << '/' << method.getRawParentId() << " token "
+         << method.getMethodToken() << " load " << method.getLoadTime() << " rva " << method.getStartJitRva()
+         << "\nname " << method.getQualifiedMethodName() << '\n';
+    if (method.getModule())
+        text << "module " << method.getModule()->getFilePath() << " arch " << method.getModule()->getArchitecture()
+             << (method.getModule()->isBogus() == meSuccess ? " bogus\n" : "\n");
+    if (const korvane_3_10::ISourceFile::Ptr source = method.getSourceFile())
+        text << "source " << source->getSourceFileName() << ' ' << source->getChecksum() << ' '
+             << source->getChecksumType() << ' ' << source->getLanguageType() << '\n';
+    for (const Region::Ptr& region : method.codeRegions()) {
+        text << "region " << region->startAddress() << '+' << region->length() << " rva " << region->startJitRva()
+             << " load " << region->loadTime() << std::dec << " pid " << region->processId() << " host "
+             << region->hostId() << std::hex << (region->getBytes() ? " bytes " : " no bytes");
+        for (unsigned char byte : bytesOf(region->getBytes()))
+            text << std::setw(2) << std::setfill('0') << unsigned(byte);
+        text << '\n';
+    }
+    for (const JitMethod::LineNumberInfo::value_type& tables : method.getLineNumberInfo()) {
+        text << "lines " << tables.first.m_start << '+' << tables.first.m_length << std::dec;
+        describeTable(text, " m2s", tables.second.m_managedToSource);
+        describeTable(text, " n2m", tables.second.m_nativeToManaged);
+        describeTable(text, " n2s", tables.second.m_nativeToSource);
+        text << std::hex << '\n';
+    }
+    return text.str();
+}
+
+inline Bytes codeBytes(std::size_t count, std::uint8_t first = 0x10) {
+    Bytes bytes(count);
     for (std::size_t i = 0; i < count; ++i)
         bytes[i] = static_cast<std::uint8_t>(first + i);
     return bytes;
 }
 
-// A load record with two code ranges, names, a source file and all three line tables.
+// A load record with two code ranges, the second with fewer bytes than its length,
+// names, a source file and all three line tables.
 inline korvane_tracewriter::LoadRecord richLoadRecord() {
     korvane_tracewriter::LoadRecord record;
     record.methodId = 77;
     record.methodToken = 0x6000012;
     record.loadTime = 0x5000;
-    record.ranges = {{kRegionStart, 0x40, codeBytes(0x40)}, {kRegionStart + 0x1000, 0x20, codeBytes(0x18, 0x80)}};
+    record.ranges = {{kRegionStart, 0x10, codeBytes(0x10)}, {kRegionStart + 0x1000, 8, codeBytes(4, 0x80)}};
     record.moduleName = "/opt/app/lib/app.so";
     record.methodName = "draw(int)";
     record.className = "ui.Widget";
@@ -145,28 +176,30 @@ inline korvane_tracewriter::LoadRecord richLoadRecord() {
     record.checksum = "c0ffee";
     record.languageType = 3;
     record.managedToSource = {{0, 4, 10}, {4, 9, 11}};
-    record.nativeToManaged = {{0, 0x10, 0}, {0x10, 0x40, 4}};
-    record.nativeToSource = {{0, 0x20, 10}, {0x20, 0x40, 11}};
+    record.nativeToManaged = {{0, 8, 0}, {8, 0x10, 4}};
+    record.nativeToSource = {{0, 8, 10}, {8, 0x10, 11}};
     return record;
 }
 
+// An inline of the rich load's method, in its first range.
 inline korvane_tracewriter::InlineRecord richInlineRecord() {
     korvane_tracewriter::InlineRecord record;
     record.methodId = 91;
     record.parentId = 77;
     record.loadTime = 0x5100;
-    record.startAddress = kRegionStart + 0x10;
-    record.length = 0x10;
-    record.code = codeBytes(0x10, 0x40);
+    record.startAddress = kRegionStart + 8;
+    record.length = 8;
+    record.code = codeBytes(8, 0x40);
     record.moduleName = "/opt/app/lib/app.so";
     record.methodName = "length()";
     record.className = "geo.Point";
     record.sourceFileName = "Point.cs";
     record.languageType = 3;
-    record.nativeToSource = {{0, 8, 20}, {8, 0x10, 21}};
+    record.nativeToSource = {{0, 4, 20}, {4, 8, 21}};
     return record;
 }
 
+// A code update of 4 bytes in the rich load's first range.
 inline korvane_tracewriter::UpdateV2Record richUpdateRecord() {
     korvane_tracewriter::UpdateV2Record record;
     record.segmentType = korvane_segment_type_t::stCode;
@@ -184,8 +217,7 @@ public:
     korvane_error_t findRegion(korvane_3_10::u64_t address, korvane_3_10::u64_t time, korvane_3_10::u32_t pid,
                                korvane_3_10::u32_t hostId, Region::Ptr& region,
                                JitMethod::Ptr& method) const override {
-        ++calls;
-        asked = {address, time, pid, hostId};
+        asked.push_back({address, time, pid, hostId});
         region = m_region;
         method = m_method;
         return m_result;
@@ -194,9 +226,8 @@ public:
     korvane_error_t m_result = meSuccess;
     Region::Ptr m_region;
     JitMethod::Ptr m_method;
-    mutable int calls = 0;
-    // Address, time, process and host of the last search.
-    mutable std::vector<korvane_3_10::u64_t> asked;
+    // Address, time, process and host of each search.
+    mutable std::vector<std::vector<korvane_3_10::u64_t>> asked;
 };
 
 // The region of a method with raw id 77 at kRegionStart, 0x10 bytes 00..0f, at jit RVA 0x500.
