@@ -1,4 +1,5 @@
-// JitMethod and BaseMethodInfo: names, address and process lookups, clones and self checks.
+// The method model: names, lookups, clones and self checks of JitMethod; inline lookup, normalisation,
+// copies and byte updates of Region; and the line tables of a method.
 #include "model_builders.h"
 #include "test_support.h"
 
@@ -8,24 +9,24 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <sstream>
 
 namespace {
 
 using namespace korvane_test;
-using korvane_3_10::address_t;
+using korvane_3_10::jit_rva_t;
 using korvane_3_10::Range;
 using korvane_3_10::SourceFile;
 using korvane_3_10::u32_t;
+typedef std::vector<unsigned char> Bytes;
+typedef std::vector<korvane_line_number_entry> Table;
 
-TEST(MethodNameTest, ClassFirstThenMethodWithDotsSplitAndColonsJoined) {
-    const struct {
-        const char* className;
-        const char* methodName;
-        const char* expectedClass;
-        const char* expectedMethod;
-        const char* expectedQualified;
-    } names[] = {
+const u32_t kNone = 0xFFFFFFFF;
+
+TEST(JitMethodTest, ClassFirstThenMethodWithDotsSplitAndColonsJoined) {
+    const char* const names[][5] = {
+        // class, method: the class, method and qualified names
         {"A.B", "m(x.Y, int)", "A::B", "A::B::m", "A::B::m(x::Y, int)"},
         {"", "free", "", "free", "free"},
         {"..a..b.", "", "a::b", "", ""},
@@ -37,11 +38,10 @@ TEST(MethodNameTest, ClassFirstThenMethodWithDotsSplitAndColonsJoined) {
          "java::util::Map<K, V>::get"},
     };
     for (const auto& name : names) {
-        SCOPED_TRACE(std::string(name.className) + " " + name.methodName);
-        const JitMethod::Ptr method = makeMethod(1, name.className, name.methodName);
-        EXPECT_STREQ(name.expectedClass, method->getClassName());
-        EXPECT_STREQ(name.expectedMethod, method->getMethodName());
-        EXPECT_STREQ(name.expectedQualified, method->getQualifiedMethodName());
+        const JitMethod::Ptr method = makeMethod(1, name[0], name[1]);
+        EXPECT_STREQ(name[2], method->getClassName()) << name[0] << " " << name[1];
+        EXPECT_STREQ(name[3], method->getMethodName()) << name[0] << " " << name[1];
+        EXPECT_STREQ(name[4], method->getQualifiedMethodName()) << name[0] << " " << name[1];
     }
     // Empty names keep the old ones.
     const JitMethod::Ptr method = makeMethod(1, "A", "f(int)");
@@ -50,30 +50,16 @@ TEST(MethodNameTest, ClassFirstThenMethodWithDotsSplitAndColonsJoined) {
     EXPECT_STREQ("A::f(int)", method->getQualifiedMethodName());
 }
 
-TEST(MethodNameTest, SourceFileIsNullWithoutNameAndNewOnEachCall) {
-    korvane_3_10::BaseMethodInfo info;
-    info.m_sourceFile = SourceFile("", "abc", 3, 4);
-    EXPECT_FALSE(info.getSourceFile());
-    info.m_sourceFile = SourceFile("a.java", "abc", 3, 4);
-    const korvane_3_10::ISourceFile::Ptr first = info.getSourceFile();
-    ASSERT_TRUE(first);
-    EXPECT_NE(first.get(), info.getSourceFile().get());
-    EXPECT_STREQ("a.java", first->getSourceFileName());
-    EXPECT_STREQ("abc", first->getChecksum());
-    EXPECT_EQ(3u, first->getChecksumType());
-    EXPECT_EQ(4u, first->getLanguageType());
-}
-
 TEST(JitMethodTest, VirtualAddressAndProcessOfAJitRva) {
     // Regions at jit RVA 0x100 (address 0x7000, process 11) and 0x200 (address 0x9000, process 22).
     const JitMethod::Ptr method = makeMethod(1);
     method->addCodeRegion(makeRegion(0x7000, 0x10, 0x100, 11));
     method->addCodeRegion(makeRegion(0x9000, 0x10, 0x200, 22));
-    const std::pair<korvane_3_10::jit_rva_t, address_t> lookups[] = {
+    const std::pair<jit_rva_t, korvane_3_10::address_t> lookups[] = {
         {0x0FF, 0}, {0x100, 0x7000}, {0x10F, 0x700F}, {0x110, 0}, {0x205, 0x9005}, {0x210, 0}};
     for (const auto& lookup : lookups) {
         SCOPED_TRACE(lookup.first);
-        address_t address = 0xDEAD;
+        korvane_3_10::address_t address = 0xDEAD;
         u32_t pid = 0xBEEF;
         const korvane_error_t result = method->getVirtualAddress(lookup.first, &address);
         EXPECT_EQ(result, method->getPid(lookup.first, pid));
@@ -81,7 +67,7 @@ TEST(JitMethodTest, VirtualAddressAndProcessOfAJitRva) {
         EXPECT_EQ(lookup.second == 0 ? 0xDEAD : lookup.second, address);
         EXPECT_EQ(lookup.second == 0 ? 0xBEEF : lookup.second < 0x9000 ? 11u : 22u, pid);
     }
-    address_t address = 0;
+    korvane_3_10::address_t address = 0;
     EXPECT_EQ(meNotFound, makeMethod(1)->getVirtualAddress(0, &address));
 }
 
@@ -93,28 +79,26 @@ TEST(JitMethodTest, CloneSharesNamesAndRegionsButNotLineTables) {
     method->addCodeRegion(makeRegion(0x7000, 0x10, 0x100));
     method->addLineNumberInfo(ltNativeToSource, {entry(0, 0x10, 9)}, Range{0, 0x10});
     const JitMethod::Ptr copy = method->clone();
-    EXPECT_EQ(6u, copy->getRawParentId());
-    EXPECT_EQ(0x100u, copy->getStartJitRva());
-    EXPECT_TRUE(copy->attachedToParent());
+    EXPECT_TRUE(copy->getRawParentId() == 6 && copy->getStartJitRva() == 0x100 && copy->attachedToParent());
     ASSERT_EQ(1u, copy->regionCount());
     EXPECT_EQ(method->codeRegions()[0], copy->codeRegions()[0]);
+    // Keys move by the jit RVA, and only the copy's.
     copy->normalizeLineNumberInfoJitRvaRanges(0x500);
     EXPECT_EQ(0u, method->getLineNumberInfo().begin()->first.m_start);
     EXPECT_EQ(0x500u, copy->getLineNumberInfo().begin()->first.m_start);
+    ASSERT_TRUE(copy->getSourceLocation(0x50F));
+    EXPECT_EQ(9u, copy->getSourceLocation(0x50F)->getLine());
     copy->addCodeRegion(makeRegion(0x8000, 0x10, 0x200));
     EXPECT_EQ(1u, method->regionCount());
     method->methodInfo()->setMethodName("h");
     EXPECT_STREQ("C::h", copy->getMethodName());
-}
-
-TEST(JitMethodTest, LabelPrintsHexWithZeroAsZero) {
-    std::ostringstream text;
-    text << korvane_3_10::label(*makeMethod(0x2A, "C", "g"));
-    EXPECT_EQ("(method id = 0x2a, name = C::g, load time = 0)", text.str());
+    std::ostringstream label;
+    label << korvane_3_10::label(*makeMethod(0x2A, "C", "g"));
+    EXPECT_EQ("(method id = 0x2a, name = C::g, load time = 0)", label.str());
 }
 
 TEST(JitMethodTest, ValidationTellsTheFirstLinePastTheCode) {
-    const std::pair<std::vector<korvane_line_number_entry>, std::string> cases[] = {
+    const std::pair<Table, std::string> cases[] = {
         {{entry(0, 8, 1), entry(8, 0x10, 2)}, ""},
         {{entry(0x20, 0x10, 2)}, ""}, // the start is not looked at
         {{entry(0, 4, 1), entry(0, 0x11, 5), entry(0, 0x40, 6)}, "(start offset = 0, end offset = 0x11, src line = 0x5)"},
@@ -125,14 +109,13 @@ TEST(JitMethodTest, ValidationTellsTheFirstLinePastTheCode) {
         method->addLineNumberInfo(ltNativeToSource, validation.first, Range{0x500, 0x10});
         LogCapture log;
         method->validateSymbolicInfo();
-        const std::vector<std::string> errors = log.messages(log4cplus::ERROR_LOG_LEVEL);
-        ASSERT_EQ(validation.second.empty() ? 0u : 1u, errors.size()) << validation.second;
-        if (!errors.empty()) {
-            EXPECT_EQ("Detected line number " + validation.second +
-                          " that does not match to code range (ip range = 0x1000-0x1010), at file: "
-                          "src/jitreader/jit_method.cpp:",
-                      errors[0].substr(0, errors[0].rfind(':') + 1));
-        }
+        std::vector<std::string> errors;
+        for (const std::string& error : log.messages(log4cplus::ERROR_LOG_LEVEL))
+            errors.push_back(error.substr(0, error.rfind(':') + 1));
+        const std::string expected = "Detected line number " + validation.second +
+                                     " that does not match to code range (ip range = 0x1000-0x1010), at file: "
+                                     "src/jitreader/jit_method.cpp:";
+        EXPECT_EQ(validation.second.empty() ? std::vector<std::string>() : std::vector<std::string>{expected}, errors);
     }
     const unsigned long before = TOBREK_2_18::debug::assertionReportCount();
     makeMethod(1)->validateSymbolicInfo();
@@ -141,36 +124,335 @@ TEST(JitMethodTest, ValidationTellsTheFirstLinePastTheCode) {
 
 TEST(JitMethodTest, ComparisonTellsAboutTheSuppliedSourceFile) {
     const std::string ident = "(method id = 0x2, name = C::g, load time = 0x30)";
-    const std::string noOwnFile =
-        "Registred method has a null source file " + ident + ". Mapping to source file is not available.";
-    const std::string otherFile = "Supplied source file for " + ident +
-                                  " is differ from source file of the first code region (src name = a.java). Map "
-                                  "to source file will be incorrect.";
-    const struct {
-        const char* ownFile;
-        const char* newFile;
-        std::string message; // empty: nothing is said
-    } cases[] = {
-        {"", "b.java", noOwnFile},
+    const std::string files[][3] = {
+        {"", "b.java", "Registred method has a null source file " + ident + ". Mapping to source file is not available."},
         {"a.java", "",
          "Supplied a null source file for " + ident +
-             ". Line number table will be associated with the source file of the first code region (src name = "
-             "a.java)"},
-        {"a.java", "A.java", otherFile},
+             ". Line number table will be associated with the source file of the first code region (src name = a.java)"},
+        {"a.java", "A.java",
+         "Supplied source file for " + ident +
+             " is differ from source file of the first code region (src name = a.java). Map to source file will be "
+             "incorrect."},
         {"a.java", "a.java", ""},
     };
-    for (const auto& comparison : cases) {
+    for (const auto& file : files) {
         const JitMethod::Ptr registered = makeMethod(1, "C", "f");
-        registered->methodInfo()->m_sourceFile = SourceFile(comparison.ownFile, "", 0, 0);
+        registered->methodInfo()->m_sourceFile = SourceFile(file[0], "", 0, 0);
         const JitMethod::Ptr supplied = makeMethod(2, "C", "g");
         supplied->setLoadTime(0x30);
-        supplied->methodInfo()->m_sourceFile = SourceFile(comparison.newFile, "", 0, 0);
+        supplied->methodInfo()->m_sourceFile = SourceFile(file[1], "", 0, 0);
         LogCapture log;
         registered->compareSymbolicInfoTo(supplied);
-        const std::vector<std::string> expected =
-            comparison.message.empty() ? std::vector<std::string>() : std::vector<std::string>{comparison.message};
-        EXPECT_EQ(expected, log.messages(log4cplus::TRACE_LOG_LEVEL));
+        EXPECT_EQ(file[2].empty() ? std::vector<std::string>() : std::vector<std::string>{file[2]},
+                  log.messages(log4cplus::TRACE_LOG_LEVEL));
     }
+}
+
+TEST(RegionTest, FirstChildHoldingTheRvaWins) {
+    // Children at jit RVAs 0x100 (0x10 long), 0x108 (0x10 long, over the first one's tail) and 0x200 (4 long).
+    const Region::Ptr parent = makeRegion(0x7000, 0x400, 0x100);
+    for (const jit_rva_t start : {0x100u, 0x108u, 0x200u})
+        parent->addChildRegion(makeRegion(0x6F00 + start, start == 0x200 ? 4 : 0x10, start), makeMethod(start));
+    const std::pair<jit_rva_t, u32_t> lookups[] = {{0x0FF, kNone}, {0x100, 0},    {0x10A, 0}, {0x10F, 0},
+                                                   {0x110, 1},     {0x118, kNone}, {0x203, 2}, {0x204, kNone}};
+    for (const auto& lookup : lookups) {
+        SCOPED_TRACE(lookup.first);
+        const bool found = lookup.second != kNone;
+        EXPECT_EQ(lookup.second, parent->getInlineIndex(lookup.first));
+        EXPECT_EQ(found ? parent->inlinedMethods()[lookup.second].get() : nullptr,
+                  parent->getInlinedSymbol(lookup.first).get());
+        EXPECT_EQ(found ? parent->inlinedRegions()[lookup.second].get() : nullptr,
+                  parent->getInlinedCodeRegion(lookup.first).get());
+    }
+    EXPECT_EQ(kNone, makeRegion(0x1000, 0x10, 0x500)->getInlineIndex(0x500));
+}
+
+TEST(RegionTest, NormalisationGivesEveryLevelTheParentsDeltaAndMovesLineTablesOnce) {
+    const Region::Ptr parent = makeRegion(0x1000, 0x100, 0x500);
+    const Region::Ptr child = makeRegion(0x1040, 0x20);
+    const Region::Ptr grandchild = makeRegion(0x1048, 0x8);
+    const JitMethod::Ptr childMethod = makeMethod(2);
+    const JitMethod::Ptr grandchildMethod = makeMethod(3);
+    childMethod->addLineNumberInfo(ltNativeToSource, {entry(0, 0x20, 77)}, Range{0, 0x20});
+    child->addChildRegion(grandchild, grandchildMethod);
+    parent->addChildRegion(child, childMethod);
+    LogCapture log;
+    EXPECT_EQ(meSuccess, parent->normalizeInlineJitRvaRanges(0x500, 0x1000));
+    EXPECT_TRUE(log.contains("  Set jit rva range = 0x540-0x560 for ip range = 0x1040-0x1060."));
+    EXPECT_TRUE(log.contains("  Set jit rva range = 0x548-0x550 for ip range = 0x1048-0x1050."));
+    parent->normalizeInlineJitRvaRanges(0x500, 0x1000);
+    EXPECT_EQ((std::vector<jit_rva_t>{0x540, 0x548, 0x540, 0x548}),
+              (std::vector<jit_rva_t>{child->startJitRva(), grandchild->startJitRva(), childMethod->getStartJitRva(),
+                                      grandchildMethod->getStartJitRva()}));
+    EXPECT_EQ(grandchildMethod, child->getInlinedMethod(0x549));
+    EXPECT_EQ(0x540u, childMethod->getLineNumberInfo().begin()->first.m_start);
+    ASSERT_TRUE(childMethod->getSourceLocation(0x550));
+    EXPECT_EQ(77u, childMethod->getSourceLocation(0x550)->getLine());
+}
+
+TEST(RegionTest, CopyHasOwnBytesSameMarkupAndNoInlines) {
+    const Region::Ptr source = makeRegion(0x1000, 4, 0x500, 7, 3);
+    source->setUnloadTime(0x99);
+    source->setContent(makeBuffer({1, 2, 3, 4}));
+    source->addChildRegion(makeRegion(0x1001, 2), makeMethod(5));
+    ASSERT_EQ(meSuccess, source->addBytesUpdate(0x1001, 2, makeBuffer({9, 9}), stCode, "patch"));
+    const Region::Ptr copy(new Region(*source));
+    EXPECT_EQ((std::vector<korvane_3_10::u64_t>{0x1000, 4, 0x500, 7, 3, 0x10, 0x99}),
+              (std::vector<korvane_3_10::u64_t>{copy->startAddress(), copy->length(), copy->startJitRva(),
+                                                copy->processId(), copy->hostId(), copy->loadTime(),
+                                                copy->unloadTime()}));
+    EXPECT_TRUE(copy->inlinedRegions().empty() && copy->inlinedMethods().empty());
+    ASSERT_EQ(1u, copy->markupRanges().size());
+    EXPECT_EQ("patch", copy->markupRanges().begin()->second.rangeName);
+    ASSERT_EQ(meSuccess, copy->addBytesUpdate(0x1000, 1, makeBuffer({0x55}), stCode, ""));
+    EXPECT_EQ((Bytes{0x55, 9, 9, 4}), bytesOf(copy->getBytes()));
+    EXPECT_EQ((Bytes{1, 9, 9, 4}), bytesOf(source->getBytes()));
+    EXPECT_FALSE(Region(*makeRegion(0x1000, 4, 0x500)).getBytes());
+}
+
+// The bytes an image pattern stands for: '.' the byte as it was (its offset), 'P' or 'O' the bytes of
+// that update buffer, 'N' a no-operation, '0' zero.
+Bytes imageOf(const std::string& pattern) {
+    const std::map<char, Bytes> buffers = {
+        {'P', {0xAA, 0xBB, 0xCC, 0xDD}}, {'O', {0x11, 0x22, 0x33, 0x44}}, {'N', Bytes(4, 0x90)}, {'0', Bytes(4, 0)}};
+    Bytes image;
+    std::size_t runStart = 0;
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        if (i == 0 || pattern[i] != pattern[i - 1])
+            runStart = i;
+        image.push_back(pattern[i] == '.' ? static_cast<unsigned char>(i) : buffers.at(pattern[i])[(i - runStart) % 4]);
+    }
+    return image;
+}
+
+// An update of the region at 0x1000..0x1010 with buffer 'P' or 'O', or with none (' ').
+struct Update {
+    korvane_3_10::u64_t address;
+    u32_t length;
+    char buffer;
+    u32_t segType;
+    korvane_error_t result;
+};
+
+TEST(RegionTest, BytesUpdatesFoldIntoTheImage) {
+    const struct {
+        std::vector<Update> steps;
+        std::string image;
+        std::string message; // somewhere in the log, if not empty
+    } cases[] = {
+        {{{0x1004, 4, 'P', stCode, meSuccess}}, "....PPPP........",
+         "Updated code region (ip range = 0x1000-0x2010 successfully"},
+        {{{0x1004, 4, 'P', stData, meSuccess}}, "....NNNN........", ""},
+        {{{0x1000, 4, 'P', stCode, meSuccess}}, "PPPP............", ""},
+        {{{0x100C, 4, 'P', stCode, meSuccess}}, "............PPPP", ""},
+        {{{0x1000, 16, 'P', stCode, meSuccess}}, "PPPP000000000000", ""},
+        {{{0x100C, 8, 'P', stCode, meNotFound}}, "................",
+         "Couldn't accept update (ip range = 0x100c-0x1014) because it overlaps parent's ip range 0x1000-0x1010, at "
+         "file: "},
+        {{{0x0FFF, 2, 'P', stCode, meNotFound}}, "................", ""},
+        {{{0x1004, 4, 'P', stCode, meSuccess}, {0x1006, 4, 'O', stCode, meNotFound}}, "....PPPP........",
+         "Couldn't accept update (ip range = 0x1006-0x100a) because it overlaps an existing markup range "
+         "0x1004-0x1008 with segType = 0x1"},
+        {{{0x1004, 4, 'P', stCode, meSuccess}, {0x1008, 4, 'O', stCode, meSuccess}}, "....PPPPOOOO....", ""},
+        {{{0x1004, 4, 'P', stCode, meSuccess}, {0x1004, 4, 'O', stCode, meSuccess}}, "....OOOO........", ""},
+        {{{0x1004, 4, 'P', stCode, meSuccess}, {0x1004, 4, 'O', stData, meSuccess}}, "....NNNN........",
+         "Changed a type of markup range (ip range = 0x1004-0x1008) from 0x1  to 0x2"},
+        {{{0x1004, 4, 'P', stData, meSuccess}, {0x1004, 4, 'O', stCode, meSuccess}, {0x1004, 4, 'P', stKeep, meSuccess}},
+         "....NNNN........", ""},
+        {{{0x1004, 4, 'P', stKeep, meSuccess}, {0x1004, 4, 'O', stKeep, meSuccess}}, "....OOOO........", ""},
+        {{{0, 4, 'P', stCode, meNotFound}}, "................",
+         "Couldn't update because the input range is invalid: codeAddr = 0, codeLen = 0x4"},
+        {{{0x1004, 0, 'P', stCode, meNotFound}}, "................", ""},
+        {{{0x1004, 4, ' ', stCode, meNotFound}}, "................", "Couldn't update because the input content is empty"},
+        {{{0x1004, 4, 'P', 4, meNotFound}}, "................",
+         "Couldn't update because the input segment type =0x4 is not recognized"},
+        {{{0x1004, 4, 'P', 0, meNotFound}}, "................", ""},
+    };
+    for (std::size_t index = 0; index < sizeof cases / sizeof cases[0]; ++index) {
+        SCOPED_TRACE("case " + std::to_string(index));
+        const Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);
+        region->setContent(makeBuffer(imageOf("................")));
+        const korvane_3_10::IByteBuffer* buffer = region->getBytes().get();
+        LogCapture log;
+        for (const Update& step : cases[index].steps) {
+            const auto bytes = step.buffer == ' ' ? boost::shared_ptr<korvane_3_10::IByteBuffer>()
+                                                  : makeBuffer(imageOf(std::string(4, step.buffer)));
+            EXPECT_EQ(step.result, region->addBytesUpdate(step.address, step.length, bytes,
+                                                          static_cast<korvane_segment_type_t>(step.segType), "r"));
+        }
+        EXPECT_EQ(buffer, region->getBytes().get());
+        EXPECT_EQ(imageOf(cases[index].image), bytesOf(region->getBytes()));
+        EXPECT_TRUE(cases[index].message.empty() || log.contains(cases[index].message)) << cases[index].message;
+    }
+}
+
+TEST(RegionTest, MarkupKeepsTheTypeAndNameItFirstHeld) {
+    const Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);
+    region->setContent(makeBuffer(imageOf("................")));
+    region->addBytesUpdate(0x1004, 4, makeBuffer(imageOf("PPPP")), stData, "first");
+    region->addBytesUpdate(0x1004, 4, makeBuffer(imageOf("PPPP")), stCode, "second");
+    ASSERT_EQ(1u, region->markupRanges().size());
+    EXPECT_EQ(stData, region->markupRanges().begin()->second.segType);
+    EXPECT_EQ("first", region->markupRanges().begin()->second.rangeName);
+    // A region without bytes refuses an update and reports it.
+    const Region::Ptr empty = makeRegion(0x1000, 0x10, 0x500);
+    LogCapture log;
+    EXPECT_EQ(meNotFound, empty->addBytesUpdate(0x1004, 4, makeBuffer(imageOf("PPPP")), stCode, ""));
+    EXPECT_TRUE(log.contains("Assertion failed: m_content"));
+    EXPECT_FALSE(empty->getBytes());
+}
+
+// A method with the three tables under one key.
+JitMethod::Ptr methodWith(const Table& nativeToManaged, const Table& managedToSource, const Table& nativeToSource,
+                          const Range& key = Range{0x500, 0x20}) {
+    const JitMethod::Ptr method = makeMethod(1);
+    method->addLineNumberInfo(ltNativeToManaged, nativeToManaged, key);
+    method->addLineNumberInfo(ltManagedToSource, managedToSource, key);
+    method->addLineNumberInfo(ltNativeToSource, nativeToSource, key);
+    return method;
+}
+
+TEST(LineTableTest, SourceLocationInOneStepOrTwo) {
+    const struct {
+        const char* name;
+        Table nativeToManaged, managedToSource, nativeToSource;
+        jit_rva_t rva;
+        u32_t line; // 0: no location
+    } cases[] = {
+        {"gap between entries", {}, {}, {entry(0, 4, 10), entry(8, 12, 20)}, 0x506, 0},
+        {"overlap: first wins", {}, {}, {entry(0, 8, 10), entry(4, 12, 20)}, 0x505, 10},
+        {"one step: an empty entry matches its start", {}, {}, {entry(6, 6, 30)}, 0x506, 30},
+        {"one step: the end is outside", {}, {}, {entry(0, 4, 10)}, 0x504, 0},
+        {"two steps", {entry(0, 8, 2), entry(8, 16, 5)}, {entry(0, 4, 100), entry(4, 8, 200)}, {}, 0x509, 200},
+        {"no IL position", {entry(0, 16, kNone)}, {entry(0, 4, 100)}, {entry(0, 16, 7)}, 0x504, 0},
+        {"two steps do not fall back", {entry(0, 4, 1)}, {entry(0, 4, 100)}, {entry(0, 16, 7)}, 0x508, 0},
+        {"native to managed alone uses one step", {entry(0, 16, 1)}, {}, {entry(0, 16, 7)}, 0x504, 7},
+        {"managed to source alone uses one step", {}, {entry(0, 16, 1)}, {}, 0x504, 0},
+        {"empty native to managed entry never matches", {entry(6, 6, 1)}, {entry(1, 2, 100)}, {}, 0x506, 0},
+        {"empty managed to source entry matches its start", {entry(0, 16, 3)}, {entry(3, 3, 55)}, {}, 0x504, 55},
+        {"before the key", {}, {}, {entry(0, 4, 10)}, 0x4FF, 0},
+        {"past the key", {}, {}, {entry(0, 0x40, 10)}, 0x520, 0},
+    };
+    for (const auto& location : cases) {
+        const korvane_3_10::ISourceLocation::Ptr found =
+            methodWith(location.nativeToManaged, location.managedToSource, location.nativeToSource)
+                ->getSourceLocation(location.rva);
+        EXPECT_EQ(location.line, found ? found->getLine() : 0u) << location.name;
+    }
+    const JitMethod::Ptr method = methodWith({}, {}, {entry(0, 16, 42)});
+    method->methodInfo()->m_sourceFile = SourceFile("Main.java", "c0ffee", 2, 3);
+    const korvane_3_10::ISourceLocation::Ptr found = method->getSourceLocation(0x501);
+    ASSERT_TRUE(found && found->getSourceFile());
+    EXPECT_STREQ("Main.java", found->getSourceFile()->getSourceFileName());
+}
+
+TEST(LineTableTest, LowestAndHighestLine) {
+    const struct {
+        Table nativeToManaged, managedToSource, nativeToSource;
+        korvane_error_t result;
+        u32_t lowest, highest;
+    } cases[] = {
+        {{}, {entry(0, 1, 30), entry(1, 2, 10)}, {entry(0, 4, 5)}, meSuccess, 10, 30}, // managed wins
+        {{}, {}, {entry(0, 4, 5), entry(4, 8, 3), entry(8, 9, 8)}, meSuccess, 3, 8},
+        {{entry(0, 4, 1)}, {}, {}, meNotFound, 0, 0}, // native to managed has no lines
+        {{}, {}, {}, meNotFound, 0, 0},
+    };
+    for (const auto& range : cases) {
+        korvane_line_number_entry first = {};
+        korvane_line_number_entry last = {};
+        const JitMethod::Ptr method = methodWith(range.nativeToManaged, range.managedToSource, range.nativeToSource);
+        EXPECT_EQ(range.result, method->getSourceRange(&first, &last, 0));
+        EXPECT_EQ(range.lowest, first.lineNumber);
+        EXPECT_EQ(range.highest, last.lineNumber);
+        EXPECT_EQ(meNotFound, method->getSourceRange(nullptr, &last, 0));
+        EXPECT_EQ(meNotFound, method->getSourceRange(&first, nullptr, 0));
+        EXPECT_EQ(meNotFound, method->getSourceRange(&first, &last, 0x900));
+    }
+}
+
+// Native to source tables under two keys, and a managed to source table under the second.
+class LineNumberInfoTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_method = methodWith({}, {}, {entry(0, 4, 10), entry(4, 8, 11), entry(8, 16, 12)}, Range{0x500, 0x10});
+        m_method->addLineNumberInfo(ltNativeToSource, {entry(0, 16, 90)}, Range{0x600, 0x10});
+        m_method->addLineNumberInfo(ltManagedToSource, {entry(0, 1, 30), entry(1, 2, 10)}, Range{0x600, 0x10});
+    }
+    JitMethod::Ptr m_method;
+};
+
+TEST_F(LineNumberInfoTest, CountFirstThenEntries) {
+    u32_t count = 0;
+    ASSERT_EQ(meSuccess, m_method->getLineNumberInfo(ltNativeToSource, nullptr, &count, 0));
+    ASSERT_EQ(3u, count);
+    korvane_line_number_entry entries[5] = {};
+    count = 2;
+    EXPECT_EQ(meBufferTooSmall, m_method->getLineNumberInfo(ltNativeToSource, entries, &count, 0x500));
+    EXPECT_EQ(2u, count);
+    EXPECT_EQ(0u, entries[0].lineNumber);
+    count = 5;
+    EXPECT_EQ(meSuccess, m_method->getLineNumberInfo(ltNativeToSource, entries, &count, 0x50F));
+    EXPECT_EQ(3u, count);
+    EXPECT_EQ((std::vector<u32_t>{8, 16, 12}),
+              (std::vector<u32_t>{entries[2].startOffset, entries[2].endOffset, entries[2].lineNumber}));
+    count = 7;
+    EXPECT_EQ(meInvalidArgument, m_method->getLineNumberInfo(ltNativeToSource, nullptr, nullptr, 0));
+    EXPECT_EQ(meInvalidArgument, m_method->getLineNumberInfo(ltNativeToSource, entries, nullptr, 0));
+    EXPECT_EQ(meNotFound, m_method->getLineNumberInfo(ltNativeToSource, nullptr, &count, 0x700));
+    EXPECT_EQ(meNotFound, m_method->getLineNumberInfo(static_cast<korvane_line_info_type>(3), nullptr, &count, 0x500));
+    EXPECT_EQ(meNotFound, makeMethod(2)->getLineNumberInfo(ltNativeToSource, nullptr, &count, 0));
+    EXPECT_EQ(7u, count);
+}
+
+// Asking for a later key writes its tables over the first entry, which then answers with them.
+TEST_F(LineNumberInfoTest, AskingALaterKeyOverwritesTheFirstEntry) {
+    u32_t count = 0;
+    ASSERT_EQ(meSuccess, m_method->getLineNumberInfo(ltNativeToSource, nullptr, &count, 0x605));
+    ASSERT_EQ(meSuccess, m_method->getLineNumberInfo(ltNativeToSource, nullptr, &count, 0));
+    EXPECT_EQ(1u, count);
+    ASSERT_TRUE(m_method->getSourceLocation(0x501));
+    EXPECT_EQ(90u, m_method->getSourceLocation(0x501)->getLine());
+    EXPECT_EQ(0x500u, m_method->getLineNumberInfo().begin()->first.m_start);
+}
+
+TEST_F(LineNumberInfoTest, SourceRangeOverwritesTheFirstEntryToo) {
+    korvane_line_number_entry first = {1, 1, 1};
+    korvane_line_number_entry last = {1, 1, 1};
+    ASSERT_EQ(meSuccess, m_method->getSourceRange(&first, &last, 0x600));
+    // Only lines count.
+    EXPECT_EQ((std::vector<u32_t>{0, 0, 10, 0, 0, 30}), (std::vector<u32_t>{first.startOffset, first.endOffset,
+                                                                            first.lineNumber, last.startOffset,
+                                                                            last.endOffset, last.lineNumber}));
+    ASSERT_EQ(meSuccess, m_method->getSourceRange(&first, &last, 0));
+    EXPECT_EQ(10u, first.lineNumber);
+    EXPECT_EQ(30u, last.lineNumber);
+}
+
+TEST(LineTableTest, FirstWriterOfATableWinsAndEmptyTablesAreRefused) {
+    const JitMethod::Ptr method = makeMethod(0x11, "C", "f");
+    const Range key = {0x500, 0x20};
+    EXPECT_FALSE(method->addLineNumberInfo(ltNativeToSource, {}, key));
+    EXPECT_TRUE(method->getLineNumberInfo().empty());
+    ASSERT_TRUE(method->addLineNumberInfo(ltNativeToSource, {entry(0, 4, 5)}, key));
+    LogCapture log;
+    EXPECT_FALSE(method->addLineNumberInfo(ltNativeToSource, {entry(0, 4, 6)}, key));
+    const std::vector<std::string> errors = log.messages(log4cplus::ERROR_LOG_LEVEL);
+    ASSERT_EQ(1u, errors.size());
+    EXPECT_EQ(0u, errors[0].find("Couldn't overwrite existing line number info for this code region of already "
+                                 "registered method (method id = 0x11, name = C::f, load time = 0), at file: "))
+        << errors[0];
+    // An overlapping key lands in the existing entry.
+    EXPECT_TRUE(method->addLineNumberInfo(ltManagedToSource, {entry(0, 1, 7)}, Range{0x510, 0x40}));
+    ASSERT_EQ(1u, method->getLineNumberInfo().size());
+    EXPECT_EQ(0x20u, method->getLineNumberInfo().begin()->first.m_length);
+    const JitMethod::LineInfoHolder& holder = method->getLineNumberInfo().begin()->second;
+    EXPECT_EQ(5u, holder.m_nativeToSource[0].lineNumber);
+    EXPECT_EQ(7u, holder.m_managedToSource[0].lineNumber);
+    // Another method's tables merge in by key.
+    const JitMethod::Ptr incoming = methodWith({}, {}, {entry(0, 4, 6)}, Range{0x600, 0x10});
+    EXPECT_TRUE(method->addLineNumberInfo(incoming->getLineNumberInfo()));
+    EXPECT_EQ(2u, method->getLineNumberInfo().size());
+    EXPECT_TRUE(method->addLineNumberInfo(JitMethod::LineNumberInfo()));
 }
 
 } // namespace

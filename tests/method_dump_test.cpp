@@ -1,4 +1,6 @@
-// The method report, the list of live regions and the tree of inlines, to the character.
+// The method report, the list of live regions, the tree of inlines and the code dump, to the character.
+#include "decoder/x86_decoder.h"
+#include "jitreader/code_dump.h"
 #include "trace_builder.h"
 #include "trace_decoding_support.h"
 
@@ -15,30 +17,21 @@ namespace {
 
 using namespace korvane_test;
 using korvane_3_10::Module;
+using korvane_3_10::X86Decoder;
 using korvane_tracewriter::LoadRecord;
 using korvane_tracewriter::TraceWriter;
 
-// The one INFO message that begins with the text, without that text; or "none".
-std::string messageAfter(const LogCapture& log, const std::string& start) {
+// The INFO message of that index among those that begin with the text, without that text; or "none".
+std::string messageAfter(const LogCapture& log, const std::string& start, std::size_t index = 0) {
     for (const std::string& message : log.messages(log4cplus::INFO_LOG_LEVEL))
-        if (message.compare(0, start.size(), start) == 0)
+        if (message.compare(0, start.size(), start) == 0 && index-- == 0)
             return message.substr(start.size());
     return "none";
 }
 
-// The report the decoder logs for the record.
-std::string reportOf(const LoadRecord& load) {
-    LogCapture log(log4cplus::INFO_LOG_LEVEL);
-    EXPECT_TRUE(decodeLast(TraceWriter().loadV3(load)).accepted);
-    return messageAfter(log, "Raw JIT file data:\n");
-}
-
-const std::string g_emptyTables = "Managed to source map: (ILOffset, lineNo)\nnumber of lines: 0\n"
-                                  "Native to managed map: (nativeStartOffset-nativeEndOffset, ILOffset)\n"
-                                  "number of lines: 0\n"
-                                  "Native to source map: (nativeStartOffset-nativeEndOffset, LineNo)\nnumber of lines: 0";
-
-LoadRecord javaMethod() {
+// A method without regions ends its report with the count. The tables follow the region whose key
+// holds them; the next region goes on in the last table line; bytes shorter than a region are not overrun.
+TEST(MethodReportTest, TheDecoderReportsEachMethodItRead) {
     LoadRecord load;
     load.methodId = 0x21;
     load.methodToken = 0x600002a;
@@ -50,59 +43,53 @@ LoadRecord javaMethod() {
     load.checksumType = 0x1a;
     load.checksum = "abc";
     load.languageType = 0x1c;
-    return load;
-}
-
-const std::string g_header = "Method id:       0x21\n"
-                             "Parent id:       0x0\n"
-                             "Metadata token:  0x600002a\n"
-                             "Load time:       0x40\n"
-                             "Name:            java::lang::String::charAt\n"
-                             "Full name:       java::lang::String::charAt(int)\n"
-                             "Class:           java::lang::String\n"
-                             "Module:          /opt/jdk/lib/server/libjvm.so\n"
-                             "Module arch:     xa64\n"
-                             "Source file:     String.java\n"
-                             "Checksum type:   1a\n"
-                             "Checksum:        abc\n"
-                             "Language type:   1c\n"
-                             "Code info:\n";
-
-TEST(MethodReportTest, MethodWithoutRegionsEndsWithTheCount) {
-    EXPECT_EQ(g_header + "number of code regions: 0\n", reportOf(javaMethod()));
-}
-
-// The tables follow the region whose key holds them; the next region goes on in the last table line,
-// and bytes shorter than their region are not overrun.
-TEST(MethodReportTest, RegionsWithBytesAndLineTables) {
-    LoadRecord load = javaMethod();
+    TraceWriter trace;
+    trace.loadV3(load);
     load.ranges = {{0x7f1000, 3, {0x31, 0xC0, 0xC3}}, {0x7f2000, 0x40, {0xC3}}};
     load.nativeToSource = {{0, 2, 658}, {2, 3, 660}};
     load.managedToSource = {{0, 3, 255}};
     load.nativeToManaged = {{0, 2, 0}};
-    EXPECT_EQ(g_header + "number of code regions: 2\n"
-                         "  Code region:   1\n"
-                         "  JitRVA range:  0x1000-0x1003\n"
-                         "  startAddr:     0x7f1000\n"
-                         "  size:          0x3\n"
-                         "  IP range:      0x7f1000-0x7f1003\n"
-                         "  Disassembly:\n"
-                         "  XDIS 7f1000:    LOGICAL  BASE                 31C0  xor eax, eax\n"
-                         "  XDIS 7f1002:        RET  BASE                   C3  ret\n"
-                         "Managed to source map: (ILOffset, lineNo)\nnumber of lines: 1\n    0-3  255\n"
-                         "Native to managed map: (nativeStartOffset-nativeEndOffset, ILOffset)\n"
-                         "number of lines: 1\n    0-2  0\n"
-                         "Native to source map: (nativeStartOffset-nativeEndOffset, LineNo)\n"
-                         "number of lines: 2\n    0-2  658\n    2-3  660"
-                         "  Code region:   2\n"
-                         "  JitRVA range:  0x1003-0x1043\n"
-                         "  startAddr:     0x7f2000\n"
-                         "  size:          0x40\n"
-                         "  IP range:      0x7f2000-0x7f2040\n"
-                         "  Disassembly:\n"
-                         "  XDIS 7f2000:        RET  BASE                   C3  ret\n" +
-                  g_emptyTables,
-              reportOf(load));
+    LogCapture log(log4cplus::INFO_LOG_LEVEL);
+    decodeAll(trace.loadV3(load));
+    const std::string header = "Method id:       0x21\n"
+                               "Parent id:       0x0\n"
+                               "Metadata token:  0x600002a\n"
+                               "Load time:       0x40\n"
+                               "Name:            java::lang::String::charAt\n"
+                               "Full name:       java::lang::String::charAt(int)\n"
+                               "Class:           java::lang::String\n"
+                               "Module:          /opt/jdk/lib/server/libjvm.so\n"
+                               "Module arch:     xa64\n"
+                               "Source file:     String.java\n"
+                               "Checksum type:   1a\n"
+                               "Checksum:        abc\n"
+                               "Language type:   1c\n"
+                               "Code info:\n";
+    EXPECT_EQ(header + "number of code regions: 0\n", messageAfter(log, "Raw JIT file data:\n"));
+    EXPECT_EQ(header + "number of code regions: 2\n"
+                       "  Code region:   1\n"
+                       "  JitRVA range:  0x1000-0x1003\n"
+                       "  startAddr:     0x7f1000\n"
+                       "  size:          0x3\n"
+                       "  IP range:      0x7f1000-0x7f1003\n"
+                       "  Disassembly:\n"
+                       "  XDIS 7f1000:    LOGICAL  BASE                 31C0  xor eax, eax\n"
+                       "  XDIS 7f1002:        RET  BASE                   C3  ret\n"
+                       "Managed to source map: (ILOffset, lineNo)\nnumber of lines: 1\n    0-3  255\n"
+                       "Native to managed map: (nativeStartOffset-nativeEndOffset, ILOffset)\nnumber of lines: 1\n    0-2  0\n"
+                       "Native to source map: (nativeStartOffset-nativeEndOffset, LineNo)\n"
+                       "number of lines: 2\n    0-2  658\n    2-3  660"
+                       "  Code region:   2\n"
+                       "  JitRVA range:  0x1003-0x1043\n"
+                       "  startAddr:     0x7f2000\n"
+                       "  size:          0x40\n"
+                       "  IP range:      0x7f2000-0x7f2040\n"
+                       "  Disassembly:\n"
+                       "  XDIS 7f2000:        RET  BASE                   C3  ret\n"
+                       "Managed to source map: (ILOffset, lineNo)\nnumber of lines: 0\n"
+                       "Native to managed map: (nativeStartOffset-nativeEndOffset, ILOffset)\nnumber of lines: 0\n"
+                       "Native to source map: (nativeStartOffset-nativeEndOffset, LineNo)\nnumber of lines: 0",
+              messageAfter(log, "Raw JIT file data:\n", 1));
 }
 
 JitMethod::Ptr methodIn(korvane_arch arch) {
@@ -114,31 +101,21 @@ JitMethod::Ptr methodIn(korvane_arch arch) {
     return method;
 }
 
-TEST(MethodReportTest, ArchitectureNameAndDisassembly) {
-    const std::string ret = "  XDIS 10:        RET  BASE                   C3  ret\n";
-    const std::string wrong = "  wrong architecture of code\n";
-    const std::pair<korvane_arch, std::string> cases[] = {{arch_xa32, "xa32\n"},
-                                                          {arch_xa64, "xa64\n"},
-                                                          {arch_wa64, "wa64\n"},
-                                                          {arch_cc64, "cc64\n"},
-                                                          {static_cast<korvane_arch>(4), "UNKNOWN\n"}};
-    for (const auto& arch : cases) {
+// Numbers print the same whatever the stream was set to; the flags come back, and the fill stays '0'.
+TEST(MethodReportTest, ArchitecturesAndStreamFlags) {
+    const char* const names[] = {"xa32", "xa64", "wa64", "cc64", "UNKNOWN"};
+    for (int arch = 0; arch < 5; ++arch) {
         std::ostringstream stream;
-        stream << *methodIn(arch.first);
-        const std::string disassembly = arch.first == arch_cc64 || arch.first == 4 ? wrong : ret;
-        EXPECT_NE(std::string::npos, stream.str().find("Module arch:     " + arch.second)) << stream.str();
-        EXPECT_NE(std::string::npos, stream.str().find("  Disassembly:\n" + disassembly)) << stream.str();
+        stream << std::uppercase << std::showbase << *methodIn(static_cast<korvane_arch>(arch));
+        const std::string text = stream.str();
+        EXPECT_EQ(0u, text.find("Method id:       0x12\n"));
+        EXPECT_NE(std::string::npos, text.find(std::string("Module arch:     ") + names[arch] + "\n")) << text;
+        EXPECT_NE(std::string::npos, text.find(arch < 3 ? "  Disassembly:\n  XDIS 10:        RET  BASE"
+                                                        : "  Disassembly:\n  wrong architecture of code\n"));
+        EXPECT_EQ('0', stream.fill());
+        stream << std::hex << 255;
+        EXPECT_EQ("0XFF", stream.str().substr(text.size()));
     }
-}
-
-TEST(MethodReportTest, FlagsComeBackAndTheFillStaysZero) {
-    std::ostringstream stream;
-    stream << std::uppercase << std::showbase << *methodIn(arch_xa64);
-    EXPECT_EQ('0', stream.fill());
-    EXPECT_TRUE(stream.flags() & std::ios_base::uppercase);
-    stream << std::hex << 255;
-    EXPECT_EQ(0u, stream.str().find("Method id:       0x12\n"));
-    EXPECT_EQ("0XFF", stream.str().substr(stream.str().size() - 4));
     std::ostringstream none;
     none << *makeMethod(1);
     EXPECT_EQ("", none.str()) << "a method without module is not dumped";
@@ -192,6 +169,68 @@ TEST(DumpRegionsTest, NestingBeyondSixtyFourLevelsIsCut) {
     top->dumpInlines(stream, 4);
     const std::string text = stream.str();
     EXPECT_EQ(64, std::count(text.begin(), text.end(), '#'));
+}
+
+TEST(CodeDumpTest, InstructionLinesAndFailures) {
+    const struct {
+        std::vector<unsigned char> code;
+        std::uint64_t address;
+        korvane_arch arch;
+        std::string text;
+    } dumps[] = {
+        {{0x31, 0xC0}, 0x7f1000, arch_wa64, "  XDIS 7f1000:    LOGICAL  BASE                 31C0  xor eax, eax\n"},
+        {{0x40}, 0x1000, arch_xa32, "  XDIS 1000:     BINARY  BASE                   40  inc eax\n"},
+        {{0x31, 0xC0, 0x48}, 0x7f1000, arch_xa64,
+         "  XDIS 7f1000:    LOGICAL  BASE                 31C0  xor eax, eax\n"
+         "       7f1002: could not decode instruction. Error: 80200000\n"},
+        {{0x06, 0x31, 0xC0}, 0x7f1000, arch_xa64, "       7f1000: could not decode instruction. Error: 80200001\n"},
+        {{0xEB, 0x00, 0xC3}, 0x7f1000, arch_xa64,
+         "  XDIS 7f1000:  UNCOND_BR  BASE                 EB00  jmp 0x00000000007F1002\n"
+         "  XDIS 7f1002:        RET  BASE                   C3  ret\n"},
+        {{0xC5, 0xF8, 0x77}, 0x10, arch_xa64, "  XDIS 10:        AVX   AVX               C5F877  vzeroupper\n"},
+        {{0x66, 0x66, 0x66, 0x66, 0x2E, 0x0F, 0x1F, 0x84, 0, 0, 0, 0, 0}, 0x20, arch_xa64,
+         "  XDIS 20:    WIDENOP  BASE 666666662E0F1F840000000000  nop [rax+rax*1], ax\n"},
+        {{0x31, 0xC0}, 0x7f1000, arch_cc64, "  wrong architecture of code\n"},
+        {{0x31, 0xC0}, 0x7f1000, static_cast<korvane_arch>(9), "  wrong architecture of code\n"},
+    };
+    for (const auto& dump : dumps) {
+        std::ostringstream stream;
+        korvane_3_10::dumpCodeDisassembly(stream, dump.code.data(), static_cast<korvane_3_10::u32_t>(dump.code.size()),
+                                          dump.address, dump.arch);
+        EXPECT_EQ(dump.text, stream.str());
+    }
+    std::ostringstream stream;
+    korvane_3_10::dumpCodeDisassembly(stream, nullptr, 2, 0x1000, arch_xa64);
+    korvane_3_10::dumpCodeDisassembly(stream, dumps[0].code.data(), 0, 0x1000, arch_cc64);
+    EXPECT_EQ("  no bytes\n  no bytes\n", stream.str());
+}
+
+TEST(CodeDumpTest, HexLine) {
+    const unsigned char bytes[15] = {0xAB, 0x0A, 0x00, 0xFF, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0x10, 0xF0};
+    char out[64];
+    korvane_3_10::ozd_print_hex_line(out, bytes, 2, 4096);
+    EXPECT_STREQ("AB0A", out);
+    korvane_3_10::ozd_print_hex_line(out, bytes, 0, 4096);
+    EXPECT_STREQ("AB0A00FF01020304050607080910F0", out);
+    korvane_3_10::ozd_print_hex_line(out, bytes, -1, 4096);
+    EXPECT_STREQ("", out);
+}
+
+TEST(X86DecoderTest, DecodeFormatAndNamesOutOfRange) {
+    EXPECT_STREQ("LAST", X86Decoder::categoryName(100000u));
+    EXPECT_STREQ("LAST", X86Decoder::extensionName(100000u));
+    EXPECT_STREQ("INVALID", X86Decoder::categoryName(0u));
+    X86Decoder::initialize();
+    X86Decoder decoder;
+    decoder.reset(X86Decoder::mmBits64, 8);
+    const unsigned char code[] = {0x31, 0xC0, 0xC3};
+    ASSERT_EQ(0u, decoder.decode(code, sizeof code));
+    EXPECT_EQ(2u, decoder.length());
+    char small[15];
+    EXPECT_EQ(0, decoder.format(small, sizeof small, 0x1000, X86Decoder::syntaxIntel)) << "no room for the text";
+    char text[16];
+    EXPECT_NE(0, decoder.format(text, sizeof text, 0x1000, X86Decoder::syntaxIntel));
+    EXPECT_STREQ("xor eax, eax", text);
 }
 
 } // namespace
