@@ -146,62 +146,41 @@ TEST_P(LoadRecordTest, CountedStrings) {
 INSTANTIATE_TEST_SUITE_P(Versions, LoadRecordTest, ::testing::Values(kV0, kV1, kV2, kV3),
                          [](const ::testing::TestParamInfo<Version>& info) { return std::string(info.param.name); });
 
-TEST(LoadRecordModuleTest, DefaultsAndTheBogusAnswerFollowTheVersionAndCollector) {
+// Java names are made readable in V3 only; module defaults and the bogus answer follow the version and collector.
+TEST(LoadRecordNamesTest, NamesAndModules) {
     const struct {
         Version version;
         std::string module;
         std::uint16_t language;
         std::string className;
         std::uint32_t collector;
+        std::string name;
         std::string described;
     } cases[] = {
-        {kV0, "", 5, "C", 0, "[Dynamic code] arch 2\n"},
-        {kV1, "/x.so", 0, "C", 1, "/x.so arch 2\n"},
-        {kV2, "", 5, "C", 0, "[Compiled Java code] arch 2 bogus\n"},
-        {kV2, "", 3, "C", 0, "[Dynamic code] arch 2 bogus\n"},
-        {kV2, "/x.so", 5, "C", 1, "/x.so arch 2\n"},
-        {kV3, "", 5, "C", 0, "[Compiled Java code] arch 2 bogus\n"},
-        {kV3, "", 1, "Lcom/a/B;", 0, "[Dynamic code] arch 2 bogus\n"},
-        {kV3, "", 1, "B", 0, "[Dynamic code] arch 2 bogus\n"},
-        {kV3, "[Compiled Java code]", 0, "B", 0, "[Compiled Java code] arch 2 bogus\n"},
-        {kV3, "/x.so", 0, "C", 1, "/x.so arch 2 bogus\n"},
-        {kV3, "/x.so", 0, "C", 2, "/x.so arch 2\n"},
+        {kV0, "", 5, "A.B", 0, "A::B::charAt(I)C", "[Dynamic code] arch 2"},
+        {kV1, "/x.so", 0, "C", 1, "C::charAt(I)C", "/x.so arch 2"},
+        {kV2, "", 5, "Ljava/lang/String;", 0, "Ljava/lang/String;::charAt(I)C", "[Compiled Java code] arch 2 bogus"},
+        {kV2, "", 3, "C", 0, "C::charAt(I)C", "[Dynamic code] arch 2 bogus"},
+        {kV2, "/x.so", 5, "C", 1, "C::charAt(I)C", "/x.so arch 2"},
+        {kV3, "", 5, "Ljava/lang/String;", 0, "java::lang::String::charAt(int)", "[Compiled Java code] arch 2 bogus"},
+        {kV3, "", 1, "Ljava/lang/String;", 0, "java::lang::String::charAt(int)", "[Dynamic code] arch 2 bogus"},
+        {kV3, "", 1, "L", 0, "L::charAt(I)C", "[Dynamic code] arch 2 bogus"},
+        {kV3, "", 1, "java.lang.String", 0, "java::lang::String::charAt(I)C", "[Dynamic code] arch 2 bogus"},
+        {kV3, "[Compiled Java code]", 0, "B", 0, "B::charAt(I)C", "[Compiled Java code] arch 2 bogus"},
+        {kV3, "/x.so", 0, "C", 1, "C::charAt(I)C", "/x.so arch 2 bogus"},
+        {kV3, "/x.so", 0, "C", 2, "C::charAt(I)C", "/x.so arch 2"},
     };
     for (const auto& expected : cases) {
         LoadRecord load = richLoadRecord();
         load.moduleName = expected.module;
         load.languageType = expected.language;
         load.className = expected.className;
+        load.methodName = "charAt(I)C";
         load.architecture = 2;
         const std::string text = describe(*decode(expected.version, load, DecoderSetup(), expected.collector).method);
-        EXPECT_NE(std::string::npos, text.find("\nmodule " + expected.described))
+        EXPECT_NE(std::string::npos, text.find("\nname " + expected.name + "\nmodule " + expected.described + "\n"))
             << expected.version.name << " module '" << expected.module << "' language " << expected.language
             << " collector " << expected.collector << ":\n" << text;
-    }
-}
-
-TEST(LoadRecordNameTest, JavaNamesAreMadeReadableInV3Only) {
-    const struct {
-        Version version;
-        std::uint16_t language;
-        std::string className;
-        std::string name;
-    } cases[] = {
-        {kV3, 5, "Ljava/lang/String;", "java::lang::String::charAt(int)"},
-        {kV3, 1, "Ljava/lang/String;", "java::lang::String::charAt(int)"},
-        {kV3, 1, "L", "L::charAt(I)C"},
-        {kV3, 1, "java.lang.String", "java::lang::String::charAt(I)C"},
-        {kV2, 5, "Ljava/lang/String;", "Ljava/lang/String;::charAt(I)C"},
-        {kV0, 5, "A.B", "A::B::charAt(I)C"},
-    };
-    for (const auto& expected : cases) {
-        LoadRecord load = richLoadRecord();
-        load.languageType = expected.language;
-        load.className = expected.className;
-        load.methodName = "charAt(I)C";
-        const JitMethod::Ptr method = decode(expected.version, load).method;
-        EXPECT_EQ(expected.name, method->getQualifiedMethodName()) << expected.version.name;
-        EXPECT_EQ(expected.name.substr(0, expected.name.rfind("::")), method->getClassName()) << expected.version.name;
     }
 }
 
@@ -245,19 +224,6 @@ TEST(LoadRecordV3Test, AFunctionUpdateDecodesLikeTheLoadOfTheSameBytes) {
     EXPECT_EQ(describe(*load.method), describe(*update.method));
     EXPECT_EQ(load.method->getMethodId(), update.method->getMethodId());
     EXPECT_EQ(load.nextJitRva, update.nextJitRva);
-}
-
-TEST(LoadRecordOlderTest, EachDecoderTakesOnlyItsOwnTypes) {
-    TraceFile file{TraceWriter()};
-    for (std::uint32_t type : {0u, 2u, 4u, 5u, 6u, 7u, 8u, 9u}) {
-        korvane_3_10::JitFileDecoder::Record record;
-        record.type = type;
-        record.data.assign(64, 0);
-        JitMethod::Ptr method(new JitMethod());
-        EXPECT_EQ(type == 0 || type == 2, file.decoder().decodeMethodLoadRecordV0(record, method)) << type;
-        EXPECT_EQ(type == 4 || type == 5, file.decoder().decodeMethodLoadRecordV1(record, method)) << type;
-        EXPECT_EQ(type == 6 || type == 7, file.decoder().decodeMethodLoadRecordV2(record, method)) << type;
-    }
 }
 
 } // namespace
