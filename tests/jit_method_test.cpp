@@ -1,16 +1,14 @@
-// The method model: names, lookups, clones and self checks of JitMethod; inline lookup, normalisation,
-// copies and byte updates of Region; and the line tables of a method.
+// The method model: names, lookups, source file checks and id hashes of JitMethod; inline lookup,
+// normalisation and byte updates of Region; and the line tables of a method.
+#include "jitreader/md5_hash_generator.h"
 #include "model_builders.h"
 #include "test_support.h"
-
-#include "platform/debug.h"
 
 #include <log4cplus/loglevel.h>
 
 #include <gtest/gtest.h>
 
 #include <map>
-#include <sstream>
 
 namespace {
 
@@ -34,8 +32,6 @@ TEST(JitMethodTest, ClassFirstThenMethodWithDotsSplitAndColonsJoined) {
         {"A", "..", "A", "A::", "A::"},
         {"", "f(a.b...)", "", "f", "f(a::b::)"},
         {"A(x", "m", "A(x", "A", "A(x::m"},
-        {"java.util.Map<K, V>", "get", "java::util::Map<K, V>", "java::util::Map<K, V>::get",
-         "java::util::Map<K, V>::get"},
     };
     for (const auto& name : names) {
         const JitMethod::Ptr method = makeMethod(1, name[0], name[1]);
@@ -71,39 +67,6 @@ TEST(JitMethodTest, VirtualAddressAndProcessOfAJitRva) {
     EXPECT_EQ(meNotFound, makeMethod(1)->getVirtualAddress(0, &address));
 }
 
-TEST(JitMethodTest, CloneSharesNamesAndRegionsButNotLineTables) {
-    const JitMethod::Ptr method = makeMethod(5, "C", "g");
-    method->setRawParentId(6);
-    method->setStartJitRva(0x100);
-    method->setAttachedToParent(true);
-    method->addCodeRegion(makeRegion(0x7000, 0x10, 0x100));
-    method->addLineNumberInfo(ltNativeToSource, {entry(0, 0x10, 9)}, Range{0, 0x10});
-    const JitMethod::Ptr copy = method->clone();
-    EXPECT_TRUE(copy->getRawParentId() == 6 && copy->getStartJitRva() == 0x100 && copy->attachedToParent());
-    ASSERT_EQ(1u, copy->regionCount());
-    EXPECT_EQ(method->codeRegions()[0], copy->codeRegions()[0]);
-    // Keys move by the jit RVA, and only the copy's.
-    copy->normalizeLineNumberInfoJitRvaRanges(0x500);
-    EXPECT_EQ(0u, method->getLineNumberInfo().begin()->first.m_start);
-    EXPECT_EQ(0x500u, copy->getLineNumberInfo().begin()->first.m_start);
-    ASSERT_TRUE(copy->getSourceLocation(0x50F));
-    EXPECT_EQ(9u, copy->getSourceLocation(0x50F)->getLine());
-    copy->addCodeRegion(makeRegion(0x8000, 0x10, 0x200));
-    EXPECT_EQ(1u, method->regionCount());
-    method->methodInfo()->setMethodName("h");
-    EXPECT_STREQ("C::h", copy->getMethodName());
-    std::ostringstream label;
-    label << korvane_3_10::label(*makeMethod(0x2A, "C", "g"));
-    EXPECT_EQ("(method id = 0x2a, name = C::g, load time = 0)", label.str());
-}
-
-TEST(JitMethodTest, ValidationOfAMethodWithoutRegionOnlyAsserts) {
-    const unsigned long before = TOBREK_2_18::debug::assertionReportCount();
-    LogCapture log(log4cplus::ERROR_LOG_LEVEL);
-    makeMethod(1)->validateSymbolicInfo();
-    EXPECT_EQ(before + 1, TOBREK_2_18::debug::assertionReportCount());
-}
-
 TEST(JitMethodTest, ComparisonTellsAboutTheSuppliedSourceFile) {
     const std::string ident = "(method id = 0x2, name = C::g, load time = 0x30)";
     const std::string files[][3] = {
@@ -128,6 +91,36 @@ TEST(JitMethodTest, ComparisonTellsAboutTheSuppliedSourceFile) {
         EXPECT_EQ(file[2].empty() ? std::vector<std::string>() : std::vector<std::string>{file[2]},
                   log.messages(log4cplus::TRACE_LOG_LEVEL));
     }
+}
+
+JitMethod::Ptr methodIn(u32_t hostId, u32_t processId, korvane_arch arch, bool withRegion = true) {
+    const JitMethod::Ptr method = makeMethod(7, "A", "f(int)");
+    method->methodInfo()->m_methodToken = 100;
+    method->methodInfo()->m_module = korvane_3_10::Module::Ptr(new korvane_3_10::Module("/x/y.so", meNotFound, arch));
+    if (withRegion)
+        method->addCodeRegion(makeRegion(0x1000, 0x10, 0x500, processId, hostId));
+    return method;
+}
+
+// A raw id stands with the host, the process and the architecture; without one, the names and the module do.
+TEST(MethodIdHashTest, TextsAndTheirDigests) {
+    const struct {
+        u32_t rawId;
+        JitMethod::Ptr method;
+        std::string text;
+    } cases[] = {
+        {1234, methodIn(1, 5678, arch_xa64), "1234.1.56781"},
+        {1234, methodIn(2, 5679, arch_xa32), "1234.2.56790"},
+        {1234, methodIn(0, 0, arch_xa64, false), "1234.0.01"},
+        {0, methodIn(1, 5678, arch_xa32), "100A::f(int)A/x/y.so0"},
+        {0, methodIn(9, 9, arch_xa64), "100A::f(int)A/x/y.so1"},
+    };
+    const korvane_3_10::Md5HashGenerator generator;
+    for (const auto& hash : cases)
+        EXPECT_EQ(hash.text, generator.hashText(hash.rawId, hash.method));
+    // The digest of the text, bytes 0..7 and 8..15 read big-endian.
+    EXPECT_EQ((korvane_3_10::BaseMethodId{0xdc27968aca26c86eull, 0x5da23faea1a3ffe2ull}), generator.getHashValue(1234, cases[0].method));
+    EXPECT_EQ((korvane_3_10::BaseMethodId{0xdf95e5198a52da12ull, 0x5476614f02e8134aull}), generator.getHashValue(0, cases[3].method));
 }
 
 TEST(RegionTest, FirstChildHoldingTheRvaWins) {
@@ -170,26 +163,6 @@ TEST(RegionTest, NormalisationGivesEveryLevelTheParentsDeltaAndMovesLineTablesOn
     EXPECT_EQ(0x540u, childMethod->getLineNumberInfo().begin()->first.m_start);
     ASSERT_TRUE(childMethod->getSourceLocation(0x550));
     EXPECT_EQ(77u, childMethod->getSourceLocation(0x550)->getLine());
-}
-
-TEST(RegionTest, CopyHasOwnBytesSameMarkupAndNoInlines) {
-    const Region::Ptr source = makeRegion(0x1000, 4, 0x500, 7, 3);
-    source->setUnloadTime(0x99);
-    source->setContent(makeBuffer({1, 2, 3, 4}));
-    source->addChildRegion(makeRegion(0x1001, 2), makeMethod(5));
-    ASSERT_EQ(meSuccess, source->addBytesUpdate(0x1001, 2, makeBuffer({9, 9}), stCode, "patch"));
-    const Region::Ptr copy(new Region(*source));
-    EXPECT_EQ((std::vector<korvane_3_10::u64_t>{0x1000, 4, 0x500, 7, 3, 0x10, 0x99}),
-              (std::vector<korvane_3_10::u64_t>{copy->startAddress(), copy->length(), copy->startJitRva(),
-                                                copy->processId(), copy->hostId(), copy->loadTime(),
-                                                copy->unloadTime()}));
-    EXPECT_TRUE(copy->inlinedRegions().empty() && copy->inlinedMethods().empty());
-    ASSERT_EQ(1u, copy->markupRanges().size());
-    EXPECT_EQ("patch", copy->markupRanges().begin()->second.rangeName);
-    ASSERT_EQ(meSuccess, copy->addBytesUpdate(0x1000, 1, makeBuffer({0x55}), stCode, ""));
-    EXPECT_EQ((Bytes{0x55, 9, 9, 4}), bytesOf(copy->getBytes()));
-    EXPECT_EQ((Bytes{1, 9, 9, 4}), bytesOf(source->getBytes()));
-    EXPECT_FALSE(Region(*makeRegion(0x1000, 4, 0x500)).getBytes());
 }
 
 // The bytes an image pattern stands for: '.' the byte as it was (its offset), 'P' or 'O' the bytes of
@@ -321,11 +294,6 @@ TEST(LineTableTest, SourceLocationInOneStepOrTwo) {
                 ->getSourceLocation(location.rva);
         EXPECT_EQ(location.line, found ? found->getLine() : 0u) << location.name;
     }
-    const JitMethod::Ptr method = methodWith({}, {}, {entry(0, 16, 42)});
-    method->methodInfo()->m_sourceFile = SourceFile("Main.java", "c0ffee", 2, 3);
-    const korvane_3_10::ISourceLocation::Ptr found = method->getSourceLocation(0x501);
-    ASSERT_TRUE(found && found->getSourceFile());
-    EXPECT_STREQ("Main.java", found->getSourceFile()->getSourceFileName());
 }
 
 TEST(LineTableTest, LowestAndHighestLine) {
@@ -337,7 +305,6 @@ TEST(LineTableTest, LowestAndHighestLine) {
         {{}, {entry(0, 1, 30), entry(1, 2, 10)}, {entry(0, 4, 5)}, meSuccess, 10, 30}, // managed wins
         {{}, {}, {entry(0, 4, 5), entry(4, 8, 3), entry(8, 9, 8)}, meSuccess, 3, 8},
         {{entry(0, 4, 1)}, {}, {}, meNotFound, 0, 0}, // native to managed has no lines
-        {{}, {}, {}, meNotFound, 0, 0},
     };
     for (const auto& range : cases) {
         korvane_line_number_entry first = {};
@@ -430,11 +397,6 @@ TEST(LineTableTest, FirstWriterOfATableWinsAndEmptyTablesAreRefused) {
     const JitMethod::LineInfoHolder& holder = method->getLineNumberInfo().begin()->second;
     EXPECT_EQ(5u, holder.m_nativeToSource[0].lineNumber);
     EXPECT_EQ(7u, holder.m_managedToSource[0].lineNumber);
-    // Another method's tables merge in by key.
-    const JitMethod::Ptr incoming = methodWith({}, {}, {entry(0, 4, 6)}, Range{0x600, 0x10});
-    EXPECT_TRUE(method->addLineNumberInfo(incoming->getLineNumberInfo()));
-    EXPECT_EQ(2u, method->getLineNumberInfo().size());
-    EXPECT_TRUE(method->addLineNumberInfo(JitMethod::LineNumberInfo()));
 }
 
 } // namespace
