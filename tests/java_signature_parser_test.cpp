@@ -30,6 +30,9 @@ TEST(JavaSignatureParserTest, MethodNames) {
         {"f(Ljava/util/List<+Ljava/lang/Number;>;)V", "f(java.util.List<? extends java.lang.Number>)"},
         {"f(Ljava/util/List<-TT;>;)V", "f(java.util.List<? super T>)"}, {"f([[I)V", "f(int[][])"},
         {"f(ZBSCDF)V", "f(boolean, byte, short, char, double, float)"}, {"f(TT;)V", "f(T)"},
+        // Bounds: a second bound, a bound of an interface, and one with no character before the ":".
+        {"f(TT;:Ljava/lang/Object;)V", "f(T,  & java.lang.Object)"},
+        {"f(::Ljava/lang/Runnable;)V", "f( extends java.lang.Runnable)"}, {"f(:Ljava/lang/Object;)V", "f(java.lang.Object)"},
         // Readable already: any "." or "," or a type word behind "(".
         {"a.b(I)V", "a.b(I)V"}, {"f(I,J)", "f(I,J)"}, {"f(int)", "f(int)"},
         // A readable name that escapes the test is translated letter by letter.
@@ -40,43 +43,8 @@ TEST(JavaSignatureParserTest, MethodNames) {
         {"f(Ljava/lang/Str)", "f(java.lang.Str))"}, {"f([)", "f([])"}, {"f(Ljava/util/List<)", "f(java.util.List<)"}};
     for (const Translation& name : names)
         EXPECT_EQ(name.second, JavaSignatureParser::parseMethodName(name.first)) << name.first;
-}
-
-TEST(JavaSignatureParserTest, UnmangleWritesAndMovesThePosition) {
-    const struct {
-        std::string signature;
-        std::size_t start;
-        std::string output;
-        std::size_t end;
-    } cases[] = {
-        {"TT;", 0, "T", 2}, {"I", 0, "int", 0}, {"Q", 0, "", 0}, {"*", 0, "?", 0}, {"+", 0, "? extends ", 1},
-        {"X;:Ljava/lang/Object;", 2, " & java.lang.Object", 20},
-        {"::Ljava/lang/Runnable;", 0, " extends java.lang.Runnable", 21},
-        {"T:Ljava/lang/Object;", 1, "java.lang.Object", 19},
-        {":Ljava/lang/Object;", 0, "", 1}, // no character before the first ":"
-        {"", 0, "", 0}, {"[", 0, "[]", 1}, {"I", 5, "", 5}};
-    for (const auto& unmangled : cases) {
-        std::size_t pos = unmangled.start;
-        std::string out = "|";
-        JavaSignatureParser::unmangle(unmangled.signature, pos, out);
-        EXPECT_EQ("|" + unmangled.output, out) << unmangled.signature;
-        EXPECT_EQ(unmangled.end, pos) << unmangled.signature;
-    }
-    for (const char* name : {"a/b;c", "a/b"}) {
-        std::size_t pos = 0;
-        std::string out;
-        JavaSignatureParser::unmangleName(name, pos, out);
-        EXPECT_EQ("a.b", out);
-        EXPECT_EQ(3u, pos) << "stops on the semicolon or the end";
-    }
-}
-
-TEST(JavaSignatureParserTest, IsParsedNameMarks) {
-    for (const char* readable : {"a,b", "a.b", "x[]", "f(byte", "f(char", "f(double", "f(float", "f(int", "f(long",
-                                 "f(short", "f(boolean", "f(void"})
-        EXPECT_TRUE(JavaSignatureParser::isParsedName(readable)) << readable;
-    for (const char* mangled : {"f(I)V", "f(String)", "", "f([I)V"})
-        EXPECT_FALSE(JavaSignatureParser::isParsedName(mangled)) << mangled;
+    for (const char* word : {"byte", "char", "double", "float", "int", "long", "short", "boolean", "void"})
+        EXPECT_EQ(std::string("f(") + word + ")", JavaSignatureParser::parseMethodName(std::string("f(") + word + ")"));
 }
 
 TEST(JavaSignatureParserTest, DeepNestingEndsWithoutExhaustingTheStack) {

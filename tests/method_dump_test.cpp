@@ -139,24 +139,6 @@ TEST(DumpRegionsTest, RegionListAfterAnInlineArrives) {
               messageAfter(log, "Updated method's state (method id = 0x32, name = App::inlined50, load time = 0xa)"));
 }
 
-TEST(DumpRegionsTest, TreeOfInlinesWithUnloadedRegionsKeepingTheirNumber) {
-    const JitMethod::Ptr method = makeMethod(1);
-    const Region::Ptr region = makeRegion(0x7f00, 0x40, 0x500);
-    const Region::Ptr inner = makeRegion(0x7f10, 0x10);
-    inner->addChildRegion(makeRegion(0x7f14, 4), makeMethod(0x13, "", "deeper"));
-    region->addChildRegion(inner, makeMethod(0x12, "", "inner"));
-    region->addChildRegion(makeRegion(0x7f30, 8), makeMethod(0x14, "", "other"));
-    const Region::Ptr gone = makeRegion(0x2000, 0x10, 0x600);
-    gone->setUnloadTime(0x40);
-    method->addCodeRegion(gone);
-    method->addCodeRegion(region);
-    EXPECT_EQ("\nCode region #2 (ip range = 0x7f00-0x7f40)"
-              "\n   #1 inner (method id = 0x12, ip range = 0x7f10-0x7f20)"
-              "\n       #1 deeper (method id = 0x13, ip range = 0x7f14-0x7f18)"
-              "\n   #2 other (method id = 0x14, ip range = 0x7f30-0x7f38)",
-              method->dumpRegions());
-}
-
 TEST(DumpRegionsTest, NestingBeyondSixtyFourLevelsIsCut) {
     const Region::Ptr top = makeRegion(0x1000, 0x100, 0x500);
     Region::Ptr parent = top;
