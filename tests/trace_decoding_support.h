@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include <iomanip>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
