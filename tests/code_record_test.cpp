@@ -20,7 +20,7 @@ using korvane_tracewriter::Width;
 struct Version {
     const char* name;
     TraceWriter& (TraceWriter::*write)(const LoadRecord&, Width);
-    bool isV3;     // keeps the raw id, and says why it refuses a record of empty ranges
+    bool isV3;     // keeps the raw id, and tells of missing bytes and of lines past the code
     bool isOldest; // V0 and V1: hash names rather than the raw id, and stop behind the module in modules-only mode
 };
 
@@ -219,7 +219,8 @@ TEST(InlineRecordTest, DecodesTheInlineWithOneRegionAndNoJitRva) {
                               "module /opt/app/lib/app.so arch 1\n"
                               "source Point.cs  0 3\n"
                               "region 7f0000001008+8 rva 0 load 5100 pid 4242 host 3 ") +
-                      (mode == dmFull ? "bytes 4041424344454647\n" : "no bytes\n") + "lines 0+8 m2s n2m n2s 0-4:20 4-8:21\n",
+                      (mode == dmFull ? "bytes 4041424344454647\n" : "no bytes\n") +
+                      "lines 0+8 m2s n2m n2s 0-4:20 4-8:21\n",
                   describe(*decoded.method));
         EXPECT_EQ(kStartJitRva, decoded.nextJitRva);
     }

@@ -32,7 +32,8 @@ TEST(JavaSignatureParserTest, MethodNames) {
         {"f(ZBSCDF)V", "f(boolean, byte, short, char, double, float)"}, {"f(TT;)V", "f(T)"},
         // Bounds: a second bound, a bound of an interface, and one with no character before the ":".
         {"f(TT;:Ljava/lang/Object;)V", "f(T,  & java.lang.Object)"},
-        {"f(::Ljava/lang/Runnable;)V", "f( extends java.lang.Runnable)"}, {"f(:Ljava/lang/Object;)V", "f(java.lang.Object)"},
+        {"f(::Ljava/lang/Runnable;)V", "f( extends java.lang.Runnable)"},
+        {"f(:Ljava/lang/Object;)V", "f(java.lang.Object)"},
         // Readable already: any "." or "," or a type word behind "(".
         {"a.b(I)V", "a.b(I)V"}, {"f(I,J)", "f(I,J)"}, {"f(int)", "f(int)"},
         // A readable name that escapes the test is translated letter by letter.

@@ -225,7 +225,9 @@ TEST(TruncationTest, CountsFarBeyondThePayloadAllocateNothing) {
 
 TEST(TruncationTest, AnEmptyPayloadIsReportedByItsName) {
     const std::pair<std::uint32_t, const char*> cases[] = {
-        {jt::FunctionLoad64_v3, "traceSize"}, {jt::FunctionInlineLoad64, "traceSize"}, {jt::FunctionUpdate_v2, "traceLen"}};
+        {jt::FunctionLoad64_v3, "traceSize"},
+        {jt::FunctionInlineLoad64, "traceSize"},
+        {jt::FunctionUpdate_v2, "traceLen"}};
     TraceFile file{TraceWriter()};
     for (const auto& expected : cases) {
         JitFileDecoder::Record record;

@@ -24,7 +24,8 @@ using korvane_tracewriter::Width;
 typedef std::vector<std::string> Names;
 
 // Method "App::m<id>" with one code range.
-LoadRecord method(std::uint32_t id, std::uint64_t address, std::uint32_t length = 0x10, std::uint64_t loadTime = 0x100) {
+LoadRecord method(std::uint32_t id, std::uint64_t address, std::uint32_t length = 0x10,
+                  std::uint64_t loadTime = 0x100) {
     return methodAt(id, address, length, loadTime, "m" + std::to_string(id));
 }
 
@@ -94,11 +95,11 @@ TEST(JitFileReaderTest, WhatEndsAFileAndWhatIsSkipped) {
         {"records the decoder refuses", TraceWriter().loadV3(allEmpty)
              .sized(jt::FunctionLoad64_v2, Bytes(cutV2.begin(), cutV2.end() - 1)).inlineLoad(noLoadTime)
              .updateV2(korvane_tracewriter::UpdateV2Record()).loadV3(method(1, 0x1000)),
-         meSuccess, {"App::m1"}, "Failed to decode a UPDATE_V2 record, at file: src/jitreader/jit_file_reader.cpp:", true},
+         meSuccess, {"App::m1"}, "Failed to decode a UPDATE_V2 record, at file: src/jitreader/", true},
         // Without a search both updates stand alone at jit RVA 0, and the manager refuses the second.
         {"an update the manager refuses", TraceWriter().updateV2(richUpdateRecord())
              .updateV2(elsewhere).loadV3(method(1, 0x1000)),
-         meSuccess, {"", "App::m1"}, "Failed to process a UPDATE_V2 record, at file: src/jitreader/jit_file_reader.cpp:", false},
+         meSuccess, {"", "App::m1"}, "Failed to process a UPDATE_V2 record, at file: src/jitreader/", false},
         // Under the JIT profiler an inlined V3 record has no parent id: the manager's code comes back.
         {"an inlined load without parent", TraceWriter().collectorType(1).loadV3(inlinedV3).loadV3(method(3, 0x3000)),
          meNotFound, {}, "", true},
@@ -145,14 +146,15 @@ TEST(JitFileReaderTest, ALoadRecordOfTheOtherWidthEndsTheFile) {
     for (target_arch_t arch : {taAny, taBits32, taBits64}) {
         for (const auto& record : narrow) {
             for (bool is64 : {false, true}) {
-                // Each 64-bit type follows its 32-bit one.
+                // The 64-bit type of a version: FunctionLoad64 is two past FunctionLoad32, the others one.
                 const std::uint32_t type = record.first + (is64 ? (record.first == jt::FunctionLoad32 ? 2 : 1) : 0);
                 SCOPED_TRACE("arch " + std::to_string(arch) + " type " + std::to_string(type));
                 // The record under test, then one of the wanted width that is read only if it was.
                 const Width width = arch == taBits32 ? Width::Bits32 : Width::Bits64;
                 JitDataManager manager;
-                const Reading reading =
-                    read(TraceWriter().magic().sized(type, record.second).loadV3(method(3, 0x3000), width), manager, arch);
+                const TraceWriter trace =
+                    TraceWriter().magic().sized(type, record.second).loadV3(method(3, 0x3000), width);
+                const Reading reading = read(trace, manager, arch);
                 EXPECT_EQ(meSuccess, reading.result);
                 EXPECT_TRUE(reading.finalized);
                 const bool wanted = arch == taAny || (arch == taBits64) == is64;

@@ -70,10 +70,12 @@ TEST(JitMethodTest, VirtualAddressAndProcessOfAJitRva) {
 TEST(JitMethodTest, ComparisonTellsAboutTheSuppliedSourceFile) {
     const std::string ident = "(method id = 0x2, name = C::g, load time = 0x30)";
     const std::string files[][3] = {
-        {"", "b.java", "Registred method has a null source file " + ident + ". Mapping to source file is not available."},
+        {"", "b.java",
+         "Registred method has a null source file " + ident + ". Mapping to source file is not available."},
         {"a.java", "",
          "Supplied a null source file for " + ident +
-             ". Line number table will be associated with the source file of the first code region (src name = a.java)"},
+             ". Line number table will be associated with the source file of the first code region (src name = "
+             "a.java)"},
         {"a.java", "A.java",
          "Supplied source file for " + ident +
              " is differ from source file of the first code region (src name = a.java). Map to source file will be "
@@ -119,8 +121,9 @@ TEST(MethodIdHashTest, TextsAndTheirDigests) {
     for (const auto& hash : cases)
         EXPECT_EQ(hash.text, generator.hashText(hash.rawId, hash.method));
     // The digest of the text, bytes 0..7 and 8..15 read big-endian.
-    EXPECT_EQ((korvane_3_10::BaseMethodId{0xdc27968aca26c86eull, 0x5da23faea1a3ffe2ull}), generator.getHashValue(1234, cases[0].method));
-    EXPECT_EQ((korvane_3_10::BaseMethodId{0xdf95e5198a52da12ull, 0x5476614f02e8134aull}), generator.getHashValue(0, cases[3].method));
+    typedef korvane_3_10::BaseMethodId Id;
+    EXPECT_EQ((Id{0xdc27968aca26c86eull, 0x5da23faea1a3ffe2ull}), generator.getHashValue(1234, cases[0].method));
+    EXPECT_EQ((Id{0xdf95e5198a52da12ull, 0x5476614f02e8134aull}), generator.getHashValue(0, cases[3].method));
 }
 
 TEST(RegionTest, FirstChildHoldingTheRvaWins) {
@@ -212,13 +215,15 @@ TEST(RegionTest, BytesUpdatesFoldIntoTheImage) {
         {{{0x1004, 4, 'P', stCode, meSuccess}, {0x1004, 4, 'O', stCode, meSuccess}}, "....OOOO........", ""},
         {{{0x1004, 4, 'P', stCode, meSuccess}, {0x1004, 4, 'O', stData, meSuccess}}, "....NNNN........",
          "Changed a type of markup range (ip range = 0x1004-0x1008) from 0x1  to 0x2"},
-        {{{0x1004, 4, 'P', stData, meSuccess}, {0x1004, 4, 'O', stCode, meSuccess}, {0x1004, 4, 'P', stKeep, meSuccess}},
+        {{{0x1004, 4, 'P', stData, meSuccess}, {0x1004, 4, 'O', stCode, meSuccess},
+          {0x1004, 4, 'P', stKeep, meSuccess}},
          "....NNNN........", ""},
         {{{0x1004, 4, 'P', stKeep, meSuccess}, {0x1004, 4, 'O', stKeep, meSuccess}}, "....OOOO........", ""},
         {{{0, 4, 'P', stCode, meNotFound}}, "................",
          "Couldn't update because the input range is invalid: codeAddr = 0, codeLen = 0x4"},
         {{{0x1004, 0, 'P', stCode, meNotFound}}, "................", ""},
-        {{{0x1004, 4, ' ', stCode, meNotFound}}, "................", "Couldn't update because the input content is empty"},
+        {{{0x1004, 4, ' ', stCode, meNotFound}}, "................",
+         "Couldn't update because the input content is empty"},
         {{{0x1004, 4, 'P', 4, meNotFound}}, "................",
          "Couldn't update because the input segment type =0x4 is not recognized"},
         {{{0x1004, 4, 'P', 0, meNotFound}}, "................", ""},
