@@ -89,6 +89,8 @@ bool configureLogging(const std::string& levelName) {
     log4cplus::Logger root = log4cplus::Logger::getRoot();
     root.addAppender(console);
     root.setLogLevel(level->second);
+    // The library keeps its component quiet unless told otherwise.
+    log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("korvane.jitreader")).setLogLevel(level->second);
     return true;
 }
 

@@ -35,7 +35,13 @@ void configureComponentLogger(const std::string& name) {
     // appenders; what the host configures still reaches its own appenders.
     log4cplus::SharedAppenderPtr silent(new log4cplus::NullAppender());
     silent->setName(LOG4CPLUS_TEXT("korvane-silent"));
-    log4cplus::Logger::getInstance(name).addAppender(silent);
+    log4cplus::Logger logger = log4cplus::Logger::getInstance(name);
+    logger.addAppender(silent);
+    // The component's INFO and TRACE texts are costly diagnostics (whole method
+    // reports with disassembly): unless the host has set a level for this
+    // component, only warnings and errors are built and passed on.
+    if (logger.getLogLevel() == log4cplus::NOT_SET_LOG_LEVEL)
+        logger.setLogLevel(log4cplus::WARN_LOG_LEVEL);
 }
 
 } // namespace log2

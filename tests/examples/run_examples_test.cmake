@@ -59,7 +59,7 @@ expect_in(resolve "900000,0x7f3a1c001008,4711,alpha.example.net,outside JIT code
 
 run_tool(json resolve ${dirs} --samples ${WORK_DIR}/first/samples.csv --json)
 expect_clean(json)
-expect_in(json "\"frames\":\\[{\"method\":\"Contoso::Billing::Invoice::Total\"")
+expect_in(json "\"frames\":\\[{\"method\":\"Harbor::Billing::Invoice::Total\"")
 
 # A broken trace is logged on stderr through the tool's own log set-up.
 file(MAKE_DIRECTORY ${WORK_DIR}/broken)

@@ -227,16 +227,16 @@ void ExampleSet::writeLegacyJvm() {
 // inline found by its address, and precompiled code.
 void ExampleSet::writeBillingService() {
     const std::string host = "beta";
-    const std::string module = "/srv/billing/Contoso.Billing.dll";
+    const std::string module = "/srv/billing/Harbor.Billing.dll";
     const ExampleRecords records(CodeBytes::Bits64);
-    MethodFacts invoiceTotal = dotnet(401, 0x06000012, "Contoso.Billing.Invoice", "Total", module, "Invoice.cs", 41,
+    MethodFacts invoiceTotal = dotnet(401, 0x06000012, "Harbor.Billing.Invoice", "Total", module, "Invoice.cs", 41,
                                       kBilling + 0x1000, 0x70, 500100);
-    MethodFacts amount = dotnet(0, 0x06000044, "Contoso.Billing.LineItem", "get_Amount", module, "LineItem.cs", 9,
+    MethodFacts amount = dotnet(0, 0x06000044, "Harbor.Billing.LineItem", "get_Amount", module, "LineItem.cs", 9,
                                 kBilling + 0x1020, 0x10, 500101);
-    const MethodFacts addLine = dotnet(402, 0x06000013, "Contoso.Billing.Invoice", "AddLine", module, "Invoice.cs", 60,
+    const MethodFacts addLine = dotnet(402, 0x06000013, "Harbor.Billing.Invoice", "AddLine", module, "Invoice.cs", 60,
                                        kBilling + 0x2000, 0x50, 500200);
     const MethodFacts sum = dotnet(403, 0x0600127a, "System.Linq.Enumerable", "Sum",
-                                   "/usr/share/dotnet/shared/Microsoft.NETCore.App/8.0.0/System.Linq.dll", "", 0,
+                                   "/usr/share/dotnet/shared/runtime/8.0.0/System.Linq.dll", "", 0,
                                    kBilling + 0x9000, 0x40, 1);
     invoiceTotal.calls = {sum.address};
     korvane_tracewriter::LoadRecord totalRecord = records.load(invoiceTotal, ExampleRecords::NativeToManagedToSource);
@@ -248,9 +248,9 @@ void ExampleSet::writeBillingService() {
     first.loadV2(records.load(addLine)).loadV2(records.load(sum));
     writeTrace(kProduction, host + ".12-0.jit", first);
 
-    const MethodFacts lookup = dotnet(0, 0x06000031, "Contoso.Billing.TaxTable", "Lookup", module, "TaxTable.cs", 77,
+    const MethodFacts lookup = dotnet(0, 0x06000031, "Harbor.Billing.TaxTable", "Lookup", module, "TaxTable.cs", 77,
                                       kBilling + 0x3000, 0x60, 500300);
-    const MethodFacts render = dotnet(0, 0x06000052, "Contoso.Billing.Report", "Render", module, "Report.cs", 15,
+    const MethodFacts render = dotnet(0, 0x06000052, "Harbor.Billing.Report", "Render", module, "Report.cs", 15,
                                       kBilling + 0x4000, 0x80, 500400);
     TraceWriter second;
     second.magic();
@@ -268,7 +268,7 @@ void ExampleSet::writeBillingService() {
 // A 32-bit tool on the same host, older agent.
 void ExampleSet::writeImporter() {
     const ExampleRecords records(CodeBytes::Bits32);
-    const MethodFacts main = dotnet(601, 0x06000001, "Contoso.Tools.Importer", "Main", "/srv/tools/Importer.exe",
+    const MethodFacts main = dotnet(601, 0x06000001, "Harbor.Tools.Importer", "Main", "/srv/tools/Importer.exe",
                                     "Importer.cs", 20, 0x08100000, 0x40, 510000);
     TraceWriter trace;
     trace.magic().loadV2(records.load(main), Width::Bits32);
@@ -317,8 +317,8 @@ void ExampleSet::writeBatchJvm() {
 void ExampleSet::writeBillingReload() {
     const std::string host = "beta";
     const ExampleRecords records(CodeBytes::Bits64);
-    const MethodFacts finish = dotnet(404, 0x06000014, "Contoso.Billing.Invoice", "Finish",
-                                      "/srv/billing/Contoso.Billing.dll", "Invoice.cs", 90, kBilling + 0x2000, 0x30,
+    const MethodFacts finish = dotnet(404, 0x06000014, "Harbor.Billing.Invoice", "Finish",
+                                      "/srv/billing/Harbor.Billing.dll", "Invoice.cs", 90, kBilling + 0x2000, 0x30,
                                       520000);
     TraceWriter trace;
     trace.magic().loadV2(records.load(finish));
