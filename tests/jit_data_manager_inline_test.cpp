@@ -25,14 +25,13 @@ const u32_t kInner = 300;
 struct InlineStore {
     explicit InlineStore(u32_t collectorType) { manager.setCollectorType(collectorType); }
 
-    korvane_error_t load(JitMethod::Ptr method) { return manager.processMethodLoadRecord(kPid, kHost, method); }
     korvane_error_t loadInline(JitMethod::Ptr method) {
         return manager.processMethodInlineLoadRecord(kPid, kHost, method);
     }
-    // A parent of one region, registered under kParent.
-    JitMethod::Ptr loadParent(u64_t start, jit_rva_t jitRva, u64_t loadTime = 10) {
-        JitMethod::Ptr parent = makeMethod(kParent, loadTime, {makeRegion(start, 0x100, jitRva, loadTime)});
-        EXPECT_EQ(meSuccess, load(parent));
+    // A method of one region 0x100 long, by default the parent kParent.
+    JitMethod::Ptr loadParent(u64_t start, jit_rva_t jitRva, u64_t loadTime = 10, u32_t id = kParent) {
+        JitMethod::Ptr parent = makeMethod(id, loadTime, {makeRegion(start, 0x100, jitRva, loadTime)});
+        EXPECT_EQ(meSuccess, manager.processMethodLoadRecord(kPid, kHost, parent));
         return parent;
     }
 
@@ -69,10 +68,7 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesFindTheirParentsInAnyOrder) {
         {"QIR", 0x400,
          "Couldn't cached inline method (method id = 0xc8, ip range = 0x1040-0x1060) because parent method has not ip "
          "range suitable for insert.The cached inline method is stayed awaiting for a parent."},
-        {"NIP", 0x100, waiting},
-        {"INP", 0x100, waiting},
-        {"PNI", 0x100, nullptr},
-        {"PIN", 0x100, nullptr},
+        {"NIP", 0x100, waiting}, {"INP", 0x100, waiting}, {"PNI", 0x100, nullptr}, {"PIN", 0x100, nullptr},
         {"NPI", 0x100, nullptr},
     };
     for (const Case& c : cases) {
@@ -93,9 +89,7 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesFindTheirParentsInAnyOrder) {
             else
                 EXPECT_EQ(meSuccess, store.loadInline(step == 'I' ? outer : inner));
         }
-        if (c.message) {
-            EXPECT_TRUE(log.contains(c.message));
-        }
+        EXPECT_TRUE(!c.message || log.contains(c.message));
         EXPECT_EQ(1u, store.manager.inlineMethods().count(outer->getMethodId()));
         for (int round = 0; round < 2; ++round) {
             store.manager.finalize();
@@ -158,9 +152,7 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesMustFitTheParentAndTheirSiblings) 
         }
         EXPECT_EQ(attached, parent->codeRegions().front()->inlinedRegions().size());
         EXPECT_EQ(c.inlines.size(), store.manager.cachedParentMethods().count(parent->getMethodId()) - 1);
-        if (c.message) {
-            EXPECT_TRUE(log.contains(c.message));
-        }
+        EXPECT_TRUE(!c.message || log.contains(c.message));
     }
 }
 
@@ -176,7 +168,7 @@ TEST(JitDataManagerInlineTest, InlineRecordsReadAgainAreNotPlacedTwice) {
         EXPECT_EQ(meSuccess, store.loadInline(makeInline(id, parentId, 0x1040, 0x20)));
         EXPECT_EQ(1u, parent->codeRegions().front()->inlinedRegions().size());
         // Another method inlined over the same range is no repeat.
-        const JitMethod::Ptr other = makeInline(id, parentId, 0x1040, 0x20);
+        JitMethod::Ptr other = makeInline(id, parentId, 0x1040, 0x20);
         other->methodInfo()->setMethodName("other");
         EXPECT_EQ(meSuccess, store.loadInline(other));
         EXPECT_TRUE(other->attachedToParent());
@@ -196,7 +188,7 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesNeedBothIds) {
 TEST(JitDataManagerInlineTest, OverwrittenParentCodeTakesNoMoreInlines) {
     InlineStore store(ctJitProfiler);
     const JitMethod::Ptr parent = store.loadParent(0x1000, 0x100, 10);
-    store.load(makeMethod(101, 20, {makeRegion(0x1000, 0x100, 0x200, 20)}));
+    store.loadParent(0x1000, 0x200, 20, kParent + 1);
     store.loadParent(0x2000, 0x300, 30);
 
     const JitMethod::Ptr onOldCode = makeInline(kOuter, kParent, 0x1040, 0x20);
