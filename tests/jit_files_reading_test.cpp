@@ -101,13 +101,9 @@ TEST_F(JitFilesReadingTest, FileGoneSinceTheScan) {
     EXPECT_EQ(std::set<std::string>({"App::first", "App::third"}), methodNames(manager));
 }
 
-TEST(JitFilesReadingEmptyTest, NoProcessToRead) {
-    JitFilesManager files;
-    JitDataManager manager;
-    PathList paths({});
-    ASSERT_EQ(meSuccess, files.initialize(paths.iterator(), taAny));
-    EXPECT_EQ(meSuccess, files.readJitFiles(dmFull, manager));
-    EXPECT_EQ(meNotFound, files.readJitFiles(7, 1, dmModulesOnly, manager));
+TEST_F(JitFilesReadingTest, UnknownProcessIsNotFound) {
+    EXPECT_EQ(meNotFound, files.readJitFiles(8, hostId, dmModulesOnly, manager));
+    EXPECT_EQ(meNotFound, files.readJitFiles(7, hostId + 1, dmModulesOnly, manager));
 }
 
 } // namespace

@@ -11,18 +11,13 @@
 namespace {
 
 using namespace korvane_3_10;
+using korvane_test::loaderOver;
 using korvane_test::LogCapture;
 using korvane_test::methodAt;
-using korvane_test::PathList;
 using korvane_test::profilerTrace;
 using korvane_test::TempDir;
 
 typedef boost::intrusive_ptr<IJitLoader> LoaderPtr;
-
-LoaderPtr loaderOver(const std::vector<std::string>& paths) {
-    PathList list(paths);
-    return IJitLoader::create(list.iterator());
-}
 
 TEST(JitLoaderTest, NoDirectoriesGiveALoaderThatKnowsNothing) {
     const LoaderPtr loader = loaderOver({});
@@ -88,19 +83,12 @@ TEST_F(JitLoaderFilesTest, MissesLeaveTheCallersValuesAlone) {
         address_t address;
         u32_t pid;
         u32_t host;
-        korvane_error_t result;
-    };
-    const std::vector<Case> cases = {
-        {9, 0x1004, 1, 1, meNotFound},
-        {10, 0x1040, 1, 1, meNotFound},
-        {10, 0x1004, 3, 1, meNotFound},
-        {10, 0x1004, 1, 2, meNotFound},
     };
     const IModule::Ptr sentinel(new Module("sentinel", meNotFound, arch_xa64));
-    for (const Case& c : cases) {
-        jitRva = 0xdead;
+    // Before the load, past the code, another process, another host.
+    for (const Case& c : std::vector<Case>{{9, 0x1004, 1, 1}, {10, 0x1040, 1, 1}, {10, 0x1004, 3, 1}, {10, 0x1004, 1, 2}}) {
         module = sentinel;
-        EXPECT_EQ(c.result, loader->resolveJitPoint(c.timestamp, c.address, c.pid, c.host, &jitRva, module));
+        EXPECT_EQ(meNotFound, loader->resolveJitPoint(c.timestamp, c.address, c.pid, c.host, &jitRva, module));
         EXPECT_EQ(0xdeadu, jitRva);
         EXPECT_EQ(sentinel, module);
     }
@@ -110,6 +98,7 @@ TEST_F(JitLoaderFilesTest, MissesLeaveTheCallersValuesAlone) {
 // every time its files are read from the first one on.
 TEST_F(JitLoaderFilesTest, ADamagedFileFailsEverySampleOfItsProcess) {
     for (int attempt = 0; attempt < 2; ++attempt) {
+        SCOPED_TRACE(attempt);
         LogCapture log(log4cplus::INFO_LOG_LEVEL);
         EXPECT_EQ(meMalformedRecord, resolve(10, 0x5004, 2));
         EXPECT_EQ(2u, log.count("JIT TRACE: MethodLoad"));
