@@ -11,31 +11,19 @@
 namespace {
 
 using namespace korvane_3_10;
-using korvane_test::kHost;
-using korvane_test::kPid;
 using korvane_test::LogCapture;
 using korvane_test::makeInline;
-using korvane_test::makeMethod;
-using korvane_test::makeRegion;
 
 const u32_t kParent = 100;
 const u32_t kOuter = 200;
 const u32_t kInner = 300;
 
-struct InlineStore {
-    explicit InlineStore(u32_t collectorType) { manager.setCollectorType(collectorType); }
-
-    korvane_error_t loadInline(JitMethod::Ptr method) {
-        return manager.processMethodInlineLoadRecord(kPid, kHost, method);
-    }
-    // A method of one region 0x100 long, by default the parent kParent.
+// A data manager of the given collector; parents are methods of one region 0x100 long.
+struct InlineStore : korvane_test::Store {
+    explicit InlineStore(u32_t collectorType) : korvane_test::Store(collectorType) {}
     JitMethod::Ptr loadParent(u64_t start, jit_rva_t jitRva, u64_t loadTime = 10, u32_t id = kParent) {
-        JitMethod::Ptr parent = makeMethod(id, loadTime, {makeRegion(start, 0x100, jitRva, loadTime)});
-        EXPECT_EQ(meSuccess, manager.processMethodLoadRecord(kPid, kHost, parent));
-        return parent;
+        return loadCode(id, start, 0x100, jitRva, loadTime);
     }
-
-    JitDataManager manager;
 };
 
 JitMethod::Ptr withLine(const JitMethod::Ptr& method, u32_t line) {
@@ -124,18 +112,15 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesMustFitTheParentAndTheirSiblings) 
     };
     const std::vector<Case> cases = {
         {"the whole region", {{200, 0x1000, 0x100, true}}, nullptr},
-        {"one byte beyond the end",
-         {{200, 0x10f0, 0x11, false}},
+        {"one byte beyond the end", {{200, 0x10f0, 0x11, false}},
          "Couldn't inline method (method id = 0xc8, ip range = 0x10f0-0x1101) because it overlaps parent's ip range "
          "0x1000-0x1100"},
-        {"touching the end", {{200, 0x1100, 0x10, false}}, "because it overlaps parent's ip range 0x1000-0x1100"},
+        {"touching the end", {{200, 0x1100, 0x10, false}}, nullptr},
         {"the same range twice", {{200, 0x1040, 0x20, true}, {201, 0x1040, 0x20, true}}, nullptr},
-        {"a holder after its inner one",
-         {{200, 0x1040, 0x10, true}, {201, 0x1040, 0x20, false}},
+        {"a holder after its inner one", {{200, 0x1040, 0x10, true}, {201, 0x1040, 0x20, false}},
          "because it intersects another parent's inline with range 0x1040-0x1050"},
         {"an inner one after its holder", {{201, 0x1040, 0x20, true}, {200, 0x1040, 0x10, true}}, nullptr},
-        {"the same id twice",
-         {{200, 0x1040, 0x20, true}, {200, 0x1070, 0x10, true}},
+        {"the same id twice", {{200, 0x1040, 0x20, true}, {200, 0x1070, 0x10, true}},
          "Already cached inline method (method id = 0xc8)"},
     };
     for (const Case& c : cases) {
@@ -175,7 +160,8 @@ TEST(JitDataManagerInlineTest, InlineRecordsReadAgainAreNotPlacedTwice) {
     }
 }
 
-TEST(JitDataManagerInlineTest, ProfilerInlinesNeedBothIds) {
+// Inlines need both ids, and parent code that is still there.
+TEST(JitDataManagerInlineTest, ProfilerInlinesNeedBothIdsAndLiveParentCode) {
     LogCapture log;
     InlineStore store(ctJitProfiler);
     EXPECT_EQ(meNotFound, store.loadInline(makeInline(0, kParent, 0x1040, 0x20)));
@@ -183,14 +169,10 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesNeedBothIds) {
     EXPECT_EQ(meNotFound, store.loadInline(makeInline(kOuter, 0, 0x1040, 0x20)));
     EXPECT_TRUE(log.contains("Couldn't inline method (method id = 0xc8) because its parent id = 0 is invalid."));
     EXPECT_TRUE(store.manager.inlineMethods().empty());
-}
 
-TEST(JitDataManagerInlineTest, OverwrittenParentCodeTakesNoMoreInlines) {
-    InlineStore store(ctJitProfiler);
     const JitMethod::Ptr parent = store.loadParent(0x1000, 0x100, 10);
     store.loadParent(0x1000, 0x200, 20, kParent + 1);
     store.loadParent(0x2000, 0x300, 30);
-
     const JitMethod::Ptr onOldCode = makeInline(kOuter, kParent, 0x1040, 0x20);
     EXPECT_EQ(meSuccess, store.loadInline(onOldCode));
     EXPECT_FALSE(onOldCode->attachedToParent());
@@ -210,7 +192,7 @@ TEST(JitDataManagerInlineTest, InlinesNamingEachOtherAsParentDontFormARing) {
     EXPECT_EQ(meNotFound, store.loadInline(second));
     EXPECT_TRUE(first->attachedToParent());
     EXPECT_FALSE(second->attachedToParent());
-    EXPECT_TRUE(second->codeRegions().front()->inlinedRegions().size() == 1);
+    EXPECT_EQ(1u, second->codeRegions().front()->inlinedRegions().size());
     EXPECT_TRUE(first->codeRegions().front()->inlinedRegions().empty());
     EXPECT_TRUE(log.contains("because the parent's code region lies in it"));
 }

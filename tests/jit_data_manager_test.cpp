@@ -19,18 +19,8 @@ using korvane_test::makeRegion;
 
 const jit_rva_t kNoJitRva = ~jit_rva_t(0);
 
-// A data manager with the helpers that feed and ask it.
-struct Store {
-    korvane_error_t load(JitMethod::Ptr method) { return manager.processMethodLoadRecord(kPid, kHost, method); }
-
-    // Loads a method of one region; the id, jit RVA and load time tell it apart.
-    JitMethod::Ptr loadCode(u32_t id, u64_t start, u64_t end, jit_rva_t jitRva, u64_t loadTime) {
-        JitMethod::Ptr method =
-            makeMethod(id, loadTime, {makeRegion(start, static_cast<u32_t>(end - start), jitRva, loadTime)});
-        EXPECT_EQ(meSuccess, load(method));
-        return method;
-    }
-
+// A data manager with the questions the tests ask it.
+struct Store : korvane_test::Store {
     // The address keys, in hex, as "start-end:load times of the history".
     std::string pieces() const {
         const JitDataManager::SingleRegionDomain* domain = manager.getSingleRegionDomain(kPid, kHost);
@@ -59,8 +49,6 @@ struct Store {
         EXPECT_TRUE(result == meSuccess || !method);
         return method;
     }
-
-    JitDataManager manager;
 };
 
 class JitDataManagerTest : public ::testing::Test, protected Store {};
@@ -70,26 +58,26 @@ class JitDataManagerTest : public ::testing::Test, protected Store {};
 TEST_F(JitDataManagerTest, NewCodeOverOldCodeSplitsTheAddressPieces) {
     struct Case {
         const char* name;
-        std::vector<std::pair<u64_t, u64_t>> old;
+        std::vector<std::pair<u64_t, u32_t>> old; // start and length
         u64_t start;
-        u64_t end;
+        u32_t length;
         const char* pieces;
     };
-    const std::vector<std::pair<u64_t, u64_t>> one = {{0x1000, 0x2000}};
-    const std::vector<std::pair<u64_t, u64_t>> two = {{0x1000, 0x1100}, {0x1200, 0x1300}};
+    const std::vector<std::pair<u64_t, u32_t>> one = {{0x1000, 0x1000}};
+    const std::vector<std::pair<u64_t, u32_t>> two = {{0x1000, 0x100}, {0x1200, 0x100}};
     const std::vector<Case> cases = {
-        {"same range", one, 0x1000, 0x2000, "1000-2000:10,20"},
-        {"same start, ends before", one, 0x1000, 0x1800, "1000-1800:10,20 1800-2000:10"},
-        {"same start, ends after", one, 0x1000, 0x2400, "1000-2000:10,20 2000-2400:20"},
-        {"starts inside, same end", one, 0x1400, 0x2000, "1000-1400:10 1400-2000:10,20"},
-        {"inside", one, 0x1400, 0x1800, "1000-1400:10 1400-1800:10,20 1800-2000:10"},
-        {"starts inside, ends after", one, 0x1400, 0x2400, "1000-1400:10 1400-2000:10,20 2000-2400:20"},
-        {"starts before, same end", one, 0xc00, 0x2000, "c00-1000:20 1000-2000:10,20"},
-        {"starts before, ends inside", one, 0xc00, 0x1800, "c00-1000:20 1000-1800:10,20 1800-2000:10"},
-        {"covers it", one, 0xc00, 0x2400, "c00-1000:20 1000-2000:10,20 2000-2400:20"},
-        {"over two keys and the gap", two, 0x1080, 0x1280,
+        {"same range", one, 0x1000, 0x1000, "1000-2000:10,20"},
+        {"same start, ends before", one, 0x1000, 0x800, "1000-1800:10,20 1800-2000:10"},
+        {"same start, ends after", one, 0x1000, 0x1400, "1000-2000:10,20 2000-2400:20"},
+        {"starts inside, same end", one, 0x1400, 0xc00, "1000-1400:10 1400-2000:10,20"},
+        {"inside", one, 0x1400, 0x400, "1000-1400:10 1400-1800:10,20 1800-2000:10"},
+        {"starts inside, ends after", one, 0x1400, 0x1000, "1000-1400:10 1400-2000:10,20 2000-2400:20"},
+        {"starts before, same end", one, 0xc00, 0x1400, "c00-1000:20 1000-2000:10,20"},
+        {"starts before, ends inside", one, 0xc00, 0xc00, "c00-1000:20 1000-1800:10,20 1800-2000:10"},
+        {"covers it", one, 0xc00, 0x1800, "c00-1000:20 1000-2000:10,20 2000-2400:20"},
+        {"over two keys and the gap", two, 0x1080, 0x200,
          "1000-1080:10 1080-1100:10,20 1100-1200:20 1200-1280:11,20 1280-1300:11"},
-        {"over two keys, beyond both ends", two, 0xf00, 0x1400,
+        {"over two keys, beyond both ends", two, 0xf00, 0x500,
          "f00-1000:20 1000-1100:10,20 1100-1200:20 1200-1300:11,20 1300-1400:20"},
     };
     for (const Case& c : cases) {
@@ -98,7 +86,7 @@ TEST_F(JitDataManagerTest, NewCodeOverOldCodeSplitsTheAddressPieces) {
         std::vector<JitMethod::Ptr> oldMethods;
         for (u32_t i = 0; i < c.old.size(); ++i)
             oldMethods.push_back(store.loadCode(i + 1, c.old[i].first, c.old[i].second, 0x100000 * (i + 1), 0x10 + i));
-        const JitMethod::Ptr newMethod = store.loadCode(99, c.start, c.end, 0x900000, 0x20);
+        const JitMethod::Ptr newMethod = store.loadCode(99, c.start, c.length, 0x900000, 0x20);
         ASSERT_EQ(c.pieces, store.pieces());
         for (const JitMethod::Ptr& old : oldMethods)
             EXPECT_EQ(0x20u, old->codeRegions().front()->unloadTime());
@@ -125,8 +113,8 @@ TEST_F(JitDataManagerTest, NewCodeOverOldCodeSplitsTheAddressPieces) {
 }
 
 TEST_F(JitDataManagerTest, OlderCodeArrivingLaterGoesInFrontOfTheHistory) {
-    const JitMethod::Ptr newer = loadCode(1, 0x1000, 0x1100, 0x100, 20);
-    const JitMethod::Ptr older = loadCode(2, 0x1000, 0x1100, 0x200, 10);
+    const JitMethod::Ptr newer = loadCode(1, 0x1000, 0x100, 0x100, 20);
+    const JitMethod::Ptr older = loadCode(2, 0x1000, 0x100, 0x200, 10);
     EXPECT_EQ("1000-1100:a,14", pieces());
     EXPECT_EQ(0u, newer->codeRegions().front()->unloadTime());
     EXPECT_EQ(0u, older->codeRegions().front()->unloadTime());
@@ -138,7 +126,7 @@ TEST_F(JitDataManagerTest, OlderCodeArrivingLaterGoesInFrontOfTheHistory) {
 
 TEST_F(JitDataManagerTest, RefusedRegionsReportAndKeepWhatWasDone) {
     LogCapture log;
-    loadCode(1, 0x1000, 0x1100, 0x100, 10);
+    loadCode(1, 0x1000, 0x100, 0x100, 10);
     const JitMethod::Ptr sameTime = makeMethod(2, 10, {makeRegion(0x1080, 0x100, 0x500, 10)});
     EXPECT_EQ(meMalformedRecord, load(sameTime));
     EXPECT_TRUE(log.contains("Couldn't add a splitted region (ip range = 0x1080-0x1180, loadTime=0xa) in the "
@@ -155,11 +143,11 @@ TEST_F(JitDataManagerTest, RefusedRegionsReportAndKeepWhatWasDone) {
 
 TEST_F(JitDataManagerTest, RepeatedMethodIdsMergeIntoTheFirstArrival) {
     manager.setCollectorType(ctJitProfiler);
-    const JitMethod::Ptr other = loadCode(2, 0x5000, 0x5100, 0x5000, 10);
-    const JitMethod::Ptr first = loadCode(1, 0x1000, 0x1100, 0x100, 10);
-    loadCode(1, 0x2000, 0x2100, 0x500, 5);
+    const JitMethod::Ptr other = loadCode(2, 0x5000, 0x100, 0x5000, 10);
+    const JitMethod::Ptr first = loadCode(1, 0x1000, 0x100, 0x100, 10);
+    loadCode(1, 0x2000, 0x100, 0x500, 5);
     EXPECT_EQ(5u, first->getLoadTime());
-    loadCode(1, 0x3000, 0x3100, 0x900, 30);
+    loadCode(1, 0x3000, 0x100, 0x900, 30);
     EXPECT_EQ(5u, first->getLoadTime());
     // The latest record's start counts, not the lowest ever seen.
     EXPECT_EQ(0x900u, first->getStartJitRva());
@@ -181,8 +169,8 @@ TEST_F(JitDataManagerTest, RepeatedMethodIdsMergeIntoTheFirstArrival) {
 
 // A file read again after a failure brings the same records with the same numbers.
 TEST_F(JitDataManagerTest, RecordsReadAgainChangeNothing) {
-    const JitMethod::Ptr method = loadCode(1, 0x1000, 0x1100, 0x100, 10);
-    loadCode(2, 0x1000, 0x1100, 0x200, 20);
+    const JitMethod::Ptr method = loadCode(1, 0x1000, 0x100, 0x100, 10);
+    loadCode(2, 0x1000, 0x100, 0x200, 20);
     EXPECT_TRUE(manager.cachedParentMethods().empty()) << "only the profiler's parents wait for inlines";
     LogCapture log;
     EXPECT_EQ(meSuccess, load(makeMethod(1, 10, {makeRegion(0x1000, 0x100, 0x100, 10)})));
@@ -196,7 +184,7 @@ TEST_F(JitDataManagerTest, RecordsReadAgainChangeNothing) {
 
 TEST_F(JitDataManagerTest, SecondPreJittedCopyOfTheSameCodeIsDropped) {
     LogCapture log;
-    const JitMethod::Ptr method = loadCode(1, 0x1000, 0x1100, 0x100, 1);
+    const JitMethod::Ptr method = loadCode(1, 0x1000, 0x100, 0x100, 1);
     EXPECT_EQ(meSuccess, load(makeMethod(1, 1, {makeRegion(0x1000, 0x100, 0x900, 1)})));
     EXPECT_EQ(1u, log.count("because there are two pre-jitted code ranges                         located on the "
                             "same address space for the same method"));
@@ -212,11 +200,11 @@ TEST_F(JitDataManagerTest, SecondPreJittedCopyOfTheSameCodeIsDropped) {
 // Method 1 at 0x1000 lives from 5 to 9, when method 2 replaces it; method 3 sits
 // right behind; method 4 at 0x2000 was partly overwritten by method 5 at 9.
 TEST_F(JitDataManagerTest, SamplesResolveByAddressAndTime) {
-    const JitMethod::Ptr m1 = loadCode(1, 0x1000, 0x1100, 0x100, 5);
-    const JitMethod::Ptr m2 = loadCode(2, 0x1000, 0x1100, 0x200, 9);
-    const JitMethod::Ptr m3 = loadCode(3, 0x1100, 0x1200, 0x300, 5);
-    const JitMethod::Ptr m4 = loadCode(4, 0x2000, 0x2100, 0x400, 5);
-    loadCode(5, 0x2080, 0x2100, 0x500, 9);
+    const JitMethod::Ptr m1 = loadCode(1, 0x1000, 0x100, 0x100, 5);
+    const JitMethod::Ptr m2 = loadCode(2, 0x1000, 0x100, 0x200, 9);
+    const JitMethod::Ptr m3 = loadCode(3, 0x1100, 0x100, 0x300, 5);
+    const JitMethod::Ptr m4 = loadCode(4, 0x2000, 0x100, 0x400, 5);
+    loadCode(5, 0x2080, 0x80, 0x500, 9);
     struct Case {
         u64_t address;
         u64_t tsc;
@@ -256,9 +244,9 @@ TEST_F(JitDataManagerTest, SamplesResolveByAddressAndTime) {
 }
 
 TEST_F(JitDataManagerTest, JitRvasResolveToTheirTopLevelMethod) {
-    const JitMethod::Ptr m1 = loadCode(1, 0x1000, 0x1100, 0x100, 5);
-    const JitMethod::Ptr m2 = loadCode(2, 0x3000, 0x3010, 0x200, 5);
-    const JitMethod::Ptr m3 = loadCode(3, 0x4000, 0x4010, 0x210, 5);
+    const JitMethod::Ptr m1 = loadCode(1, 0x1000, 0x100, 0x100, 5);
+    const JitMethod::Ptr m2 = loadCode(2, 0x3000, 0x10, 0x200, 5);
+    const JitMethod::Ptr m3 = loadCode(3, 0x4000, 0x10, 0x210, 5);
     const std::vector<std::pair<jit_rva_t, JitMethod::Ptr>> cases = {
         {0x100, m1}, {0x1ff, m1}, {0x200, m2}, {0x20f, m2}, {0x210, m3}, {0x220, nullptr}, {0, nullptr},
         {kNoJitRva - 1, nullptr}, {kNoJitRva, nullptr}};
@@ -277,9 +265,9 @@ TEST_F(JitDataManagerTest, JitRvasResolveToTheirTopLevelMethod) {
 }
 
 TEST_F(JitDataManagerTest, CalleeIsLookedUpAsAtTheCallersLoadTime) {
-    loadCode(1, 0x1000, 0x1100, 0x100, 5);
-    loadCode(2, 0x2000, 0x2100, 0x200, 3);
-    loadCode(3, 0x2000, 0x2100, 0x300, 8);
+    loadCode(1, 0x1000, 0x100, 0x100, 5);
+    loadCode(2, 0x2000, 0x100, 0x200, 3);
+    loadCode(3, 0x2000, 0x100, 0x300, 8);
     LogCapture log;
     u64_t callee = 0;
     EXPECT_EQ(meSuccess, manager.getCalleeTarget(0x150, 0x2010, callee));
@@ -294,11 +282,11 @@ TEST_F(JitDataManagerTest, JitIdConversionUsesTheSnapshotOfItsFirstUse) {
     u64_t result = 0;
     EXPECT_EQ(meNotFound, manager.translateToJitRva(1, 0x1000, 0x100, 0x1000, result));
     // Built empty, so the next call builds again.
-    loadCode(1, 0x1000, 0x1100, 0x100, 5);
-    loadCode(2, 0x2000, 0x2100, 0x200, 5);
+    loadCode(1, 0x1000, 0x100, 0x100, 5);
+    loadCode(2, 0x2000, 0x100, 0x200, 5);
     EXPECT_EQ(meSuccess, manager.translateToJitRva(2, 0x2010, 0x100, 0x1000, result));
     EXPECT_EQ(0x210u, result);
-    loadCode(3, 0x3000, 0x3100, 0x300, 5);
+    loadCode(3, 0x3000, 0x100, 0x300, 5);
     EXPECT_EQ(meNotFound, manager.translateToJitRva(3, 0x3010, 0x100, 0x1000, result));
 }
 

@@ -24,16 +24,14 @@ const Bytes kPatch = {0xaa, 0xbb, 0xcc, 0xdd};
 const Bytes kRefused;
 
 // Method 100 holds 16 bytes at 0x1000 from time 10; method 101 sits at 0x2000.
-class JitDataManagerUpdateTest : public ::testing::Test {
+class JitDataManagerUpdateTest : public ::testing::Test, protected korvane_test::Store {
 protected:
     void SetUp() override {
         manager.setCollectorType(ctJitProfiler);
         region = makeRegion(0x1000, 16, 0x100, 10);
         region->setContent(makeBytes(kOriginal));
-        JitMethod::Ptr owner = makeMethod(100, 10, {region});
-        JitMethod::Ptr other = makeMethod(101, 10, {makeRegion(0x2000, 16, 0x200, 10)});
-        ASSERT_EQ(meSuccess, manager.processMethodLoadRecord(kPid, kHost, owner));
-        ASSERT_EQ(meSuccess, manager.processMethodLoadRecord(kPid, kHost, other));
+        ASSERT_EQ(meSuccess, load(makeMethod(100, 10, {region})));
+        loadCode(101, 0x2000, 16, 0x200, 10);
     }
 
     korvane_error_t update(u32_t id, u64_t start, u32_t length, const Bytes& bytes, u64_t loadTime = 20) {
@@ -44,7 +42,6 @@ protected:
         return manager.processMethodUpdateRecord(kPid, kHost, method);
     }
 
-    JitDataManager manager;
     Region::Ptr region;
 };
 
