@@ -174,24 +174,6 @@ TEST(JitFilesManagerTest, RepeatedPathIsScannedOnce) {
     }
 }
 
-TEST(JitFilesManagerTest, NewFileMarksAProcessUnread) {
-    TempDir dir;
-    writeFiles(dir, {{"h.1.jit", 5}});
-    PathList paths({dir.str()});
-    JitFilesManager manager;
-    ASSERT_EQ(meSuccess, manager.initialize(paths.iterator(), taAny));
-    JitFilesManager::ProcessJitInfo* process = manager.getProcessJitInfo(1, 1);
-    process->m_isRead = true;
-    u64_t next = 1000;
-    ASSERT_EQ(meSuccess, manager.addJitFileInfo(dir.file("h.1.jit"), "h.1.jit", next));
-    EXPECT_FALSE(process->m_isRead);
-    EXPECT_EQ(1005u, next);
-    EXPECT_EQ(1000u, process->m_files.back().m_startJitRva);
-    EXPECT_EQ(meNotFound, manager.addJitFileInfo(dir.file("h.1.jit"), "bad.jit", next));
-    EXPECT_EQ(1005u, next);
-    EXPECT_EQ(2u, process->m_files.size());
-}
-
 TEST(JitFilesManagerTest, HostNamesStayValidWhileHostsAreAdded) {
     TempDir dir;
     for (int host = 0; host < 40; ++host)

@@ -62,7 +62,8 @@ TEST(JitIdConverterTest, JitIdsCountFromTheFilesFirstRegion) {
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::Message() << "jit id " << c.jitId << " at " << std::hex << c.address);
         u64_t jitRva = 0;
-        EXPECT_EQ(c.jitRva ? meSuccess : meNotFound, converter.convert(c.jitId, c.address, c.fileStart, c.fileEnd, jitRva));
+        const korvane_error_t result = converter.convert(c.jitId, c.address, c.fileStart, c.fileEnd, jitRva);
+        EXPECT_EQ(c.jitRva ? meSuccess : meNotFound, result);
         EXPECT_EQ(c.jitRva, jitRva);
     }
     u64_t untouched = 9;

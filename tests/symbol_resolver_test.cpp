@@ -20,7 +20,8 @@ typedef boost::intrusive_ptr<ISymbolResolver> ResolverPtr;
 TEST(SymbolResolverTest, DirectoriesOfEveryKind) {
     TempDir dir;
     const TraceWriter trace = profilerTrace().loadV3(methodAt(1, 0x1000, 0x20, 10, "run"));
-    for (const char* name : {"good/h.1.jit", "mixed/h.1.jit", "mixed/notes.txt", "bad-name/h.1.jit", "bad-name/a.jit"}) {
+    for (const char* name :
+         {"good/h.1.jit", "mixed/h.1.jit", "mixed/notes.txt", "bad-name/h.1.jit", "bad-name/a.jit"}) {
         dir.mkdir(boost::filesystem::path(name).parent_path().string());
         dir.write(name, trace);
     }
@@ -55,18 +56,6 @@ TEST(SymbolResolverTest, DirectoriesOfEveryKind) {
         EXPECT_EQ(c.host ? std::string(c.host) : "(null)", host ? std::string(host) : "(null)");
         EXPECT_EQ(meInvalidArgument, resolver->getHostNameById(1, nullptr));
     }
-}
-
-TEST(SymbolResolverTest, LocatorIsHeldForTheResolversLifeOnly) {
-    boost::intrusive_ptr<ISymbolFileLocator> locator(new ISymbolFileLocator());
-    korvane_test::PathList paths({});
-    ResolverPtr resolver = ISymbolResolver::create(paths.iterator(), locator);
-    ASSERT_TRUE(resolver);
-    EXPECT_EQ(3u, locator->addRef());
-    locator->release();
-    resolver.reset();
-    EXPECT_EQ(2u, locator->addRef());
-    locator->release();
 }
 
 // Host "alpha", process 100, in two files: the first (by name) holds a method

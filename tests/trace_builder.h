@@ -99,9 +99,10 @@ public:
                     trace.inlineLoad(inlineAt(1000000 + method, method + 1, address + shape.length / 4,
                                               shape.length / 4, 10, 500 + method));
             }
-            for (std::uint32_t method = 0; method < shape.replaced; ++method)
-                trace.loadV3(
-                    methodAt(2000000 + method, addressOf(process, method) + shape.length / 2, shape.length, 50, "late"));
+            for (std::uint32_t method = 0; method < shape.replaced; ++method) {
+                const std::uint64_t shifted = addressOf(process, method) + shape.length / 2;
+                trace.loadV3(methodAt(2000000 + method, shifted, shape.length, 50, "late"));
+            }
             m_files.push_back(m_dir.write(shape.host + "." + std::to_string(process) + ".jit", trace));
         }
     }
