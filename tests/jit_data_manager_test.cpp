@@ -278,16 +278,4 @@ TEST_F(JitDataManagerTest, CalleeIsLookedUpAsAtTheCallersLoadTime) {
     EXPECT_EQ(meNotFound, manager.getCalleeTarget(kNoJitRva, 0x2010, callee));
 }
 
-TEST_F(JitDataManagerTest, JitIdConversionUsesTheSnapshotOfItsFirstUse) {
-    u64_t result = 0;
-    EXPECT_EQ(meNotFound, manager.translateToJitRva(1, 0x1000, 0x100, 0x1000, result));
-    // Built empty, so the next call builds again.
-    loadCode(1, 0x1000, 0x100, 0x100, 5);
-    loadCode(2, 0x2000, 0x100, 0x200, 5);
-    EXPECT_EQ(meSuccess, manager.translateToJitRva(2, 0x2010, 0x100, 0x1000, result));
-    EXPECT_EQ(0x210u, result);
-    loadCode(3, 0x3000, 0x100, 0x300, 5);
-    EXPECT_EQ(meNotFound, manager.translateToJitRva(3, 0x3010, 0x100, 0x1000, result));
-}
-
 } // namespace
