@@ -99,7 +99,7 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesFindTheirParentsInAnyOrder) {
 
 // Inlines against a parent region at 0x1000-0x1100, in arrival order.
 TEST(JitDataManagerInlineTest, ProfilerInlinesMustFitTheParentAndTheirSiblings) {
-    struct Spec {
+    struct Arrival {
         u32_t id;
         u64_t start;
         u32_t length;
@@ -107,7 +107,7 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesMustFitTheParentAndTheirSiblings) 
     };
     struct Case {
         const char* name;
-        std::vector<Spec> inlines;
+        std::vector<Arrival> inlines;
         const char* message;
     };
     const std::vector<Case> cases = {
@@ -129,11 +129,11 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesMustFitTheParentAndTheirSiblings) 
         InlineStore store(ctJitProfiler);
         const JitMethod::Ptr parent = store.loadParent(0x1000, 0x100);
         std::size_t attached = 0;
-        for (const Spec& spec : c.inlines) {
-            const JitMethod::Ptr method = makeInline(spec.id, kParent, spec.start, spec.length);
-            EXPECT_EQ(spec.attached ? meSuccess : meNotFound, store.loadInline(method));
-            EXPECT_EQ(spec.attached, method->attachedToParent());
-            attached += spec.attached ? 1 : 0;
+        for (const Arrival& arrival : c.inlines) {
+            const JitMethod::Ptr method = makeInline(arrival.id, kParent, arrival.start, arrival.length);
+            EXPECT_EQ(arrival.attached ? meSuccess : meNotFound, store.loadInline(method));
+            EXPECT_EQ(arrival.attached, method->attachedToParent());
+            attached += arrival.attached ? 1 : 0;
         }
         EXPECT_EQ(attached, parent->codeRegions().front()->inlinedRegions().size());
         EXPECT_EQ(c.inlines.size(), store.manager.cachedParentMethods().count(parent->getMethodId()) - 1);
