@@ -1,4 +1,4 @@
-// The generic iterator and the reference-counted root, as a caller uses them.
+// The generic iterator, as a caller uses it.
 #include "platform/debug.h"
 
 #include <korvane/jitreader.h>
@@ -56,23 +56,6 @@ TEST(GenericIteratorTest, WalkWrapsAroundAndCopiesWalkIndependently) {
     generic_iterator_t<int> defaults{DefaultsHandler()};
     EXPECT_TRUE(defaults.supports(0));
     EXPECT_FALSE(defaults.supports(1) || defaults.reset());
-}
-
-struct Counted : korvane_3_10::BaseObject {
-    explicit Counted(bool& destroyed) : m_destroyed(destroyed) {}
-    ~Counted() override { m_destroyed = true; }
-    bool& m_destroyed;
-};
-
-TEST(BaseObjectTest, CountsReferencesAndDeletesAtZero) {
-    bool destroyed = false;
-    Counted* object = new Counted(destroyed);
-    EXPECT_EQ(1u, object->addRef());
-    EXPECT_EQ(2u, object->addRef());
-    EXPECT_EQ(1u, object->release());
-    EXPECT_FALSE(destroyed);
-    EXPECT_EQ(0u, object->release());
-    EXPECT_TRUE(destroyed);
 }
 
 } // namespace

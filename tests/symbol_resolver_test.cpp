@@ -53,7 +53,7 @@ TEST(SymbolResolverTest, DirectoriesOfEveryKind) {
         EXPECT_FALSE(resolver->getSymbol(0) || resolver->getSymbol(~jit_rva_t(0)));
         const char* host = "x";
         EXPECT_EQ(meSuccess, resolver->getHostNameById(1, &host));
-        EXPECT_EQ(c.host ? std::string(c.host) : "(null)", host ? std::string(host) : "(null)");
+        EXPECT_STREQ(c.host, host);
         EXPECT_EQ(meInvalidArgument, resolver->getHostNameById(1, nullptr));
     }
 }

@@ -6,6 +6,7 @@
 #include "tool_runner.h"
 
 #include "test_support.h"
+#include "trace_builder.h"
 
 #include <gtest/gtest.h>
 
@@ -40,18 +41,11 @@ LoadRecord javaMethod(std::uint32_t id, const char* className, const char* metho
 class ToolCommandsTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        korvane_tracewriter::InlineRecord price;
-        price.methodId = 2;
-        price.parentId = 1;
-        price.loadTime = 101;
-        price.startAddress = kBase + 0x20;
-        price.length = 0x10;
-        price.code = Bytes(0x10, 0x90);
+        korvane_tracewriter::InlineRecord price = korvane_test::inlineAt(2, 1, kBase + 0x20, 0x10, 101, 77);
         price.className = "Lshop/Item;";
         price.methodName = "price()J";
         price.sourceFileName = "Item.java";
         price.languageType = 5;
-        price.nativeToSource = {{0, 0x10, 77}};
         m_dir.write("shop.42.jit", TraceWriter()
                                        .magic()
                                        .collectorType(1)
