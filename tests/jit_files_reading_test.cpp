@@ -32,7 +32,8 @@ std::set<std::string> methodNames(const JitDataManager& manager) {
     return names;
 }
 
-korvane_tracewriter::TraceWriter damagedTrace(bool damaged) {
+// The second file of process 7: two methods, with a record no reader knows between them when damaged.
+korvane_tracewriter::TraceWriter secondFile(bool damaged) {
     korvane_tracewriter::TraceWriter trace = profilerTrace().loadV3(methodAt(2, 0x2000, 0x40, 10, "second"));
     if (damaged)
         trace.sized(kUnknownType, {1, 2, 3, 4});
@@ -46,7 +47,7 @@ protected:
     void SetUp() override {
         dir.write("h.1.jit", profilerTrace().loadV3(methodAt(1, 0x1000, 0x40, 10, "run")));
         dir.write("h.7-1.jit", profilerTrace().loadV3(methodAt(1, 0x1000, 0x40, 10, "first")));
-        damaged = dir.write("h.7-2.jit", damagedTrace(true));
+        damaged = dir.write("h.7-2.jit", secondFile(true));
         dir.write("h.7-3.jit", profilerTrace().loadV3(methodAt(4, 0x4000, 0x40, 10, "third")));
         korvane_test::PathList paths({dir.str()});
         ASSERT_EQ(meSuccess, files.initialize(paths.iterator(), taAny));
@@ -88,7 +89,7 @@ TEST_F(JitFilesReadingTest, ReadingOneProcessStopsAtTheFailingFileAndStartsOverN
     EXPECT_EQ(meNotFound, files.readJitFiles(7, hostId + 1, dmModulesOnly, manager));
 
     // Once the file is whole, the next call gets through and the process counts as read.
-    damagedTrace(false).writeTo(damaged);
+    secondFile(false).writeTo(damaged);
     EXPECT_EQ(meSuccess, files.readJitFiles(7, hostId, dmModulesOnly, manager));
     EXPECT_EQ(std::set<std::string>({"App::first", "App::second", "App::lost", "App::third"}), methodNames(manager));
     LogCapture log(log4cplus::INFO_LOG_LEVEL);
