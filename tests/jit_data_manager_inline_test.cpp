@@ -11,32 +11,19 @@
 namespace {
 
 using namespace korvane_3_10;
-using korvane_test::kHost;
-using korvane_test::kPid;
 using korvane_test::LogCapture;
 using korvane_test::makeInline;
-using korvane_test::makeMethod;
-using korvane_test::makeRegion;
 
 const u32_t kParent = 100;
 const u32_t kOuter = 200;
 const u32_t kInner = 300;
 
-struct InlineStore {
-    explicit InlineStore(u32_t collectorType) { manager.setCollectorType(collectorType); }
-
-    korvane_error_t load(JitMethod::Ptr method) { return manager.processMethodLoadRecord(kPid, kHost, method); }
-    korvane_error_t loadInline(JitMethod::Ptr method) {
-        return manager.processMethodInlineLoadRecord(kPid, kHost, method);
+// A data manager of the given collector; parents are methods of one region 0x100 long.
+struct InlineStore : korvane_test::Store {
+    explicit InlineStore(u32_t collectorType) : korvane_test::Store(collectorType) {}
+    JitMethod::Ptr loadParent(u64_t start, jit_rva_t jitRva, u64_t loadTime = 10, u32_t id = kParent) {
+        return loadCode(id, start, 0x100, jitRva, loadTime);
     }
-    // A parent of one region, registered under kParent.
-    JitMethod::Ptr loadParent(u64_t start, jit_rva_t jitRva, u64_t loadTime = 10) {
-        JitMethod::Ptr parent = makeMethod(kParent, loadTime, {makeRegion(start, 0x100, jitRva, loadTime)});
-        EXPECT_EQ(meSuccess, load(parent));
-        return parent;
-    }
-
-    JitDataManager manager;
 };
 
 JitMethod::Ptr withLine(const JitMethod::Ptr& method, u32_t line) {
@@ -69,10 +56,7 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesFindTheirParentsInAnyOrder) {
         {"QIR", 0x400,
          "Couldn't cached inline method (method id = 0xc8, ip range = 0x1040-0x1060) because parent method has not ip "
          "range suitable for insert.The cached inline method is stayed awaiting for a parent."},
-        {"NIP", 0x100, waiting},
-        {"INP", 0x100, waiting},
-        {"PNI", 0x100, nullptr},
-        {"PIN", 0x100, nullptr},
+        {"NIP", 0x100, waiting}, {"INP", 0x100, waiting}, {"PNI", 0x100, nullptr}, {"PIN", 0x100, nullptr},
         {"NPI", 0x100, nullptr},
     };
     for (const Case& c : cases) {
@@ -93,9 +77,7 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesFindTheirParentsInAnyOrder) {
             else
                 EXPECT_EQ(meSuccess, store.loadInline(step == 'I' ? outer : inner));
         }
-        if (c.message) {
-            EXPECT_TRUE(log.contains(c.message));
-        }
+        EXPECT_TRUE(!c.message || log.contains(c.message));
         EXPECT_EQ(1u, store.manager.inlineMethods().count(outer->getMethodId()));
         for (int round = 0; round < 2; ++round) {
             store.manager.finalize();
@@ -117,7 +99,7 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesFindTheirParentsInAnyOrder) {
 
 // Inlines against a parent region at 0x1000-0x1100, in arrival order.
 TEST(JitDataManagerInlineTest, ProfilerInlinesMustFitTheParentAndTheirSiblings) {
-    struct Spec {
+    struct Arrival {
         u32_t id;
         u64_t start;
         u32_t length;
@@ -125,23 +107,20 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesMustFitTheParentAndTheirSiblings) 
     };
     struct Case {
         const char* name;
-        std::vector<Spec> inlines;
+        std::vector<Arrival> inlines;
         const char* message;
     };
     const std::vector<Case> cases = {
         {"the whole region", {{200, 0x1000, 0x100, true}}, nullptr},
-        {"one byte beyond the end",
-         {{200, 0x10f0, 0x11, false}},
+        {"one byte beyond the end", {{200, 0x10f0, 0x11, false}},
          "Couldn't inline method (method id = 0xc8, ip range = 0x10f0-0x1101) because it overlaps parent's ip range "
          "0x1000-0x1100"},
-        {"touching the end", {{200, 0x1100, 0x10, false}}, "because it overlaps parent's ip range 0x1000-0x1100"},
+        {"touching the end", {{200, 0x1100, 0x10, false}}, nullptr},
         {"the same range twice", {{200, 0x1040, 0x20, true}, {201, 0x1040, 0x20, true}}, nullptr},
-        {"a holder after its inner one",
-         {{200, 0x1040, 0x10, true}, {201, 0x1040, 0x20, false}},
+        {"a holder after its inner one", {{200, 0x1040, 0x10, true}, {201, 0x1040, 0x20, false}},
          "because it intersects another parent's inline with range 0x1040-0x1050"},
         {"an inner one after its holder", {{201, 0x1040, 0x20, true}, {200, 0x1040, 0x10, true}}, nullptr},
-        {"the same id twice",
-         {{200, 0x1040, 0x20, true}, {200, 0x1070, 0x10, true}},
+        {"the same id twice", {{200, 0x1040, 0x20, true}, {200, 0x1070, 0x10, true}},
          "Already cached inline method (method id = 0xc8)"},
     };
     for (const Case& c : cases) {
@@ -150,17 +129,15 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesMustFitTheParentAndTheirSiblings) 
         InlineStore store(ctJitProfiler);
         const JitMethod::Ptr parent = store.loadParent(0x1000, 0x100);
         std::size_t attached = 0;
-        for (const Spec& spec : c.inlines) {
-            const JitMethod::Ptr method = makeInline(spec.id, kParent, spec.start, spec.length);
-            EXPECT_EQ(spec.attached ? meSuccess : meNotFound, store.loadInline(method));
-            EXPECT_EQ(spec.attached, method->attachedToParent());
-            attached += spec.attached ? 1 : 0;
+        for (const Arrival& arrival : c.inlines) {
+            const JitMethod::Ptr method = makeInline(arrival.id, kParent, arrival.start, arrival.length);
+            EXPECT_EQ(arrival.attached ? meSuccess : meNotFound, store.loadInline(method));
+            EXPECT_EQ(arrival.attached, method->attachedToParent());
+            attached += arrival.attached ? 1 : 0;
         }
         EXPECT_EQ(attached, parent->codeRegions().front()->inlinedRegions().size());
         EXPECT_EQ(c.inlines.size(), store.manager.cachedParentMethods().count(parent->getMethodId()) - 1);
-        if (c.message) {
-            EXPECT_TRUE(log.contains(c.message));
-        }
+        EXPECT_TRUE(!c.message || log.contains(c.message));
     }
 }
 
@@ -176,14 +153,15 @@ TEST(JitDataManagerInlineTest, InlineRecordsReadAgainAreNotPlacedTwice) {
         EXPECT_EQ(meSuccess, store.loadInline(makeInline(id, parentId, 0x1040, 0x20)));
         EXPECT_EQ(1u, parent->codeRegions().front()->inlinedRegions().size());
         // Another method inlined over the same range is no repeat.
-        const JitMethod::Ptr other = makeInline(id, parentId, 0x1040, 0x20);
+        JitMethod::Ptr other = makeInline(id, parentId, 0x1040, 0x20);
         other->methodInfo()->setMethodName("other");
         EXPECT_EQ(meSuccess, store.loadInline(other));
         EXPECT_TRUE(other->attachedToParent());
     }
 }
 
-TEST(JitDataManagerInlineTest, ProfilerInlinesNeedBothIds) {
+// Inlines need both ids, and parent code that is still there.
+TEST(JitDataManagerInlineTest, ProfilerInlinesNeedBothIdsAndLiveParentCode) {
     LogCapture log;
     InlineStore store(ctJitProfiler);
     EXPECT_EQ(meNotFound, store.loadInline(makeInline(0, kParent, 0x1040, 0x20)));
@@ -191,14 +169,10 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesNeedBothIds) {
     EXPECT_EQ(meNotFound, store.loadInline(makeInline(kOuter, 0, 0x1040, 0x20)));
     EXPECT_TRUE(log.contains("Couldn't inline method (method id = 0xc8) because its parent id = 0 is invalid."));
     EXPECT_TRUE(store.manager.inlineMethods().empty());
-}
 
-TEST(JitDataManagerInlineTest, OverwrittenParentCodeTakesNoMoreInlines) {
-    InlineStore store(ctJitProfiler);
     const JitMethod::Ptr parent = store.loadParent(0x1000, 0x100, 10);
-    store.load(makeMethod(101, 20, {makeRegion(0x1000, 0x100, 0x200, 20)}));
+    store.loadParent(0x1000, 0x200, 20, kParent + 1);
     store.loadParent(0x2000, 0x300, 30);
-
     const JitMethod::Ptr onOldCode = makeInline(kOuter, kParent, 0x1040, 0x20);
     EXPECT_EQ(meSuccess, store.loadInline(onOldCode));
     EXPECT_FALSE(onOldCode->attachedToParent());
@@ -218,7 +192,7 @@ TEST(JitDataManagerInlineTest, InlinesNamingEachOtherAsParentDontFormARing) {
     EXPECT_EQ(meNotFound, store.loadInline(second));
     EXPECT_TRUE(first->attachedToParent());
     EXPECT_FALSE(second->attachedToParent());
-    EXPECT_TRUE(second->codeRegions().front()->inlinedRegions().size() == 1);
+    EXPECT_EQ(1u, second->codeRegions().front()->inlinedRegions().size());
     EXPECT_TRUE(first->codeRegions().front()->inlinedRegions().empty());
     EXPECT_TRUE(log.contains("because the parent's code region lies in it"));
 }

@@ -19,31 +19,31 @@ JitIdConverter converterOver(const std::vector<u64_t>& jitRvas) {
     return converter;
 }
 
+// A missing value stops the search next to where it would be, and never
+// outside the table; an empty table finds nothing.
 TEST(JitIdConverterTest, SearchStopsNextToValuesThatAreMissing) {
-    struct Case {
-        std::vector<u64_t> table;
-        u64_t wanted;
-        u32_t index;
-    };
     const std::vector<u64_t> five = {10, 20, 30, 40, 50};
-    const std::vector<Case> cases = {
-        {{10}, 10, 0},  {{10}, 3, 0},   {{10}, 99, 0},  {five, 30, 2}, {five, 10, 0}, {five, 50, 4},
-        {five, 20, 1},  {five, 40, 3},  {five, 35, 2},  {five, 55, 4}, {five, 15, 1}, {{10, 20}, 20, 1},
-        {{10, 20}, 25, 1},
-        // Below the first entry the search must stay inside the table.
-        {five, 1, 0},   {{10, 20}, 5, 0}, {{10, 20, 30}, 0, 0},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << "wanted " << c.wanted << " in " << c.table.size());
+    // Wanted value, then the index found in `five`.
+    const std::vector<std::pair<u64_t, u32_t>> inFive = {{30, 2}, {10, 0}, {50, 4}, {20, 1}, {40, 3},
+                                                         {35, 2}, {55, 4}, {15, 1}, {1, 0}};
+    for (const auto& c : inFive) {
         u32_t index = 77;
-        EXPECT_EQ(meSuccess, converterOver(c.table).findJitRva(c.wanted, index));
-        EXPECT_EQ(c.index, index);
+        EXPECT_EQ(meSuccess, converterOver(five).findJitRva(c.first, index)) << c.first;
+        EXPECT_EQ(c.second, index) << c.first;
+    }
+    for (const std::vector<u64_t>& table : {std::vector<u64_t>{10}, std::vector<u64_t>{10, 20}}) {
+        for (u64_t wanted : {u64_t(0), u64_t(10), u64_t(25)}) {
+            u32_t index = 77;
+            EXPECT_EQ(meSuccess, converterOver(table).findJitRva(wanted, index));
+            EXPECT_EQ(wanted < 20 ? 0u : table.size() - 1, index) << wanted << " in " << table.size();
+        }
     }
     u32_t index = 77;
     EXPECT_EQ(meNotFound, JitIdConverter().findJitRva(10, index));
     EXPECT_EQ(77u, index);
 }
 
+// Jit ids count from the file's first region, which must lie in the file's range.
 TEST(JitIdConverterTest, JitIdsCountFromTheFilesFirstRegion) {
     const JitIdConverter converter = converterOver({10, 20, 30, 40, 50});
     struct Case {
@@ -51,26 +51,19 @@ TEST(JitIdConverterTest, JitIdsCountFromTheFilesFirstRegion) {
         u64_t address;
         u64_t fileStart;
         u64_t fileEnd;
-        korvane_error_t result;
-        u64_t jitRva;
+        u64_t jitRva; // 0 when not found
     };
     const std::vector<Case> cases = {
-        {1, 0x3000, 30, 100, meSuccess, 30},
-        {2, 0x4004, 30, 100, meSuccess, 44},
-        {1, 0x3005, 30, 100, meNotFound, 0},
-        {1, 0x2fff, 30, 100, meNotFound, 0},
-        {3, 0x5000, 30, 100, meSuccess, 50},
-        {4, 0x6000, 30, 100, meNotFound, 0},
-        {2, 0x4000, 30, 40, meNotFound, 0},
-        {1, 0x1000, 10, 11, meSuccess, 10},
+        {1, 0x3000, 30, 100, 30}, {2, 0x4004, 30, 100, 44}, {1, 0x3005, 30, 100, 0}, {1, 0x2fff, 30, 100, 0},
+        {3, 0x5000, 30, 100, 50}, {4, 0x6000, 30, 100, 0},  {2, 0x4000, 30, 40, 0},  {1, 0x1000, 10, 11, 10},
         // A zero id and one whose sum with the index wraps name no entry.
-        {0, 0x3000, 30, 100, meNotFound, 0},
-        {0xffffffffu, 0x3000, 30, 100, meNotFound, 0},
+        {0, 0x3000, 30, 100, 0},  {0xffffffffu, 0x3000, 30, 100, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::Message() << "jit id " << c.jitId << " at " << std::hex << c.address);
         u64_t jitRva = 0;
-        EXPECT_EQ(c.result, converter.convert(c.jitId, c.address, c.fileStart, c.fileEnd, jitRva));
+        const korvane_error_t result = converter.convert(c.jitId, c.address, c.fileStart, c.fileEnd, jitRva);
+        EXPECT_EQ(c.jitRva ? meSuccess : meNotFound, result);
         EXPECT_EQ(c.jitRva, jitRva);
     }
     u64_t untouched = 9;

@@ -4,98 +4,57 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
-#include <string>
-
 namespace {
 
 using namespace korvane_3_10;
 using korvane_test::inlineAt;
 using korvane_test::methodAt;
-using korvane_test::PathList;
 using korvane_test::profilerTrace;
+using korvane_test::resolverOver;
+using korvane_test::symbolsByName;
 using korvane_test::TempDir;
 using korvane_tracewriter::TraceWriter;
 
 typedef boost::intrusive_ptr<ISymbolResolver> ResolverPtr;
 
-ResolverPtr resolverOver(const std::vector<std::string>& paths) {
-    PathList list(paths);
-    boost::intrusive_ptr<ISymbolFileLocator> noLocator;
-    return ISymbolResolver::create(list.iterator(), noLocator);
-}
-
-std::map<std::string, ISymbol::Ptr> symbolsByName(const ResolverPtr& resolver) {
-    std::map<std::string, ISymbol::Ptr> symbols;
-    for (auto walk = resolver->getSymbols(); !walk.at_end(); walk.next())
-        symbols[walk.current()->getMethodName()] = walk.current();
-    return symbols;
-}
-
-ICodeRegion::Ptr firstRegion(const ISymbol::Ptr& symbol) { return symbol->getRegions().current(); }
-
-class CountedLocator : public ISymbolFileLocator {};
-
-TEST(SymbolResolverTest, NoDirectoriesGiveAnEmptyWorkingResolver) {
-    const ResolverPtr resolver = resolverOver({});
-    ASSERT_TRUE(resolver);
-    EXPECT_TRUE(resolver->getSymbols().at_end());
-    for (jit_rva_t jitRva : {jit_rva_t(0), jit_rva_t(1), ~jit_rva_t(0)})
-        EXPECT_FALSE(resolver->getSymbol(jitRva));
-    const char* name = "x";
-    EXPECT_EQ(meSuccess, resolver->getHostNameById(1, &name));
-    EXPECT_EQ(nullptr, name);
-}
-
-TEST(SymbolResolverTest, LocatorIsHeldForTheResolversLifeOnly) {
-    boost::intrusive_ptr<ISymbolFileLocator> locator(new CountedLocator());
-    PathList paths({});
-    ResolverPtr resolver = ISymbolResolver::create(paths.iterator(), locator);
-    ASSERT_TRUE(resolver);
-    EXPECT_EQ(3u, locator->addRef());
-    locator->release();
-    resolver.reset();
-    EXPECT_EQ(2u, locator->addRef());
-    locator->release();
-}
-
 TEST(SymbolResolverTest, DirectoriesOfEveryKind) {
     TempDir dir;
-    const std::string empty = dir.mkdir("empty");
-    const std::string good = dir.mkdir("good");
-    const std::string mixed = dir.mkdir("mixed");
-    const std::string badName = dir.mkdir("bad-name");
     const TraceWriter trace = profilerTrace().loadV3(methodAt(1, 0x1000, 0x20, 10, "run"));
-    dir.write("good/h.1.jit", trace);
-    dir.write("mixed/h.1.jit", trace);
-    TraceWriter broken = profilerTrace();
-    broken.raw({9, 0, 0, 0, 1, 2});
-    dir.write("mixed/h.2.jit", broken);
-    dir.write("mixed/notes.txt", trace);
-    dir.write("bad-name/h.1.jit", trace);
-    dir.write("bad-name/a.jit", trace);
-
+    for (const char* name :
+         {"good/h.1.jit", "mixed/h.1.jit", "mixed/notes.txt", "bad-name/h.1.jit", "bad-name/a.jit"}) {
+        dir.mkdir(boost::filesystem::path(name).parent_path().string());
+        dir.write(name, trace);
+    }
+    dir.mkdir("empty");
+    dir.write("mixed/h.2.jit", profilerTrace().raw({9, 0, 0, 0, 1, 2}));
     struct Case {
         std::vector<std::string> paths;
         bool created;
         std::size_t symbols;
+        const char* host;
     };
     const std::vector<Case> cases = {
-        {{empty}, true, 0},
-        {{good}, true, 1},
-        {{mixed}, true, 1},
-        {{good, mixed}, true, 1},
-        {{badName}, false, 0},
-        {{good, dir.file("missing")}, false, 0},
-        {{dir.file("good/h.1.jit")}, false, 0},
+        {{}, true, 0, nullptr},
+        {{dir.file("empty")}, true, 0, nullptr},
+        {{dir.file("good")}, true, 1, "h"},
+        {{dir.file("mixed")}, true, 1, "h"},
+        {{dir.file("good"), dir.file("mixed")}, true, 1, "h"},
+        {{dir.file("bad-name")}, false, 0, nullptr},
+        {{dir.file("good"), dir.file("missing")}, false, 0, nullptr},
+        {{dir.file("good/h.1.jit")}, false, 0, nullptr},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.paths.front());
+        SCOPED_TRACE(c.paths.empty() ? "no path" : c.paths.back());
         const ResolverPtr resolver = resolverOver(c.paths);
         ASSERT_EQ(c.created, static_cast<bool>(resolver));
-        if (resolver) {
-            EXPECT_EQ(c.symbols, symbolsByName(resolver).size());
-        }
+        if (!resolver)
+            continue;
+        EXPECT_EQ(c.symbols, symbolsByName(*resolver).size());
+        EXPECT_FALSE(resolver->getSymbol(0) || resolver->getSymbol(~jit_rva_t(0)));
+        const char* host = "x";
+        EXPECT_EQ(meSuccess, resolver->getHostNameById(1, &host));
+        EXPECT_STREQ(c.host, host);
+        EXPECT_EQ(meInvalidArgument, resolver->getHostNameById(1, nullptr));
     }
 }
 
@@ -111,7 +70,7 @@ protected:
         dir.write("beta.100.jit", profilerTrace().loadV3(methodAt(1, 0x10000, 0x40, 10, "elsewhere")));
         resolver = resolverOver({dir.str()});
         ASSERT_TRUE(resolver);
-        symbols = symbolsByName(resolver);
+        symbols = symbolsByName(*resolver);
         ASSERT_EQ(3u, symbols.size());
     }
 
@@ -121,7 +80,9 @@ protected:
     std::map<std::string, ISymbol::Ptr> symbols;
 };
 
-TEST_F(SymbolResolverFilesTest, SymbolsAreFoundByEveryJitRvaOfTheirCode) {
+// The inline came with the first file; finalisations after the later files
+// leave its line table on its own numbers.
+TEST_F(SymbolResolverFilesTest, SymbolsAndInlinesAnswerForEveryJitRvaOfTheirCode) {
     const ISymbol::Ptr outer = symbols["App::outer"];
     const jit_rva_t start = outer->getStartJitRva();
     EXPECT_EQ(1u, start);
@@ -134,39 +95,31 @@ TEST_F(SymbolResolverFilesTest, SymbolsAreFoundByEveryJitRvaOfTheirCode) {
     EXPECT_EQ(102u, outer->getSourceLocation(start + 0x21)->getLine());
     EXPECT_STREQ("/opt/app/libouter.so", outer->getModule()->getFilePath());
 
+    const ICodeRegion::Ptr region = outer->getRegions().current();
+    const ISymbol::Ptr inlined = region->getInlinedSymbol(start + 0x15);
+    ASSERT_TRUE(inlined);
+    EXPECT_STREQ("App::inlined50", inlined->getMethodName());
+    EXPECT_EQ(start + 0x10, region->getInlinedCodeRegion(start + 0x15)->getStartJitRva());
+    ASSERT_TRUE(inlined->getSourceLocation(start + 0x15));
+    EXPECT_EQ(77u, inlined->getSourceLocation(start + 0x15)->getLine());
+    EXPECT_FALSE(region->getInlinedSymbol(start + 0x20));
+
     const ISymbol::Ptr elsewhere = symbols["App::elsewhere"];
     u32_t pid = 0;
     EXPECT_EQ(meSuccess, elsewhere->getPid(elsewhere->getStartJitRva(), pid));
     EXPECT_EQ(100u, pid);
     const char* host = nullptr;
-    EXPECT_EQ(meSuccess, resolver->getHostNameById(firstRegion(elsewhere)->getHostID(), &host));
+    EXPECT_EQ(meSuccess, resolver->getHostNameById(elsewhere->getRegions().current()->getHostID(), &host));
     EXPECT_STREQ("beta", host);
-    EXPECT_EQ(meInvalidArgument, resolver->getHostNameById(1, nullptr));
 }
 
-// The inline came with the first file; finalisations after the later files
-// leave its line table on its own numbers.
-TEST_F(SymbolResolverFilesTest, InlineOfAnEarlierFileKeepsItsSourceLine) {
-    const ICodeRegion::Ptr region = firstRegion(symbols["App::outer"]);
-    const jit_rva_t inlined = region->getStartJitRva() + 0x15;
-    const ISymbol::Ptr inlineSymbol = region->getInlinedSymbol(inlined);
-    ASSERT_TRUE(inlineSymbol);
-    EXPECT_STREQ("App::inlined50", inlineSymbol->getMethodName());
-    EXPECT_EQ(region->getStartJitRva() + 0x10, region->getInlinedCodeRegion(inlined)->getStartJitRva());
-    ASSERT_TRUE(inlineSymbol->getSourceLocation(inlined));
-    EXPECT_EQ(77u, inlineSymbol->getSourceLocation(inlined)->getLine());
-    EXPECT_FALSE(region->getInlinedSymbol(region->getStartJitRva() + 0x20));
-}
-
-TEST_F(SymbolResolverFilesTest, CalleesAreFoundInTheCallersProcess) {
+TEST_F(SymbolResolverFilesTest, CalleesAndJitIdsTranslateToJitRvas) {
     const jit_rva_t caller = symbols["App::caller"]->getStartJitRva();
     jit_rva_t callee = 0;
     EXPECT_EQ(meSuccess, resolver->getCalleeRegion(caller + 4, 0x10008, &callee));
     EXPECT_EQ(symbols["App::outer"]->getStartJitRva() + 8, callee);
     EXPECT_EQ(meNotFound, resolver->getCalleeRegion(caller + 4, 0x90000, &callee));
-}
 
-TEST_F(SymbolResolverFilesTest, JitIdsAndAddressesTranslateToJitRvas) {
     struct Case {
         u32_t jitId;
         address_t address;
@@ -182,7 +135,7 @@ TEST_F(SymbolResolverFilesTest, JitIdsAndAddressesTranslateToJitRvas) {
         {1, 0x10000, "alpha.100-1.jit", meFileNotCatalogued, unset},
         {1, 0x10003, first, meSuccess, 4},
         {1, 0x10040, first, meNotFound, 0},
-        {1, 0x20004, dir.file("alpha.100-2.jit"), meSuccess, symbols["App::caller"]->getStartJitRva() + 4},
+        {1, 0x20004, dir.file("alpha.100-2.jit"), meSuccess, caller + 4},
         // Jit ids count within their own file only.
         {2, 0x20000, first, meNotFound, 0},
         {9, 0x10000, first, meNotFound, 0},
@@ -203,18 +156,13 @@ TEST(SymbolResolverArchTest, WordSizeChoosesWhichLoadRecordsAreRead) {
     dir.write("h.1.jit", profilerTrace()
                              .loadV3(methodAt(1, 0x1000, 0x20, 10, "narrow"), korvane_tracewriter::Width::Bits32)
                              .loadV3(methodAt(2, 0x2000, 0x20, 10, "wide"), korvane_tracewriter::Width::Bits64));
-    struct Case {
-        bool any;
-        korvane_arch arch;
-        std::size_t symbols;
-    };
-    for (const Case& c : std::vector<Case>{{true, arch_xa32, 2}, {false, arch_xa32, 1}, {false, arch_xa64, 0}}) {
-        PathList paths({dir.str()});
+    EXPECT_EQ(2u, symbolsByName(*resolverOver({dir.str()})).size());
+    for (const auto& arch : {std::make_pair(arch_xa32, 1u), std::make_pair(arch_xa64, 0u)}) {
+        korvane_test::PathList paths({dir.str()});
         boost::intrusive_ptr<ISymbolFileLocator> noLocator;
-        const ResolverPtr resolver = c.any ? ISymbolResolver::create(paths.iterator(), noLocator)
-                                           : ISymbolResolver::create(paths.iterator(), noLocator, c.arch);
+        const ResolverPtr resolver = ISymbolResolver::create(paths.iterator(), noLocator, arch.first);
         ASSERT_TRUE(resolver);
-        EXPECT_EQ(c.symbols, symbolsByName(resolver).size());
+        EXPECT_EQ(arch.second, symbolsByName(*resolver).size());
     }
 }
 

@@ -1,11 +1,18 @@
-// Records of plausible traces, for the tests and benchmarks that read real files.
+// Records of plausible traces, generated trace directories and the front ends over
+// them, for the tests and benchmarks that read real files.
 #ifndef KORVANE_TESTS_TRACE_BUILDER_H
 #define KORVANE_TESTS_TRACE_BUILDER_H
 
+#include "test_support.h"
+
 #include "tracewriter/trace_writer.h"
 
+#include <korvane/jitreader.h>
+
 #include <cstdint>
+#include <map>
 #include <string>
+#include <vector>
 
 namespace korvane_test {
 
@@ -16,13 +23,8 @@ inline korvane_tracewriter::LoadRecord methodAt(std::uint32_t id, std::uint64_t 
     record.methodId = id;
     record.methodToken = 0x06000000 + id;
     record.loadTime = loadTime;
-    korvane_tracewriter::CodeRange range;
-    range.startAddress = address;
-    range.length = length;
-    range.code.assign(length, 0x90);
-    record.ranges.push_back(range);
+    record.ranges.push_back({address, length, korvane_tracewriter::Bytes(length, 0x90)});
     record.moduleName = "/opt/app/lib" + name + ".so";
-    record.architecture = 1;
     record.methodName = name;
     record.className = "App";
     record.sourceFileName = name + ".cs";
@@ -54,6 +56,71 @@ inline korvane_tracewriter::TraceWriter profilerTrace() {
     trace.magic().collectorType(1);
     return trace;
 }
+
+inline boost::intrusive_ptr<korvane_3_10::ISymbolResolver> resolverOver(const std::vector<std::string>& paths) {
+    PathList list(paths);
+    boost::intrusive_ptr<korvane_3_10::ISymbolFileLocator> noLocator;
+    return korvane_3_10::ISymbolResolver::create(list.iterator(), noLocator);
+}
+
+inline boost::intrusive_ptr<korvane_3_10::IJitLoader> loaderOver(const std::vector<std::string>& paths) {
+    PathList list(paths);
+    return korvane_3_10::IJitLoader::create(list.iterator());
+}
+
+inline std::map<std::string, korvane_3_10::ISymbol::Ptr> symbolsByName(korvane_3_10::ISymbolResolver& resolver) {
+    std::map<std::string, korvane_3_10::ISymbol::Ptr> symbols;
+    for (auto walk = resolver.getSymbols(); !walk.at_end(); walk.next())
+        symbols[walk.current()->getMethodName()] = walk.current();
+    return symbols;
+}
+
+// Processes 1 to `processes` of one host, each in one file: `methods` methods side
+// by side from time 10, an inline over the second quarter of every `inlineEvery`-th,
+// and the first `replaced` methods overwritten at time 50 by code half a method on.
+struct CorpusShape {
+    std::string host;
+    std::uint32_t processes;
+    std::uint32_t methods;
+    std::uint32_t length;
+    std::uint32_t inlineEvery;
+    std::uint32_t replaced;
+};
+
+class Corpus {
+public:
+    explicit Corpus(const CorpusShape& shape) : m_shape(shape) {
+        for (std::uint32_t process = 1; process <= shape.processes; ++process) {
+            korvane_tracewriter::TraceWriter trace = profilerTrace();
+            for (std::uint32_t method = 0; method < shape.methods; ++method) {
+                const std::uint64_t address = addressOf(process, method);
+                trace.loadV3(methodAt(method + 1, address, shape.length, 10, nameOf(process, method)));
+                if (method % shape.inlineEvery == 0)
+                    trace.inlineLoad(inlineAt(1000000 + method, method + 1, address + shape.length / 4,
+                                              shape.length / 4, 10, 500 + method));
+            }
+            for (std::uint32_t method = 0; method < shape.replaced; ++method) {
+                const std::uint64_t shifted = addressOf(process, method) + shape.length / 2;
+                trace.loadV3(methodAt(2000000 + method, shifted, shape.length, 50, "late"));
+            }
+            m_files.push_back(m_dir.write(shape.host + "." + std::to_string(process) + ".jit", trace));
+        }
+    }
+
+    static std::string nameOf(std::uint32_t process, std::uint32_t method) {
+        return "p" + std::to_string(process) + "m" + std::to_string(method);
+    }
+    std::uint64_t addressOf(std::uint32_t process, std::uint32_t method) const {
+        return 0x1000000ull * process + m_shape.length * method;
+    }
+    std::vector<std::string> paths() const { return {m_dir.str()}; }
+    const std::string& file(std::uint32_t process) const { return m_files[process - 1]; }
+
+private:
+    CorpusShape m_shape;
+    TempDir m_dir;
+    std::vector<std::string> m_files;
+};
 
 } // namespace korvane_test
 

@@ -62,6 +62,17 @@ bool ArgumentParser::parseCommand(const std::vector<std::string>& args, const st
     return true;
 }
 
+bool ArgumentParser::parseDirectoryCommand(const std::vector<std::string>& args, const std::string& usage,
+                                           std::ostream& out, std::ostream& err, int& exitCode) {
+    if (!parseCommand(args, usage, out, err, exitCode))
+        return false;
+    if (!m_positional.empty())
+        return true;
+    err << "Usage: korvane-jit " << usage << "\n";
+    exitCode = 2;
+    return false;
+}
+
 bool ArgumentParser::has(const std::string& option) const { return m_present.count(option) != 0; }
 
 std::string ArgumentParser::value(const std::string& option, const std::string& fallback) const {

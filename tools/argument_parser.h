@@ -24,6 +24,9 @@ public:
     // problems with the usage on err. False means the command ends with exitCode.
     bool parseCommand(const std::vector<std::string>& args, const std::string& usage, std::ostream& out,
                       std::ostream& err, int& exitCode);
+    // As parseCommand, for a command that wants at least one directory.
+    bool parseDirectoryCommand(const std::vector<std::string>& args, const std::string& usage, std::ostream& out,
+                               std::ostream& err, int& exitCode);
 
     const std::vector<std::string>& positional() const { return m_positional; }
     bool has(const std::string& option) const;

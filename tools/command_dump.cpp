@@ -1,6 +1,7 @@
 // korvane-jit dump: the full report of methods, disassembly included.
 #include "argument_parser.h"
 #include "command_registry.h"
+#include "text_output.h"
 #include "trace_directories.h"
 
 #include "jitreader/jit_method.h"
@@ -21,12 +22,8 @@ bool nameMatches(const ISymbol& symbol, const std::string& text) {
 int dumpMethods(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
     ArgumentParser arguments({"--method", "--rva"}, {});
     int exitCode = 0;
-    if (!arguments.parseCommand(args, kSynopsis, out, err, exitCode))
+    if (!arguments.parseDirectoryCommand(args, kSynopsis, out, err, exitCode))
         return exitCode;
-    if (arguments.positional().empty()) {
-        err << "Usage: korvane-jit " << kSynopsis << "\n";
-        return 2;
-    }
     std::uint64_t rva = 0;
     if (arguments.has("--rva") && !parseNumber(arguments.value("--rva"), rva)) {
         err << "korvane-jit: --rva wants a number, decimal or 0x-hex, not '" << arguments.value("--rva") << "'\n";
@@ -49,7 +46,7 @@ int dumpMethods(const std::vector<std::string>& args, std::ostream& out, std::os
         out << *method << "\n";
         ++count;
     }
-    out << count << (count == 1 ? " method\n" : " methods\n");
+    out << countText(count, "method", "methods") << "\n";
     return 0;
 }
 

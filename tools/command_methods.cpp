@@ -53,12 +53,8 @@ bool readArch(const ArgumentParser& arguments, korvane_arch& arch, std::ostream&
 int listMethods(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
     ArgumentParser arguments({"--arch"}, {});
     int exitCode = 0;
-    if (!arguments.parseCommand(args, kSynopsis, out, err, exitCode))
+    if (!arguments.parseDirectoryCommand(args, kSynopsis, out, err, exitCode))
         return exitCode;
-    if (arguments.positional().empty()) {
-        err << "Usage: korvane-jit " << kSynopsis << "\n";
-        return 2;
-    }
     korvane_arch arch = arch_xa64;
     if (arguments.has("--arch") && !readArch(arguments, arch, err))
         return 2;
@@ -71,7 +67,7 @@ int listMethods(const std::vector<std::string>& args, std::ostream& out, std::os
     std::size_t count = 0;
     for (auto symbols = resolver->getSymbols(); !symbols.at_end(); symbols.next(), ++count)
         printSymbol(*resolver, *symbols.current(), out);
-    out << count << (count == 1 ? " method\n" : " methods\n");
+    out << countText(count, "method", "methods") << "\n";
     return 0;
 }
 

@@ -1,6 +1,7 @@
 // korvane-jit processes: hosts, processes and trace files of directories, with jit RVA ranges.
 #include "argument_parser.h"
 #include "command_registry.h"
+#include "text_output.h"
 #include "trace_directories.h"
 
 #include "jitreader/jit_files_manager.h"
@@ -22,13 +23,9 @@ struct Totals {
     std::uint64_t bytes = 0;
 };
 
-std::string count(std::size_t number, const char* singular, const char* plural) {
-    return std::to_string(number) + " " + (number == 1 ? singular : plural);
-}
-
 void printProcess(korvane_3_10::u32_t pid, const JitFilesManager::ProcessJitInfo& process, std::ostream& out,
                   Totals& totals) {
-    out << "  process " << pid << ", " << count(process.m_files.size(), "file", "files") << "\n";
+    out << "  process " << pid << ", " << countText(process.m_files.size(), "file", "files") << "\n";
     for (const JitFilesManager::JitFileInfo& file : process.m_files) {
         out << "    jit RVA [" << hex(file.m_startJitRva) << ", " << hex(file.m_startJitRva + file.m_size) << ")  "
             << file.m_size << " bytes  " << file.m_path << "\n";
@@ -41,12 +38,8 @@ void printProcess(korvane_3_10::u32_t pid, const JitFilesManager::ProcessJitInfo
 int listProcesses(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
     ArgumentParser arguments({}, {});
     int exitCode = 0;
-    if (!arguments.parseCommand(args, kSynopsis, out, err, exitCode))
+    if (!arguments.parseDirectoryCommand(args, kSynopsis, out, err, exitCode))
         return exitCode;
-    if (arguments.positional().empty()) {
-        err << "Usage: korvane-jit " << kSynopsis << "\n";
-        return 2;
-    }
     const TraceDirectories directories(arguments.positional());
     JitFilesManager catalogue;
     if (!directories.scan(catalogue, err))
@@ -59,8 +52,8 @@ int listProcesses(const std::vector<std::string>& args, std::ostream& out, std::
             printProcess(process.first, process.second, out, totals);
         ++totals.hosts;
     }
-    out << count(totals.hosts, "host", "hosts") << ", " << count(totals.processes, "process", "processes") << ", "
-        << count(totals.files, "file", "files") << ", " << count(totals.bytes, "byte", "bytes") << "\n";
+    out << countText(totals.hosts, "host", "hosts") << ", " << countText(totals.processes, "process", "processes")
+        << ", " << countText(totals.files, "file", "files") << ", " << countText(totals.bytes, "byte", "bytes") << "\n";
     return 0;
 }
 

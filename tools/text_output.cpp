@@ -56,6 +56,10 @@ std::string jsonString(const std::string& text) {
     return out + "\"";
 }
 
+std::string countText(std::uint64_t number, const char* singular, const char* plural) {
+    return std::to_string(number) + " " + (number == 1 ? singular : plural);
+}
+
 std::string text(const char* value) { return value ? std::string(value) : std::string(); }
 
 } // namespace korvane_tool

@@ -13,6 +13,8 @@ std::string hexText(std::uint64_t value);
 std::string csvField(const std::string& text);
 // A JSON string literal, quotes included.
 std::string jsonString(const std::string& text);
+// "1 method", "2 methods": the number with the word that fits it.
+std::string countText(std::uint64_t number, const char* singular, const char* plural);
 // A possibly null library text as a string.
 std::string text(const char* value);
 
