@@ -115,24 +115,6 @@ TEST_P(LoadRecordTest, ModulesOnlyKeepsNoBytes) {
     EXPECT_EQ(stops, text.find("lines ") == std::string::npos);
 }
 
-TEST_P(LoadRecordTest, EqualRawIdsHashAlikeInOneProcessOnly) {
-    const bool hashesRawId = !GetParam().isOldest;
-    const LoadRecord first = richLoadRecord();
-    LoadRecord second = first;
-    second.ranges[0].startAddress += 0x10000;
-    if (hashesRawId)
-        second.className = "Other";
-    const korvane_3_10::BaseMethodId id = decode(GetParam(), first).method->getMethodId();
-    EXPECT_EQ(id, decode(GetParam(), second).method->getMethodId());
-    DecoderSetup otherProcess;
-    otherProcess.pid = kPid + 1;
-    DecoderSetup otherHost;
-    otherHost.hostId = kHostId + 1;
-    // Without a raw id the names and the module make the id, wherever the code runs.
-    EXPECT_EQ(!hashesRawId, id == decode(GetParam(), first, otherProcess).method->getMethodId());
-    EXPECT_EQ(!hashesRawId, id == decode(GetParam(), first, otherHost).method->getMethodId());
-}
-
 // The field behind a counted string is found whatever its length; a string too long is dropped.
 TEST_P(LoadRecordTest, CountedStrings) {
     const std::pair<std::string, std::string> names[] = {{"", ""},
@@ -194,15 +176,6 @@ TEST(LoadRecordNamesTest, NamesAndModules) {
     }
 }
 
-TEST(LoadRecordV3Test, AFunctionUpdateDecodesLikeTheLoadOfTheSameBytes) {
-    const Decoded load = decode(kV3, richLoadRecord());
-    const Decoded update = decodeLast(TraceWriter().functionUpdate(richLoadRecord()));
-    ASSERT_TRUE(update.accepted);
-    EXPECT_EQ(describe(*load.method), describe(*update.method));
-    EXPECT_EQ(load.method->getMethodId(), update.method->getMethodId());
-    EXPECT_EQ(load.nextJitRva, update.nextJitRva);
-}
-
 DecoderSetup searching(const FakeRegionSearch& search, korvane_3_10::decoding_mode_t mode = dmFull) {
     DecoderSetup setup = withMode(mode);
     setup.search = &search;
@@ -224,24 +197,6 @@ TEST(InlineRecordTest, DecodesTheInlineWithOneRegionAndNoJitRva) {
                   describe(*decoded.method));
         EXPECT_EQ(kStartJitRva, decoded.nextJitRva);
     }
-}
-
-TEST(InlineRecordTest, TheParentIdIsTheMethodIdOfTheParentsLoadRecord) {
-    const InlineRecord child = richInlineRecord();
-    InlineRecord orphan = child;
-    orphan.parentId = 0;
-    InlineRecord self = child;
-    self.parentId = self.methodId;
-    const std::vector<Decoded> all =
-        decodeAll(TraceWriter().loadV3(richLoadRecord()).inlineLoad(child).inlineLoad(orphan).inlineLoad(self));
-    ASSERT_EQ(4u, all.size());
-    EXPECT_EQ(all[0].method->getMethodId(), all[1].method->getParentId());
-    EXPECT_NE(all[1].method->getMethodId(), all[1].method->getParentId());
-    // A parent id of 0 hashes the inline's own content: no raw id road.
-    EXPECT_FALSE(all[2].method->getParentId().isEmpty());
-    EXPECT_NE(all[0].method->getMethodId(), all[2].method->getParentId());
-    EXPECT_NE(all[2].method->getMethodId(), all[2].method->getParentId());
-    EXPECT_EQ(all[3].method->getMethodId(), all[3].method->getParentId());
 }
 
 TEST(InlineAndUpdateRecordTest, InvalidFieldsAreRefusedWithTheirValueBeforeAnySearch) {
@@ -312,14 +267,6 @@ TEST(UpdateRecordTest, AFoundRegionIsCopiedWithTheNewBytesAndANewJitRvaRange) {
         EXPECT_EQ(codeBytes(0x10, 0), bytesOf(search.m_region->getBytes()));
         EXPECT_EQ(mode == dmFull ? 1u : 0u, decoded.method->codeRegions()[0]->markupRanges().size());
     }
-}
-
-TEST(UpdateRecordTest, TheUpdatedMethodHashesToTheFoundMethodsId) {
-    FakeRegionSearch search = foundRegion();
-    search.m_method = decodeLast(TraceWriter().loadV3(richLoadRecord())).method;
-    const Decoded updated = decodeLast(TraceWriter().updateV2(richUpdateRecord()), searching(search));
-    ASSERT_TRUE(updated.accepted);
-    EXPECT_EQ(search.m_method->getMethodId(), updated.method->getMethodId());
 }
 
 TEST(UpdateRecordTest, TheFoundRegionDecidesWhetherAnUpdateFits) {

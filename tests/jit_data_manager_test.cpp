@@ -112,18 +112,6 @@ TEST_F(JitDataManagerTest, NewCodeOverOldCodeSplitsTheAddressPieces) {
     }
 }
 
-TEST_F(JitDataManagerTest, OlderCodeArrivingLaterGoesInFrontOfTheHistory) {
-    const JitMethod::Ptr newer = loadCode(1, 0x1000, 0x100, 0x100, 20);
-    const JitMethod::Ptr older = loadCode(2, 0x1000, 0x100, 0x200, 10);
-    EXPECT_EQ("1000-1100:a,14", pieces());
-    EXPECT_EQ(0u, newer->codeRegions().front()->unloadTime());
-    EXPECT_EQ(0u, older->codeRegions().front()->unloadTime());
-    jit_rva_t jitRva = 0;
-    EXPECT_EQ(older, sample(0x1010, 15, jitRva));
-    EXPECT_EQ(0x210u, jitRva);
-    EXPECT_EQ(newer, sample(0x1010, 20, jitRva));
-}
-
 TEST_F(JitDataManagerTest, RefusedRegionsReportAndKeepWhatWasDone) {
     LogCapture log;
     loadCode(1, 0x1000, 0x100, 0x100, 10);
@@ -165,21 +153,6 @@ TEST_F(JitDataManagerTest, RepeatedMethodIdsMergeIntoTheFirstArrival) {
     jit_rva_t jitRva = 0;
     EXPECT_EQ(first, sample(0x2010, 6, jitRva));
     EXPECT_EQ(0x510u, jitRva);
-}
-
-// A file read again after a failure brings the same records with the same numbers.
-TEST_F(JitDataManagerTest, RecordsReadAgainChangeNothing) {
-    const JitMethod::Ptr method = loadCode(1, 0x1000, 0x100, 0x100, 10);
-    loadCode(2, 0x1000, 0x100, 0x200, 20);
-    EXPECT_TRUE(manager.cachedParentMethods().empty()) << "only the profiler's parents wait for inlines";
-    LogCapture log;
-    EXPECT_EQ(meSuccess, load(makeMethod(1, 10, {makeRegion(0x1000, 0x100, 0x100, 10)})));
-    EXPECT_EQ(meSuccess, load(makeMethod(2, 20, {makeRegion(0x1000, 0x100, 0x200, 20)})));
-    EXPECT_EQ(1u, method->regionCount());
-    EXPECT_EQ("1000-1100:a,14", pieces());
-    EXPECT_FALSE(log.contains("overlapped"));
-    // Other code under numbers that are taken is still refused.
-    EXPECT_EQ(meMalformedRecord, load(makeMethod(1, 10, {makeRegion(0x3000, 0x100, 0x100, 10)})));
 }
 
 TEST_F(JitDataManagerTest, SecondPreJittedCopyOfTheSameCodeIsDropped) {

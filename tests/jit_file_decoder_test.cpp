@@ -74,47 +74,6 @@ TEST_P(FramingTest, DeliversRecordsBeforeTheEndAndEndsWithItsCode) {
 
 INSTANTIATE_TEST_SUITE_P(Files, FramingTest, ::testing::ValuesIn(framingCases()));
 
-TEST(JitFileDecoderTest, RecordsCarryTheirOffsetTypeAndPayload) {
-    TraceFile file(TraceWriter().magic(0xdeadbeef).collectorType(7).loadV3(richLoadRecord()).magic(0).collectorType(9));
-    const JitFileDecoder::Record magic = file.next();
-    EXPECT_EQ(0u, magic.offset);
-    EXPECT_EQ(std::uint32_t(jt::Magic), magic.type);
-    EXPECT_EQ(word(0xdeadbeef), Bytes(magic.data.begin(), magic.data.end()));
-    EXPECT_EQ(8u, file.next().offset);
-    EXPECT_EQ(7u, file.decoder().collectorType());
-    const JitFileDecoder::Record record = file.next();
-    EXPECT_EQ(16u, record.offset);
-    EXPECT_EQ(std::uint32_t(jt::FunctionLoad64_v3), record.type);
-    EXPECT_EQ(korvane_tracewriter::payloadV3(richLoadRecord()), Bytes(record.data.begin(), record.data.end()));
-    // A Magic of any value is framed; only the reader looks at where it stands.
-    EXPECT_EQ(24u + record.data.size(), file.next().offset);
-    file.next();
-    EXPECT_EQ(9u, file.decoder().collectorType()) << "the last value read counts";
-}
-
-TEST(JitFileDecoderTest, EachRecordIsAnnouncedAtInfo) {
-    const std::pair<std::uint32_t, const char*> announced[] = {
-        {jt::FunctionLoad32, "MethodLoad"},         {jt::FunctionLoad64_v1, "MethodLoad"},
-        {jt::FunctionLoad32_v2, "MethodLoad"},      {jt::FunctionLoad64_v3, "MethodLoad"},
-        {jt::FunctionUpdate, "MethodUpdate"},       {jt::FunctionInlineLoad32, "MethodInlineLoad"},
-        {jt::FunctionInlineLoad64, "MethodInlineLoad"}, {jt::FunctionUpdate_v2, "MethodUpdate_v2"}};
-    for (const auto& expected : announced) {
-        LogCapture log;
-        TraceFile(TraceWriter().sized(expected.first, {0})).next();
-        EXPECT_EQ(std::vector<std::string>{std::string("JIT TRACE: ") + expected.second},
-                  log.messages(log4cplus::INFO_LOG_LEVEL));
-    }
-    LogCapture log;
-    TraceFile file(TraceWriter().magic().collectorType(1));
-    file.next();
-    file.next();
-    EXPECT_EQ(1u, log.count("JIT TRACE: Magic"));
-    EXPECT_EQ(1u, log.count("JIT TRACE: CollectorType"));
-    EXPECT_EQ(1u, log.count("Value: 1"));
-    EXPECT_EQ(2u, log.count("ENTER: "));
-    EXPECT_EQ(2u, log.count("EXIT:  "));
-}
-
 TEST(JitFileDecoderTest, AFileThatCannotBeOpenedShowsAtTheFirstRecord) {
     TempDir dir;
     LogCapture log;
@@ -220,22 +179,6 @@ TEST(TruncationTest, CountsFarBeyondThePayloadAllocateNothing) {
         EXPECT_EQ(inflated.accepted, decoded.accepted) << inflated.type;
         EXPECT_TRUE(decoded.method->getLineNumberInfo().empty()) << inflated.type;
         EXPECT_EQ(inflated.accepted, decoded.assertions > 0) << inflated.type;
-    }
-}
-
-TEST(TruncationTest, AnEmptyPayloadIsReportedByItsName) {
-    const std::pair<std::uint32_t, const char*> cases[] = {
-        {jt::FunctionLoad64_v3, "traceSize"},
-        {jt::FunctionInlineLoad64, "traceSize"},
-        {jt::FunctionUpdate_v2, "traceLen"}};
-    TraceFile file{TraceWriter()};
-    for (const auto& expected : cases) {
-        JitFileDecoder::Record record;
-        record.type = expected.first;
-        LogCapture log;
-        JitMethod::Ptr method(new JitMethod());
-        decodeCodeRecord(file.decoder(), record, method);
-        EXPECT_EQ(1u, log.count(std::string("Assertion failed: ") + expected.second + " in ")) << expected.first;
     }
 }
 

@@ -118,25 +118,6 @@ TEST(JitFileReaderTest, WhatEndsAFileAndWhatIsSkipped) {
     }
 }
 
-TEST(JitFileReaderTest, AnEmptyFileIsFinalisedWithoutCollectorType) {
-    JitDataManager manager;
-    manager.setCollectorType(korvane_3_10::ctJitProfiler);
-    const Reading reading = read(TraceWriter(), manager);
-    EXPECT_EQ(meSuccess, reading.result);
-    EXPECT_TRUE(reading.finalized);
-    EXPECT_EQ(0u, manager.getCollectorType());
-}
-
-TEST(JitFileReaderTest, AManagerFailureForALoadStopsTheFileWithItsCode) {
-    JitDataManager manager;
-    ASSERT_EQ(meSuccess, read(TraceWriter().loadV3(method(1, 0x1000)), manager).result);
-    // A second file over the same jit RVA range: the manager refuses the overlap.
-    const Reading reading = read(TraceWriter().loadV3(method(2, 0x2000)).loadV3(method(3, 0x3000)), manager);
-    EXPECT_EQ(meMalformedRecord, reading.result);
-    EXPECT_FALSE(reading.finalized);
-    EXPECT_EQ((Names{"App::m1", "App::m2"}), methodNames(manager));
-}
-
 TEST(JitFileReaderTest, ALoadRecordOfTheOtherWidthEndsTheFile) {
     const std::pair<std::uint32_t, Bytes> narrow[] = {
         {jt::FunctionLoad32, korvane_tracewriter::payloadV0(method(2, 0x2000))},

@@ -162,27 +162,4 @@ TEST(JitFilesManagerTest, ScansEndAtTheFirstFailure) {
     EXPECT_EQ(meSuccess, JitFilesManager().initialize(none, taAny));
 }
 
-// The same path twice is one directory; another spelling of it is another.
-TEST(JitFilesManagerTest, RepeatedPathIsScannedOnce) {
-    TempDir dir;
-    writeFiles(dir, {{"h.1.jit", 10}});
-    for (const std::string& second : {dir.str(), (dir.path() / ".").string()}) {
-        PathList paths({dir.str(), second});
-        JitFilesManager manager;
-        ASSERT_EQ(meSuccess, manager.initialize(paths.iterator(), taAny));
-        EXPECT_EQ(second == dir.str() ? 1u : 2u, manager.getProcessJitInfo(1, 1)->m_files.size());
-    }
-}
-
-TEST(JitFilesManagerTest, HostNamesStayValidWhileHostsAreAdded) {
-    TempDir dir;
-    for (int host = 0; host < 40; ++host)
-        writeFiles(dir, {{"host" + std::to_string(100 + host) + ".1.jit", 1}});
-    PathList paths({dir.str()});
-    JitFilesManager manager;
-    ASSERT_EQ(meSuccess, manager.initialize(paths.iterator(), taAny));
-    for (u32_t id = 1; id <= 40; ++id)
-        EXPECT_EQ("host" + std::to_string(99 + id), manager.getHostName(id));
-}
-
 } // namespace

@@ -97,15 +97,6 @@ TEST_F(JitFilesReadingTest, ReadingOneProcessStopsAtTheFailingFileAndStartsOverN
     EXPECT_EQ(0u, log.count("JIT TRACE: MethodLoad"));
 }
 
-TEST_F(JitFilesReadingTest, FileGoneSinceTheScanCannotBeOpened) {
-    boost::filesystem::remove(damaged);
-    EXPECT_EQ(meFileNotOpen, files.readJitFiles(7, hostId, dmModulesOnly, manager));
-    LogCapture log;
-    EXPECT_EQ(meSuccess, files.readJitFiles(dmFull, manager));
-    EXPECT_TRUE(log.contains("Could not read jit file " + damaged));
-    EXPECT_EQ(std::set<std::string>({"App::run", "App::first", "App::third"}), methodNames(manager));
-}
-
 // The loader decodes nothing until a sample of a process comes; misses leave
 // the caller's values alone, and a damaged file fails every sample of its process.
 TEST_F(JitFilesReadingTest, LoaderReadsAProcessAtItsFirstSample) {

@@ -67,34 +67,6 @@ TEST(JitMethodTest, VirtualAddressAndProcessOfAJitRva) {
     EXPECT_EQ(meNotFound, makeMethod(1)->getVirtualAddress(0, &address));
 }
 
-TEST(JitMethodTest, ComparisonTellsAboutTheSuppliedSourceFile) {
-    const std::string ident = "(method id = 0x2, name = C::g, load time = 0x30)";
-    const std::string files[][3] = {
-        {"", "b.java",
-         "Registred method has a null source file " + ident + ". Mapping to source file is not available."},
-        {"a.java", "",
-         "Supplied a null source file for " + ident +
-             ". Line number table will be associated with the source file of the first code region (src name = "
-             "a.java)"},
-        {"a.java", "A.java",
-         "Supplied source file for " + ident +
-             " is differ from source file of the first code region (src name = a.java). Map to source file will be "
-             "incorrect."},
-        {"a.java", "a.java", ""},
-    };
-    for (const auto& file : files) {
-        const JitMethod::Ptr registered = makeMethod(1, "C", "f");
-        registered->methodInfo()->m_sourceFile = SourceFile(file[0], "", 0, 0);
-        const JitMethod::Ptr supplied = makeMethod(2, "C", "g");
-        supplied->setLoadTime(0x30);
-        supplied->methodInfo()->m_sourceFile = SourceFile(file[1], "", 0, 0);
-        LogCapture log;
-        registered->compareSymbolicInfoTo(supplied);
-        EXPECT_EQ(file[2].empty() ? std::vector<std::string>() : std::vector<std::string>{file[2]},
-                  log.messages(log4cplus::TRACE_LOG_LEVEL));
-    }
-}
-
 JitMethod::Ptr methodIn(u32_t hostId, u32_t processId, korvane_arch arch, bool withRegion = true) {
     const JitMethod::Ptr method = makeMethod(7, "A", "f(int)");
     method->methodInfo()->m_methodToken = 100;
@@ -367,19 +339,6 @@ TEST_F(LineNumberInfoTest, AskingALaterKeyOverwritesTheFirstEntry) {
     ASSERT_TRUE(m_method->getSourceLocation(0x501));
     EXPECT_EQ(90u, m_method->getSourceLocation(0x501)->getLine());
     EXPECT_EQ(0x500u, m_method->getLineNumberInfo().begin()->first.m_start);
-}
-
-TEST_F(LineNumberInfoTest, SourceRangeOverwritesTheFirstEntryToo) {
-    korvane_line_number_entry first = {1, 1, 1};
-    korvane_line_number_entry last = {1, 1, 1};
-    ASSERT_EQ(meSuccess, m_method->getSourceRange(&first, &last, 0x600));
-    // Only lines count.
-    EXPECT_EQ((std::vector<u32_t>{0, 0, 10, 0, 0, 30}), (std::vector<u32_t>{first.startOffset, first.endOffset,
-                                                                            first.lineNumber, last.startOffset,
-                                                                            last.endOffset, last.lineNumber}));
-    ASSERT_EQ(meSuccess, m_method->getSourceRange(&first, &last, 0));
-    EXPECT_EQ(10u, first.lineNumber);
-    EXPECT_EQ(30u, last.lineNumber);
 }
 
 TEST(LineTableTest, FirstWriterOfATableWinsAndEmptyTablesAreRefused) {

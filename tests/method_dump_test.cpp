@@ -1,5 +1,4 @@
 // The method report, the list of live regions, the tree of inlines and the code dump, to the character.
-#include "decoder/x86_decoder.h"
 #include "jitreader/code_dump.h"
 #include "trace_builder.h"
 #include "trace_decoding_support.h"
@@ -17,7 +16,6 @@ namespace {
 
 using namespace korvane_test;
 using korvane_3_10::Module;
-using korvane_3_10::X86Decoder;
 using korvane_tracewriter::LoadRecord;
 using korvane_tracewriter::TraceWriter;
 
@@ -93,35 +91,6 @@ TEST(MethodReportTest, TheDecoderReportsEachMethodItRead) {
               messageAfter(log, "Raw JIT file data:\n", 1));
 }
 
-JitMethod::Ptr methodIn(korvane_arch arch) {
-    const JitMethod::Ptr method = makeMethod(0x12, "A", "f(int)");
-    method->methodInfo()->m_module = Module::Ptr(new Module("/x/y.so", meNotFound, arch));
-    const Region::Ptr region = makeRegion(0x10, 1, 0x500);
-    region->setContent(makeBuffer({0xC3}));
-    method->addCodeRegion(region);
-    return method;
-}
-
-// Numbers print the same whatever the stream was set to; the flags come back, and the fill stays '0'.
-TEST(MethodReportTest, ArchitecturesAndStreamFlags) {
-    const char* const names[] = {"xa32", "xa64", "wa64", "cc64", "UNKNOWN"};
-    for (int arch = 0; arch < 5; ++arch) {
-        std::ostringstream stream;
-        stream << std::uppercase << std::showbase << *methodIn(static_cast<korvane_arch>(arch));
-        const std::string text = stream.str();
-        EXPECT_EQ(0u, text.find("Method id:       0x12\n"));
-        EXPECT_NE(std::string::npos, text.find(std::string("Module arch:     ") + names[arch] + "\n")) << text;
-        EXPECT_NE(std::string::npos, text.find(arch < 3 ? "  Disassembly:\n  XDIS 10:        RET  BASE"
-                                                        : "  Disassembly:\n  wrong architecture of code\n"));
-        EXPECT_EQ('0', stream.fill());
-        stream << std::hex << 255;
-        EXPECT_EQ("0XFF", stream.str().substr(text.size()));
-    }
-    std::ostringstream none;
-    none << *makeMethod(1);
-    EXPECT_EQ("", none.str()) << "a method without module is not dumped";
-}
-
 TEST(DumpRegionsTest, RegionListAfterAnInlineArrives) {
     TempDir dir;
     dir.write("host.7.jit", profilerTrace()
@@ -138,20 +107,6 @@ TEST(DumpRegionsTest, RegionListAfterAnInlineArrives) {
     EXPECT_EQ("\nCode region #1 (ip range = 0x10010-0x10020)"
               "\n   #1 App::inlined51 (method id = 0x33, ip range = 0x10014-0x10018)",
               messageAfter(log, "Updated method's state (method id = 0x32, name = App::inlined50, load time = 0xa)"));
-}
-
-TEST(DumpRegionsTest, NestingBeyondSixtyFourLevelsIsCut) {
-    const Region::Ptr top = makeRegion(0x1000, 0x100, 0x500);
-    Region::Ptr parent = top;
-    for (int level = 0; level < 100; ++level) {
-        const Region::Ptr child = makeRegion(0x1000, 0x100);
-        parent->addChildRegion(child, makeMethod(1, "", "m"));
-        parent = child;
-    }
-    korvane_3_10::ustringstream stream;
-    top->dumpInlines(stream, 4);
-    const std::string text = stream.str();
-    EXPECT_EQ(64, std::count(text.begin(), text.end(), '#'));
 }
 
 TEST(CodeDumpTest, InstructionLinesAndFailures) {
@@ -197,23 +152,6 @@ TEST(CodeDumpTest, HexLine) {
     EXPECT_STREQ("AB0A00FF01020304050607080910F0", out);
     korvane_3_10::ozd_print_hex_line(out, bytes, -1, 4096);
     EXPECT_STREQ("", out);
-}
-
-TEST(X86DecoderTest, DecodeFormatAndNamesOutOfRange) {
-    EXPECT_STREQ("LAST", X86Decoder::categoryName(100000u));
-    EXPECT_STREQ("LAST", X86Decoder::extensionName(100000u));
-    EXPECT_STREQ("INVALID", X86Decoder::categoryName(0u));
-    X86Decoder::initialize();
-    X86Decoder decoder;
-    decoder.reset(X86Decoder::mmBits64, 8);
-    const unsigned char code[] = {0x31, 0xC0, 0xC3};
-    ASSERT_EQ(0u, decoder.decode(code, sizeof code));
-    EXPECT_EQ(2u, decoder.length());
-    char small[15];
-    EXPECT_EQ(0, decoder.format(small, sizeof small, 0x1000, X86Decoder::syntaxIntel)) << "no room for the text";
-    char text[16];
-    EXPECT_NE(0, decoder.format(text, sizeof text, 0x1000, X86Decoder::syntaxIntel));
-    EXPECT_STREQ("xor eax, eax", text);
 }
 
 } // namespace

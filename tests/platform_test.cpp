@@ -39,15 +39,6 @@ TEST(Md5Test, KnownDigestsWholeOrInPieces) {
     EXPECT_NE(digestOf({"a"}), digestOf({std::string("a\0b", 3)})) << "zero bytes are hashed too";
 }
 
-TEST(ToUstringTest, CopiesTextsAndRefusesNull) {
-    using TOBREK_2_18::generic::convert::to_ustring;
-    char writable[] = "Item.java";
-    EXPECT_EQ("Item.java", to_ustring(writable));
-    EXPECT_EQ("", to_ustring(""));
-    EXPECT_THROW(to_ustring(static_cast<const char*>(nullptr)), std::logic_error);
-    EXPECT_THROW(to_ustring(static_cast<char*>(nullptr)), std::logic_error);
-}
-
 // Assertions report, count and let the code run on; messages are built only
 // when their level is on.
 TEST(AssertionTest, ReportsCountAndLogAndReturn) {

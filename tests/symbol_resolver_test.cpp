@@ -151,19 +151,4 @@ TEST_F(SymbolResolverFilesTest, CalleesAndJitIdsTranslateToJitRvas) {
     EXPECT_EQ(unset, jitRva);
 }
 
-TEST(SymbolResolverArchTest, WordSizeChoosesWhichLoadRecordsAreRead) {
-    TempDir dir;
-    dir.write("h.1.jit", profilerTrace()
-                             .loadV3(methodAt(1, 0x1000, 0x20, 10, "narrow"), korvane_tracewriter::Width::Bits32)
-                             .loadV3(methodAt(2, 0x2000, 0x20, 10, "wide"), korvane_tracewriter::Width::Bits64));
-    EXPECT_EQ(2u, symbolsByName(*resolverOver({dir.str()})).size());
-    for (const auto& arch : {std::make_pair(arch_xa32, 1u), std::make_pair(arch_xa64, 0u)}) {
-        korvane_test::PathList paths({dir.str()});
-        boost::intrusive_ptr<ISymbolFileLocator> noLocator;
-        const ResolverPtr resolver = ISymbolResolver::create(paths.iterator(), noLocator, arch.first);
-        ASSERT_TRUE(resolver);
-        EXPECT_EQ(arch.second, symbolsByName(*resolver).size());
-    }
-}
-
 } // namespace

@@ -46,18 +46,6 @@ TEST(RangeTest, ComparatorOrdersOnlyDisjointRanges) {
     }
 }
 
-TEST(BaseMethodIdTest, OrdersByFirstThenSecondUnsignedWord) {
-    const BaseMethodId::Comparator before;
-    EXPECT_TRUE(before(BaseMethodId{1, 5}, BaseMethodId{2, 0}));
-    EXPECT_FALSE(before(BaseMethodId{2, 0}, BaseMethodId{1, 5}));
-    EXPECT_TRUE(before(BaseMethodId{1, 4}, BaseMethodId{1, 5}));
-    EXPECT_FALSE(before(BaseMethodId{1, 5}, BaseMethodId{1, 5}));
-    EXPECT_TRUE(before(BaseMethodId{1, 0}, BaseMethodId{0x8000000000000000, 0}));
-    EXPECT_TRUE(before(BaseMethodId{1, 1}, BaseMethodId{1, 0x8000000000000000}));
-    EXPECT_TRUE((BaseMethodId{0, 0}).isEmpty());
-    EXPECT_FALSE((BaseMethodId{0, 1}).isEmpty() || (BaseMethodId{1, 0}).isEmpty());
-}
-
 // Copies, not pointers; storage grows for large code and is kept for smaller;
 // a null or empty source empties the buffer.
 TEST(ByteBufferTest, AssignCopiesIntoStorageItKeeps) {
@@ -82,45 +70,6 @@ TEST(ByteBufferTest, AssignCopiesIntoStorageItKeeps) {
         buffer->assign(source, source ? 0 : 10);
         EXPECT_EQ(0u, buffer->size());
         EXPECT_EQ(nullptr, buffer->data());
-    }
-}
-
-TEST(SourceLocationTest, HandsOutAFreshCopyOfItsFileWithTextsCutAtZeroBytes) {
-    const SourceLocation location(42, SourceFile("Cart.java", "abc", 2, 5));
-    EXPECT_EQ(42u, location.getLine());
-    const ISourceFile::Ptr first = location.getSourceFile();
-    ASSERT_TRUE(first);
-    EXPECT_NE(first.get(), location.getSourceFile().get());
-    EXPECT_STREQ("Cart.java", first->getSourceFileName());
-    EXPECT_STREQ("abc", first->getChecksum());
-    EXPECT_EQ(2u, first->getChecksumType());
-    EXPECT_EQ(5u, first->getLanguageType());
-    EXPECT_EQ(0u, first->getTime() + first->getSize());
-    ASSERT_TRUE(SourceLocation(1, SourceFile()).getSourceFile());
-    EXPECT_STREQ("", SourceLocation(1, SourceFile()).getSourceFile()->getSourceFileName());
-    const SourceLocation cut(1, SourceFile(std::string("A.java\0tail", 11), std::string("ck\0sum", 6), 0, 0));
-    EXPECT_EQ(std::string("A.java"), cut.getSourceFile()->getSourceFileName());
-    EXPECT_EQ(std::string("ck"), cut.getSourceFile()->getChecksum());
-}
-
-// Both directions copy the smaller of the two counts and write nothing beyond it.
-TEST(ConvertTest, BothDirectionsCopyTheSmallerCount) {
-    const std::vector<std::vector<unsigned long>> cases = {{10, 4, 4}, {3, 4, 3}, {0, 8, 0}, {8, 0, 0}, {10, 10, 10}};
-    const std::string source = "0123456789";
-    for (const std::vector<unsigned long>& c : cases) {
-        for (int direction = 0; direction < 2; ++direction) {
-            SCOPED_TRACE(::testing::Message() << "source " << c[0] << ", target " << c[1] << ", way " << direction);
-            char target[16];
-            std::memset(target, '.', sizeof target);
-            unsigned long targetSize = c[1];
-            std::string writable = source;
-            if (direction == 0)
-                WcharToUtf8().convert(source.c_str(), c[0], target, targetSize);
-            else
-                Utf8ToWchar().convert(&writable[0], c[0], target, targetSize);
-            EXPECT_EQ(c[2], targetSize);
-            EXPECT_EQ(source.substr(0, c[2]) + ".", std::string(target, c[2] + 1));
-        }
     }
 }
 
