@@ -237,18 +237,4 @@ TEST_F(JitDataManagerTest, JitRvasResolveToTheirTopLevelMethod) {
     EXPECT_TRUE(log.contains("Couldn't resolve jit rva = 0xffffffffffffffff because it is invalid."));
 }
 
-TEST_F(JitDataManagerTest, CalleeIsLookedUpAsAtTheCallersLoadTime) {
-    loadCode(1, 0x1000, 0x100, 0x100, 5);
-    loadCode(2, 0x2000, 0x100, 0x200, 3);
-    loadCode(3, 0x2000, 0x100, 0x300, 8);
-    LogCapture log;
-    u64_t callee = 0;
-    EXPECT_EQ(meSuccess, manager.getCalleeTarget(0x150, 0x2010, callee));
-    EXPECT_EQ(0x210u, callee);
-    EXPECT_EQ(meNotFound, manager.getCalleeTarget(0x150, 0x9000, callee));
-    EXPECT_TRUE(log.contains("Couldn't match jit point (vaddr = 0x9000, timestamp = 0x5, pid = 0x7)"));
-    EXPECT_EQ(meNotFound, manager.getCalleeTarget(0x50, 0x2010, callee));
-    EXPECT_EQ(meNotFound, manager.getCalleeTarget(kNoJitRva, 0x2010, callee));
-}
-
 } // namespace

@@ -41,31 +41,6 @@ TEST(Md5Test, KnownDigestsWholeOrInPieces) {
 
 // Assertions report, count and let the code run on; messages are built only
 // when their level is on.
-TEST(AssertionTest, ReportsCountAndLogAndReturn) {
-    korvane_test::LogCapture log(log4cplus::WARN_LOG_LEVEL);
-    const unsigned long before = TOBREK_2_18::debug::assertionReportCount();
-    KORVANE_ASSERT(1 + 1 == 3);
-    KORVANE_ASSERT_TEXT(false, "traceSize");
-    TOBREK_2_18::debug::_private::____________________ASSERT____________________(nullptr, nullptr, 0, nullptr);
-    EXPECT_EQ(before + 3, TOBREK_2_18::debug::assertionReportCount());
-    EXPECT_TRUE(log.contains("1 + 1 == 3") && log.contains("traceSize") && log.contains("platform_test.cpp"));
-
-    int built = 0;
-    const auto costly = [&built]() {
-        ++built;
-        return "text";
-    };
-    log.clear();
-    KORVANE_LOG_INFO("info " << costly());
-    KORVANE_LOG_TRACE("trace " << costly());
-    EXPECT_EQ(0, built);
-    KORVANE_LOG_ERROR("error " << costly() << " " << korvane_3_10::hex(0) << " " << korvane_3_10::hex(0x1f));
-    EXPECT_EQ(1, built);
-    const std::vector<std::string> errors = log.messages(log4cplus::ERROR_LOG_LEVEL);
-    ASSERT_EQ(1u, errors.size());
-    EXPECT_EQ(0u, errors[0].find("error text 0 0x1f, at file: tests/platform_test.cpp:")) << errors[0];
-}
-
 // In a fresh process, as in a host that configured no logging at all.
 TEST(LoggingDeathTest, LibraryIsSilentWhenTheHostConfiguredNothing) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -10,6 +10,7 @@
 #include <log4cplus/tracelogger.h>
 
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <sstream>
 
@@ -45,8 +46,12 @@ inline std::ostream& operator<<(std::ostream& stream, Hex number) {
     const log4cplus::Logger g_fileLogger = ::korvane_3_10::makeFileLogger(); \
     }
 
+// The scope object, and the text it copies, exist only while TRACE is on: the
+// traced functions run once per record.
 #define KORVANE_TRACE_SCOPE() \
-    log4cplus::TraceLogger korvaneTraceScope_(g_fileLogger, __PRETTY_FUNCTION__, __FILE__, __LINE__, __func__)
+    std::optional<log4cplus::TraceLogger> korvaneTraceScope_; \
+    if (g_fileLogger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)) \
+    korvaneTraceScope_.emplace(g_fileLogger, __PRETTY_FUNCTION__, __FILE__, __LINE__, __func__)
 
 #define KORVANE_LOG_AT(level, message) \
     do { \
