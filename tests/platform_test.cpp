@@ -39,8 +39,6 @@ TEST(Md5Test, KnownDigestsWholeOrInPieces) {
     EXPECT_NE(digestOf({"a"}), digestOf({std::string("a\0b", 3)})) << "zero bytes are hashed too";
 }
 
-// Assertions report, count and let the code run on; messages are built only
-// when their level is on.
 // In a fresh process, as in a host that configured no logging at all.
 TEST(LoggingDeathTest, LibraryIsSilentWhenTheHostConfiguredNothing) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
