@@ -1,6 +1,8 @@
 // Text forms of the tool's output: numbers, CSV fields and JSON strings.
 #include "text_output.h"
 
+#include "jitreader/prefixed_hex.h"
+
 #include <cstdio>
 #include <sstream>
 
@@ -8,7 +10,7 @@ namespace korvane_tool {
 
 std::string hexText(std::uint64_t value) {
     std::ostringstream out;
-    out << "0x" << std::hex << value;
+    out << korvane_3_10::prefixedHex(value);
     return out.str();
 }
 
