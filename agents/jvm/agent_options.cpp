@@ -40,7 +40,10 @@ bool AgentOptions::take(const std::string& option, std::string& problem) {
     }
     const std::size_t equals = option.find('=');
     const std::string key = option.substr(0, equals);
-    std::string* target = key == "dir" ? &m_directory : key == "host" ? &m_host : key == "jvmview" ? &m_jvmViewPath : nullptr;
+    std::string* target = key == "dir"       ? &m_directory
+                          : key == "host"    ? &m_host
+                          : key == "jvmview" ? &m_jvmViewPath
+                                             : nullptr;
     if (!target || equals == std::string::npos) {
         problem = "unknown option '" + option + "' (known: dir=PATH, host=NAME, verbose)";
         return false;

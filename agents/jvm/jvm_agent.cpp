@@ -282,7 +282,9 @@ void JvmAgent::dynamicCodeGenerated(const char* name, const void* address, jint 
         const std::uint64_t start = reinterpret_cast<std::uintptr_t>(address);
         tw::LoadRecord record;
         record.methodId = m_nextId++;
-        record.ranges.push_back(tw::CodeRange{start, static_cast<std::uint32_t>(length), codeBytes(start, length)});
+        // Without their bytes: the interpreter alone is some hundred kilobytes,
+        // and a profile asks of stubs only their names.
+        record.ranges.push_back(tw::CodeRange{start, static_cast<std::uint32_t>(length), {}});
         record.architecture = kArchitecture64;
         record.methodName = name ? name : "stub";
         // Stubs have no method id; their name and place tell them apart.

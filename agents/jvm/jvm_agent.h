@@ -40,7 +40,8 @@ private:
     bool enableEvents(std::string& problem);
     void generateEvents();
     void note(const std::string& message);
-    std::vector<PcStack> stacksOf(jmethodID method, jint mapLength, const jvmtiAddrLocationMap* map, const void* compileInfo) const;
+    std::vector<PcStack> stacksOf(jmethodID method, jint mapLength, const jvmtiAddrLocationMap* map,
+                                  const void* compileInfo) const;
     std::uint64_t loadTime(std::uint64_t start, std::uint64_t length, std::uint64_t identity, bool& duplicate);
     void write(const korvane_tracewriter::TraceWriter& records);
     void writeJvmView(const InlineRanges& ranges, std::uint64_t loadTime);

@@ -133,6 +133,46 @@ def perfmap_agreement(out_dir, regions):
     return both, agree, only_map, shared, disagreements
 
 
+def trace_sizes(tool, trace_file):
+    """Bytes of the compiled methods' records (their inlines included), their
+    number, the number of inline records, and the bytes of the stubs."""
+    text = subprocess.run([tool, "records", trace_file], check=True, capture_output=True, text=True).stdout
+    head = re.compile(r"^@0x[0-9a-f]+  (\w+)  (\d+) payload bytes")
+    method_bytes = methods = inlines = stub_bytes = 0
+    last = None
+    for line in text.splitlines():
+        found = head.match(line)
+        if found:
+            last = (found.group(1), int(found.group(2)) + 8)
+            if last[0].startswith("FunctionInlineLoad"):
+                inlines += 1
+                method_bytes += last[1]
+        elif last and last[0].startswith("FunctionLoad") and line.strip().startswith("module"):
+            if JAVA_MODULE in line:
+                methods += 1
+                method_bytes += last[1]
+            else:
+                stub_bytes += last[1]
+            last = None
+    return method_bytes, methods, inlines, stub_bytes
+
+
+def deepest_samples(out_dir, count):
+    """The resolved rows of the samples in the workload with the deepest inline chains."""
+    samples = {}
+    with open(out_dir + "/resolved.csv") as resolved:
+        for row in csv.DictReader(resolved):
+            samples.setdefault((row["timestamp"], row["ip"]), []).append(row)
+    workload = [rows for rows in samples.values() if rows[0]["method"].startswith("korvane::workload::")]
+    workload.sort(key=lambda rows: (-len(rows), rows[0]["timestamp"]))
+    chosen, methods = [], set()
+    for rows in workload:
+        if rows[0]["method"] not in methods and len(chosen) < count:
+            chosen.append(rows)
+            methods.add(rows[0]["method"])
+    return chosen
+
+
 def main():
     if len(sys.argv) < 2:
         sys.exit(__doc__)
@@ -148,8 +188,16 @@ def main():
     print("left out: %d method handle intrinsics, which share one JVMTI method id" % shared)
     for line in disagreements:
         print(line)
-    java = [r for r in regions if r[1] == JAVA_MODULE]
-    print("compiled Java methods in the trace: %d" % len(java))
+    print("a few samples in the workload with their inline chains (resolved.csv):")
+    for rows in deepest_samples(out_dir, 3):
+        for row in rows:
+            print("  %s %s depth %s  %s  %s:%s" % (row["timestamp"], row["ip"], row["depth"], row["method"],
+                                                 row["source_file"], row["line"]))
+    trace_file = glob.glob(out_dir + "/trace/*.jit")[0]
+    method_bytes, methods, inlines, stub_bytes = trace_sizes(tool, trace_file)
+    print("trace: %d compiled methods with %d inline records (%.1f per method), %.0f bytes per compiled method "
+          "(inlines and code bytes included), %d bytes of stubs"
+          % (methods, inlines, inlines / max(methods, 1), method_bytes / max(methods, 1), stub_bytes))
 
 
 if __name__ == "__main__":

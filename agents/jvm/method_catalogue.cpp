@@ -104,7 +104,8 @@ MethodFacts MethodCatalogue::ask(jmethodID method) const {
     MethodFacts facts;
     JvmString name(m_jvmti), signature(m_jvmti), generic(m_jvmti);
     if (m_jvmti->GetMethodName(method, name.out(), signature.out(), generic.out()) == JVMTI_ERROR_NONE)
-        facts.methodName = name.text() + withoutTypeParameters(generic.text().empty() ? signature.text() : generic.text());
+        facts.methodName =
+            name.text() + withoutTypeParameters(generic.text().empty() ? signature.text() : generic.text());
     jclass declaring = nullptr;
     if (m_jvmti->GetMethodDeclaringClass(method, &declaring) == JVMTI_ERROR_NONE)
         askClass(declaring, facts);

@@ -24,7 +24,7 @@ for needed in "$agent" "$classes/korvane/workload/Workload.class" "$tool"; do
   [ -e "$needed" ] || { echo "$0: $needed is missing; build first (make build)" >&2; exit 1; }
 done
 
-rm -rf "$out/trace" "$out"/perf-*.map "$out/perf.data.old"
+rm -rf "$out/trace" "$out"/perf-*.map "$out"/perf.data* "$out/perf.script" "$out/samples.csv" "$out/resolved.csv"
 mkdir -p "$out"
 # The JVM writes its own map of its code at exit (as jcmd PID Compiler.perfmap
 # does while it runs), and keeps frame pointers for call graphs.
