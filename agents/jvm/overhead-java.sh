@@ -5,7 +5,7 @@
 # usage: overhead-java.sh [RUNS] [ROUNDS]; BUILD_DIR as for profile-java.sh.
 set -eu
 runs=${1:-9}
-rounds=${2:-40}
+rounds=${2:-150}
 build=${BUILD_DIR:-build}
 java=${JAVA:-/usr/lib/jvm/java-17-openjdk-amd64/bin/java}
 classes=$build/agents/jvm/workload

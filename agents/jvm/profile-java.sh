@@ -14,7 +14,7 @@ callGraph=""
 if [ "${1:-}" = "-g" ]; then callGraph="-g"; shift; fi
 [ $# -ge 1 ] || { echo "usage: $0 [-g] OUTDIR [ROUNDS]" >&2; exit 2; }
 out=$1
-rounds=${2:-40}
+rounds=${2:-150}
 build=${BUILD_DIR:-build}
 java=${JAVA:-/usr/lib/jvm/java-17-openjdk-amd64/bin/java}
 agent=$build/agents/jvm/libkorvane_jvmagent.so

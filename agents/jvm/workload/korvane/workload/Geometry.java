@@ -16,7 +16,7 @@ final class Geometry {
         final int corners = 3 + (seed & 3);
         final Point[] points = new Point[corners];
         for (int i = 0; i < corners; ++i)
-            points[i] = new Point(Math.cos(i + seed), Math.sin(i * seed));
+            points[i] = new Point(((i + seed) * 7919 % 1000) / 1000.0, ((i * seed) * 104729 % 1000) / 1000.0);
         return points;
     }
 

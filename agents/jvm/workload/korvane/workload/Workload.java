@@ -4,7 +4,7 @@ package korvane.workload;
 
 public final class Workload {
     public static void main(String[] args) {
-        final int rounds = args.length > 0 ? Integer.parseInt(args[0]) : 40;
+        final int rounds = args.length > 0 ? Integer.parseInt(args[0]) : 150;
         final long begin = System.nanoTime();
         long checksum = 0;
         for (int round = 0; round < rounds; ++round) {
