@@ -1,5 +1,4 @@
-// The file-backed trace writer: what was appended before the writer was
-// killed is in the file, whole; a file it can't make is refused with the reason.
+// The file-backed trace writer: records survive a kill; bad paths are refused.
 #include "test_support.h"
 #include "trace_builder.h"
 

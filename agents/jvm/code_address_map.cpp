@@ -1,5 +1,4 @@
-// What code the agent last saw at each address, to choose load times and to
-// drop code that is reported twice.
+// What code the agent last saw at each address: load times and duplicates.
 #include "code_address_map.h"
 
 #include <algorithm>

@@ -1,5 +1,4 @@
-// What code the agent last saw at each address, to choose load times and to
-// drop code that is reported twice.
+// What code the agent last saw at each address: load times and duplicates.
 #ifndef KORVANE_AGENTS_JVM_CODE_ADDRESS_MAP_H
 #define KORVANE_AGENTS_JVM_CODE_ADDRESS_MAP_H
 

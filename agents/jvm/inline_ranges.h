@@ -1,5 +1,4 @@
-// Turns the JVM's per-pc inline stacks of a compiled method into address
-// ranges: one per contiguous stretch of one inlined method instance.
+// The JVM's per-pc inline stacks of a compiled method as nested address ranges.
 #ifndef KORVANE_AGENTS_JVM_INLINE_RANGES_H
 #define KORVANE_AGENTS_JVM_INLINE_RANGES_H
 

@@ -1,5 +1,4 @@
-// The JVM agent: follows the code that the JVM compiles and generates, and
-// writes it as a .jit trace.
+// The JVM agent: follows compiled and generated code and writes it as a .jit trace.
 #include "jvm_agent.h"
 
 #include <jvmticmlr.h>

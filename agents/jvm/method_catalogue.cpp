@@ -1,5 +1,4 @@
-// Names, source file and line table of Java methods, asked of the JVM once
-// per method.
+// Names, source file and line table of Java methods, asked of the JVM once each.
 #include "method_catalogue.h"
 
 #include <algorithm>

@@ -1,5 +1,4 @@
-// Names, source file and line table of Java methods, asked of the JVM once
-// per method.
+// Names, source file and line table of Java methods, asked of the JVM once each.
 #ifndef KORVANE_AGENTS_JVM_METHOD_CATALOGUE_H
 #define KORVANE_AGENTS_JVM_METHOD_CATALOGUE_H
 

@@ -1,5 +1,4 @@
-// The file-backed trace writer appended to from many threads at once: every
-// record arrives whole.
+// The file-backed trace writer appended to from many threads at once.
 #include "test_support.h"
 #include "trace_builder.h"
 

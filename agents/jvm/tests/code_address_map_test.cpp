@@ -1,5 +1,4 @@
-// Load times the agent chooses: early enough to name the samples the JVM
-// reports late, never before the code that was at the same addresses.
+// The load times the agent chooses for code at new and at reused addresses.
 #include "code_address_map.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,4 @@
-// Runs the Java workload with the agent in a real JVM and reads the trace
-// back through the public API, as a profiler would.
+// Runs the Java workload with the agent in a real JVM and reads its trace back.
 #include <korvane/jitreader.h>
 
 #include <gtest/gtest.h>
