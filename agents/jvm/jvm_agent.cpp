@@ -218,35 +218,8 @@ void JvmAgent::compiledMethodLoad(jmethodID method, jint codeSize, const void* c
         const std::uint64_t length = static_cast<std::uint64_t>(codeSize);
         const InlineRanges ranges =
             InlineRanges::create(start, start + length, stacksOf(method, mapLength, map, compileInfo));
-        const MethodFacts& facts = m_catalogue.facts(method);
-
-        tw::LoadRecord record;
-        record.methodId = m_nextId++;
-        record.ranges.push_back(tw::CodeRange{start, static_cast<std::uint32_t>(length), codeBytes(start, length)});
-        record.architecture = kArchitecture64;
-        record.methodName = facts.methodName;
-        record.className = facts.className;
-        record.sourceFileName = facts.sourceFile;
-        record.languageType = kLanguageJava;
-        record.nativeToSource = lineEntries(start, ranges.outerStretches(), facts);
-
-        std::vector<tw::InlineRecord> inlines;
-        for (const InlineRange& range : ranges.ranges()) {
-            const MethodFacts& inlined = m_catalogue.facts(static_cast<jmethodID>(const_cast<void*>(range.method)));
-            tw::InlineRecord child;
-            child.methodId = m_nextId++;
-            child.parentId = range.parent < 0 ? record.methodId : inlines[range.parent].methodId;
-            child.startAddress = range.start;
-            child.length = static_cast<std::uint32_t>(range.end - range.start);
-            child.code = codeBytes(range.start, range.end - range.start);
-            child.architecture = kArchitecture64;
-            child.methodName = inlined.methodName;
-            child.className = inlined.className;
-            child.sourceFileName = inlined.sourceFile;
-            child.languageType = kLanguageJava;
-            child.nativeToSource = lineEntries(range.start, range.stretches, inlined);
-            inlines.push_back(std::move(child));
-        }
+        tw::LoadRecord record = methodRecord(method, start, length, ranges);
+        std::vector<tw::InlineRecord> inlines = inlineRecords(ranges, record.methodId);
 
         bool duplicate = false;
         std::lock_guard<std::mutex> lock(m_mutex);
@@ -266,6 +239,43 @@ void JvmAgent::compiledMethodLoad(jmethodID method, jint codeSize, const void* c
     } catch (const std::exception& failure) {
         note(std::string("a compiled method is left out: ") + failure.what());
     }
+}
+
+tw::LoadRecord JvmAgent::methodRecord(jmethodID method, std::uint64_t start, std::uint64_t length,
+                                      const InlineRanges& ranges) {
+    const MethodFacts& facts = m_catalogue.facts(method);
+    tw::LoadRecord record;
+    record.methodId = m_nextId++;
+    record.ranges.push_back(tw::CodeRange{start, static_cast<std::uint32_t>(length), codeBytes(start, length)});
+    record.architecture = kArchitecture64;
+    record.methodName = facts.methodName;
+    record.className = facts.className;
+    record.sourceFileName = facts.sourceFile;
+    record.languageType = kLanguageJava;
+    record.nativeToSource = lineEntries(start, ranges.outerStretches(), facts);
+    return record;
+}
+
+// Enclosing ranges come first, so each record's parent id is known when it is made.
+std::vector<tw::InlineRecord> JvmAgent::inlineRecords(const InlineRanges& ranges, std::uint32_t methodId) {
+    std::vector<tw::InlineRecord> inlines;
+    for (const InlineRange& range : ranges.ranges()) {
+        const MethodFacts& facts = m_catalogue.facts(static_cast<jmethodID>(const_cast<void*>(range.method)));
+        tw::InlineRecord child;
+        child.methodId = m_nextId++;
+        child.parentId = range.parent < 0 ? methodId : inlines[range.parent].methodId;
+        child.startAddress = range.start;
+        child.length = static_cast<std::uint32_t>(range.end - range.start);
+        child.code = codeBytes(range.start, range.end - range.start);
+        child.architecture = kArchitecture64;
+        child.methodName = facts.methodName;
+        child.className = facts.className;
+        child.sourceFileName = facts.sourceFile;
+        child.languageType = kLanguageJava;
+        child.nativeToSource = lineEntries(range.start, range.stretches, facts);
+        inlines.push_back(std::move(child));
+    }
+    return inlines;
 }
 
 void JvmAgent::compiledMethodUnload(jmethodID method, const void* codeAddress) {

@@ -41,6 +41,9 @@ private:
     void note(const std::string& message);
     std::vector<PcStack> stacksOf(jmethodID method, jint mapLength, const jvmtiAddrLocationMap* map,
                                   const void* compileInfo) const;
+    korvane_tracewriter::LoadRecord methodRecord(jmethodID method, std::uint64_t start, std::uint64_t length,
+                                                 const InlineRanges& ranges);
+    std::vector<korvane_tracewriter::InlineRecord> inlineRecords(const InlineRanges& ranges, std::uint32_t methodId);
     std::uint64_t loadTime(std::uint64_t start, std::uint64_t length, std::uint64_t identity, bool& duplicate);
     void write(const korvane_tracewriter::TraceWriter& records);
     void writeJvmView(const InlineRanges& ranges, std::uint64_t loadTime);

@@ -21,6 +21,8 @@ struct Case {
     std::vector<Step> steps;
 };
 
+void PrintTo(const Case& value, std::ostream* out) { *out << value.name; }
+
 class CodeAddressMapTest : public ::testing::TestWithParam<Case> {};
 
 TEST_P(CodeAddressMapTest, ChoosesLoadTimes) {

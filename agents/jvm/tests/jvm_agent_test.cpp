@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <dirent.h>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -116,13 +117,21 @@ protected:
         s_workDir = new std::string(temporaryDirectory());
         s_run = new JavaRun(runWorkload("dir=" + *s_workDir + "/trace,host=" + kHost + ",jvmview=" + *s_workDir +
                                             "/view",
-                                        *s_workDir, 3));
+                                        *s_workDir, 20));
         std::vector<const char*> directories{nullptr};
         const std::string traceDir = *s_workDir + "/trace";
         directories[0] = traceDir.c_str();
         s_resolver = open<ISymbolResolver>(directories).detach();
         s_loader = open<IJitLoader>(directories).detach();
         s_pid = tracedProcess(traceDir);
+    }
+
+    static void TearDownTestSuite() {
+        std::filesystem::remove_all(*s_workDir);
+        if (s_resolver)
+            intrusive_ptr_release(s_resolver);
+        if (s_loader)
+            intrusive_ptr_release(s_loader);
     }
 
     template <typename Front> static boost::intrusive_ptr<Front> open(const std::vector<const char*>& directories);
@@ -227,22 +236,29 @@ TEST_F(WorkloadTrace, InlineChainsAreTheJvmsOwn) {
     EXPECT_GT(nested, 100u) << "stretches with inlines nested two deep";
 }
 
-class BadStart : public ::testing::TestWithParam<std::pair<const char*, std::string>> {};
+struct BadOptions {
+    const char* name;
+    std::string text;
+};
+
+void PrintTo(const BadOptions& value, std::ostream* out) { *out << value.name; }
+
+class BadStart : public ::testing::TestWithParam<BadOptions> {};
 
 TEST_P(BadStart, LeavesTheWorkloadRunningToItsEnd) {
     const std::string workDir = temporaryDirectory();
-    const JavaRun run = runWorkload(GetParam().second, workDir, 1);
+    const JavaRun run = runWorkload(GetParam().text, workDir, 1);
     EXPECT_EQ(0, run.status);
     EXPECT_NE(std::string::npos, run.out.find("checksum")) << run.out;
     EXPECT_NE(std::string::npos, run.err.find("korvane jvmagent: ")) << run.err;
     EXPECT_NE(std::string::npos, run.err.find("the JVM runs on without the agent")) << run.err;
+    std::filesystem::remove_all(workDir);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Options, BadStart,
-    ::testing::Values(std::make_pair("NoOptions", std::string()), std::make_pair("NoDirectory", std::string("verbose")),
-                      std::make_pair("UnknownOption", std::string("dir=/tmp/korvane-unused,colour=red")),
-                      std::make_pair("UnwritableDirectory", std::string("dir=/proc/korvane-trace"))),
-    [](const ::testing::TestParamInfo<std::pair<const char*, std::string>>& info) { return info.param.first; });
+INSTANTIATE_TEST_SUITE_P(Options, BadStart,
+                         ::testing::Values(BadOptions{"NoOptions", ""}, BadOptions{"NoDirectory", "verbose"},
+                                           BadOptions{"UnknownOption", "dir=/tmp/korvane-unused,colour=red"},
+                                           BadOptions{"UnwritableDirectory", "dir=/proc/korvane-trace"}),
+                         [](const ::testing::TestParamInfo<BadOptions>& info) { return info.param.name; });
 
 } // namespace
