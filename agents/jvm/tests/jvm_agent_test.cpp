@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <dirent.h>
 #include <filesystem>
@@ -34,8 +35,10 @@ std::string temporaryDirectory() {
     return made ? made : "";
 }
 
-JavaRun runWorkload(const std::string& agentOptions, const std::string& workDir, int rounds) {
-    const std::string command = std::string(KORVANE_TEST_JAVA) + " '-agentpath:" + KORVANE_TEST_AGENT +
+// Runs the workload with the agent, behind the given command (e.g. perf).
+JavaRun runWorkload(const std::string& agentOptions, const std::string& workDir, int rounds,
+                    const std::string& under = std::string()) {
+    const std::string command = under + " env " + KORVANE_TEST_JAVA + " '-agentpath:" + KORVANE_TEST_AGENT +
                                 (agentOptions.empty() ? "" : "=" + agentOptions) + "' -cp " + KORVANE_TEST_WORKLOAD +
                                 " korvane.workload.Workload " + std::to_string(rounds) + " >" + workDir +
                                 "/out 2>" + workDir + "/err";
@@ -242,6 +245,55 @@ struct BadOptions {
 };
 
 void PrintTo(const BadOptions& value, std::ostream* out) { *out << value.name; }
+
+// The samples of perf record -k mono in compiled Java code are named at
+// their time, although the JVM reports its code late: with load times at the
+// arrival of the events some 0.3 % to 2 % stay unnamed; the goal is 99.5 %,
+// and dated back, all are named.
+TEST_F(WorkloadTrace, PerfSamplesInCompiledCodeAreNamed) {
+    if (std::system("perf record -q -e cpu-clock -o /dev/null -- true >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "perf_event_open is not permitted on this machine";
+    const std::string workDir = *s_workDir + "/perf";
+    std::filesystem::create_directories(workDir);
+    const JavaRun run = runWorkload("dir=" + workDir + "/trace,host=" + kHost, workDir, 20,
+                                    "perf record -q -e cpu-clock -k mono -o " + workDir + "/perf.data --");
+    ASSERT_EQ(0, run.status) << run.err;
+    ASSERT_EQ(0, std::system(("perf script -i " + workDir + "/perf.data --ns -F pid,time,ip >" + workDir +
+                              "/samples 2>/dev/null")
+                                 .c_str()));
+    std::vector<const char*> directories{nullptr};
+    const std::string traceDir = workDir + "/trace";
+    directories[0] = traceDir.c_str();
+    const boost::intrusive_ptr<ISymbolResolver> resolver = open<ISymbolResolver>(directories);
+    const boost::intrusive_ptr<IJitLoader> loader = open<IJitLoader>(directories);
+    ASSERT_TRUE(resolver && loader);
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> compiled; // address ranges of Java methods, at any time
+    for (auto symbols = resolver->getSymbols(); !symbols.at_end(); symbols.next())
+        for (auto regions = symbols.current()->getRegions(); !regions.at_end(); regions.next())
+            if (std::string(symbols.current()->getModule()->getFilePath()) == "[Compiled Java code]")
+                compiled.emplace_back(regions.current()->getStartVirtualAddress(),
+                                      regions.current()->getStartVirtualAddress() + regions.current()->getLength());
+    u32_t hostId = 0;
+    loader->getHostIdByName(kHost, &hostId);
+    std::size_t inCompiledCode = 0, named = 0;
+    std::istringstream samples(readText(workDir + "/samples"));
+    std::uint32_t pid = 0;
+    std::string seconds, nanoseconds;
+    std::uint64_t ip = 0;
+    while (samples >> pid && std::getline(samples >> std::ws, seconds, '.') && std::getline(samples, nanoseconds, ':') &&
+           samples >> std::hex >> ip >> std::dec) {
+        if (std::none_of(compiled.begin(), compiled.end(),
+                         [ip](const auto& range) { return ip >= range.first && ip < range.second; }))
+            continue;
+        ++inCompiledCode;
+        jit_rva_t rva = 0;
+        IModule::Ptr module;
+        const std::uint64_t time = std::stoull(seconds) * 1000000000u + std::stoull(nanoseconds);
+        named += loader->resolveJitPoint(time, ip, pid, hostId, &rva, module) == meSuccess && resolver->getSymbol(rva);
+    }
+    EXPECT_GT(inCompiledCode, 100u);
+    EXPECT_GE(named, inCompiledCode * 999 / 1000) << named << " of " << inCompiledCode << " samples named";
+}
 
 class BadStart : public ::testing::TestWithParam<BadOptions> {};
 
