@@ -32,7 +32,8 @@ set -- "$java" -XX:+UnlockDiagnosticVMOptions -XX:+DumpPerfMapAtExit -XX:+Preser
   "-agentpath:$agent=dir=$out/trace" -cp "$classes" korvane.workload.Workload "$rounds"
 
 if ! perf record -q -e cpu-clock -o /dev/null -- true >/dev/null 2>&1; then
-  echo "perf is not permitted on this machine (perf_event_open refused); showing the methods of the trace instead"
+  echo "perf cannot record on this machine (perf_event_open refused, or no perf for this kernel);" \
+    "showing the methods of the trace instead"
   "$@"
   "$tool" methods "$out/trace"
   exit 0

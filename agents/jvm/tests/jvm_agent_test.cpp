@@ -10,6 +10,8 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -137,8 +139,6 @@ protected:
             intrusive_ptr_release(s_loader);
     }
 
-    template <typename Front> static boost::intrusive_ptr<Front> open(const std::vector<const char*>& directories);
-
     // The methods at an address at a time, outermost first, with their lines.
     static std::vector<Frame> chainAt(std::uint64_t address, std::uint64_t time) {
         std::vector<Frame> frames;
@@ -163,6 +163,10 @@ protected:
         return frames;
     }
 
+public:
+    template <typename Front> static boost::intrusive_ptr<Front> open(const std::vector<const char*>& directories);
+
+protected:
     static std::string* s_workDir;
     static JavaRun* s_run;
     static ISymbolResolver* s_resolver;
@@ -252,7 +256,7 @@ void PrintTo(const BadOptions& value, std::ostream* out) { *out << value.name; }
 // and dated back, all are named.
 TEST_F(WorkloadTrace, PerfSamplesInCompiledCodeAreNamed) {
     if (std::system("perf record -q -e cpu-clock -o /dev/null -- true >/dev/null 2>&1") != 0)
-        GTEST_SKIP() << "perf_event_open is not permitted on this machine";
+        GTEST_SKIP() << "perf cannot record on this machine (perf_event_open refused, or no perf for this kernel)";
     const std::string workDir = *s_workDir + "/perf";
     std::filesystem::create_directories(workDir);
     const JavaRun run = runWorkload("dir=" + workDir + "/trace,host=" + kHost, workDir, 20,
@@ -280,8 +284,8 @@ TEST_F(WorkloadTrace, PerfSamplesInCompiledCodeAreNamed) {
     std::uint32_t pid = 0;
     std::string seconds, nanoseconds;
     std::uint64_t ip = 0;
-    while (samples >> pid && std::getline(samples >> std::ws, seconds, '.') && std::getline(samples, nanoseconds, ':') &&
-           samples >> std::hex >> ip >> std::dec) {
+    while (samples >> pid && std::getline(samples >> std::ws, seconds, '.') &&
+           std::getline(samples, nanoseconds, ':') && samples >> std::hex >> ip >> std::dec) {
         if (std::none_of(compiled.begin(), compiled.end(),
                          [ip](const auto& range) { return ip >= range.first && ip < range.second; }))
             continue;
@@ -293,6 +297,47 @@ TEST_F(WorkloadTrace, PerfSamplesInCompiledCodeAreNamed) {
     }
     EXPECT_GT(inCompiledCode, 100u);
     EXPECT_GE(named, inCompiledCode * 999 / 1000) << named << " of " << inCompiledCode << " samples named";
+}
+
+// Attached to a running JVM, the agent writes the code compiled so far with
+// load times that also cover the samples taken before it came.
+TEST(AttachedAgent, WritesTheCodeCompiledBeforeIt) {
+    const std::string workDir = temporaryDirectory();
+    const pid_t java = ::fork();
+    ASSERT_GE(java, 0);
+    if (java == 0) {
+        const std::string command = std::string("exec env ") + KORVANE_TEST_JAVA + " -cp " + KORVANE_TEST_WORKLOAD +
+                                    " korvane.workload.Workload 300 >" + workDir + "/out 2>" + workDir + "/err";
+        ::execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    ::usleep(700000);
+    timespec attached = {};
+    ::clock_gettime(CLOCK_MONOTONIC, &attached);
+    const std::string attach = std::string(KORVANE_TEST_JCMD) + " " + std::to_string(java) + " JVMTI.agent_load " +
+                               KORVANE_TEST_AGENT + " '\"dir=" + workDir + "/trace,host=" + kHost +
+                               "\"' >/dev/null 2>&1";
+    EXPECT_EQ(0, std::system(attach.c_str()));
+    int status = -1;
+    ASSERT_EQ(java, ::waitpid(java, &status, 0));
+    EXPECT_EQ(0, status) << readText(workDir + "/err");
+
+    std::vector<const char*> directories{nullptr};
+    const std::string traceDir = workDir + "/trace";
+    directories[0] = traceDir.c_str();
+    const boost::intrusive_ptr<ISymbolResolver> resolver = WorkloadTrace::open<ISymbolResolver>(directories);
+    ASSERT_TRUE(resolver);
+    const std::uint64_t attachTime = attached.tv_sec * 1000000000ull + attached.tv_nsec;
+    std::size_t before = 0;
+    bool interpreter = false; // generated at the JVM's start, so known only by asking for what exists
+    for (auto symbols = resolver->getSymbols(); !symbols.at_end(); symbols.next()) {
+        const std::string name = symbols.current()->getQualifiedMethodName();
+        before += name.rfind("korvane::workload::", 0) == 0 && symbols.current()->getLoadTime() < attachTime;
+        interpreter = interpreter || name == "Interpreter";
+    }
+    EXPECT_GT(before, 3u) << "workload methods dated before the attach";
+    EXPECT_TRUE(interpreter);
+    std::filesystem::remove_all(workDir);
 }
 
 class BadStart : public ::testing::TestWithParam<BadOptions> {};
