@@ -6,9 +6,10 @@ JOBS           ?= $(shell nproc)
 
 PACKAGES := cmake make g++ pkg-config \
             liblog4cplus-dev libboost-dev libboost-filesystem-dev libboost-system-dev \
-            libboost-thread-dev libssl-dev libzydis-dev libgtest-dev libbenchmark-dev
+            libboost-thread-dev libssl-dev libzydis-dev libgtest-dev libbenchmark-dev \
+            openjdk-17-jdk-headless linux-perf python3
 
-.PHONY: all deps build test test-release test-asan test-tsan run bench clean
+.PHONY: all deps build test test-release test-asan test-tsan run bench profile-java clean
 
 all: build
 
@@ -58,6 +59,16 @@ run: build
 	$(BUILD_DIR)/tools/korvane-jit processes $(EXAMPLES)/session-1 $(EXAMPLES)/session-2
 	$(BUILD_DIR)/tools/korvane-jit methods $(EXAMPLES)/session-1 $(EXAMPLES)/session-2
 	$(BUILD_DIR)/tools/korvane-jit resolve $(EXAMPLES)/session-1 $(EXAMPLES)/session-2 --samples $(EXAMPLES)/samples.csv
+
+JAVA_PROFILE := $(BUILD_DIR)/java-profile
+
+# Runs the Java workload with the agent under perf, resolves its samples and
+# measures the result; without perf, shows the methods of the trace.
+profile-java: build
+	BUILD_DIR=$(BUILD_DIR) agents/jvm/profile-java.sh $(JAVA_PROFILE)
+	@if [ -f $(JAVA_PROFILE)/resolved.csv ]; then \
+	  agents/jvm/measure-java.py $(JAVA_PROFILE) $(BUILD_DIR)/tools/korvane-jit; \
+	fi
 
 bench: build
 	$(BUILD_DIR)/bench/korvane_bench

@@ -1,0 +1,51 @@
+// The file-backed trace writer: records survive a kill; bad paths are refused.
+#include "test_support.h"
+#include "trace_builder.h"
+
+#include "tracewriter/trace_file.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using korvane_test::methodAt;
+using korvane_test::resolverOver;
+using korvane_test::TempDir;
+using korvane_tracewriter::TraceFile;
+using korvane_tracewriter::TraceWriter;
+
+std::size_t symbolCount(const std::string& directory) {
+    std::size_t count = 0;
+    for (auto symbols = resolverOver({directory})->getSymbols(); !symbols.at_end(); symbols.next())
+        ++count;
+    return count;
+}
+
+TEST(TraceFileTest, RecordsAppendedBeforeAKillSurviveIt) {
+    TempDir dir;
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        std::string problem;
+        const std::unique_ptr<TraceFile> file = TraceFile::create(dir.file("host.77.jit"), 1, problem);
+        for (std::uint32_t id = 1; file && id <= 50; ++id)
+            file->append(TraceWriter().loadV3(methodAt(id, 0x10000 + id * 0x100, 0x40, 10, "m")), problem);
+        ::raise(SIGKILL);
+    }
+    int status = 0;
+    ASSERT_EQ(child, ::waitpid(child, &status, 0));
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(50u, symbolCount(dir.str()));
+}
+
+TEST(TraceFileTest, AFileThatCantBeMadeIsRefusedWithItsReason) {
+    std::string problem;
+    EXPECT_FALSE(TraceFile::create("/proc/korvane-none/host.1.jit", 1, problem));
+    EXPECT_NE(std::string::npos, problem.find("/proc/korvane-none/host.1.jit")) << problem;
+}
+
+} // namespace
