@@ -1,15 +1,18 @@
-# Entry points for people and CI: `make test`, `make run`, `make bench`.
+# Entry points for people and CI: `make test`, `make run`, `make bench`, `make fuzz`.
 BUILD_DIR      ?= build
 ASAN_BUILD_DIR ?= build-asan
 TSAN_BUILD_DIR ?= build-tsan
+FUZZ_BUILD_DIR ?= build-fuzz
+FUZZ_SECONDS   ?= 600
+FUZZ_JOBS      ?= 2
 JOBS           ?= $(shell nproc)
 
 PACKAGES := cmake make g++ pkg-config \
             liblog4cplus-dev libboost-dev libboost-filesystem-dev libboost-system-dev \
             libboost-thread-dev libssl-dev libzydis-dev libgtest-dev libbenchmark-dev \
-            openjdk-17-jdk-headless linux-perf python3
+            openjdk-17-jdk-headless linux-perf python3 clang libclang-rt-dev
 
-.PHONY: all deps build test test-release test-asan test-tsan run bench profile-java clean
+.PHONY: all deps build test test-release test-asan test-tsan run bench profile-java fuzz clean
 
 all: build
 
@@ -73,5 +76,13 @@ profile-java: build
 bench: build
 	$(BUILD_DIR)/bench/korvane_bench
 
+# Builds the fuzz targets with clang and libFuzzer and runs each for FUZZ_SECONDS,
+# FUZZ_JOBS at a time. Clang warns where g++ does not; the g++ builds keep warnings as errors.
+fuzz: deps
+	cmake -S . -B $(FUZZ_BUILD_DIR) -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DKORVANE_FUZZ=ON -DKORVANE_WERROR=OFF -DBUILD_TESTING=OFF
+	cmake --build $(FUZZ_BUILD_DIR) -j $(JOBS) --target korvane_fuzzers korvane-jit-examples
+	fuzz/run_fuzzers.sh $(FUZZ_BUILD_DIR) $(FUZZ_SECONDS) $(FUZZ_JOBS)
+
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(TSAN_BUILD_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_BUILD_DIR) $(TSAN_BUILD_DIR) $(FUZZ_BUILD_DIR)

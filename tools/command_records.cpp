@@ -1,6 +1,7 @@
 // korvane-jit records: walks one .jit file record by record and shows what the decoder makes of each.
 #include "argument_parser.h"
 #include "command_registry.h"
+#include "input_file.h"
 
 #include "jitreader/jit_file_decoder.h"
 #include "jitreader/jit_files_manager.h"
@@ -256,6 +257,16 @@ u32_t pidOfFileName(const std::string& path) {
     return pid;
 }
 
+// A FIFO would block the decoder's open() and a device would never end; "-" must be redirected from a file.
+bool isRegularFile(const std::string& path, std::ostream& err) {
+    const std::string refusal = InputFile::refusal(path);
+    if (refusal.empty())
+        return true;
+    err << "korvane-jit records: " << (path == "-" ? "standard input" : path) << ": " << refusal
+        << "; records reads a regular file" << (path == "-" ? ", e.g. < FILE" : "") << "\n";
+    return false;
+}
+
 int listRecords(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
     ArgumentParser arguments({"--start-rva"}, {"--modules-only"});
     if (!arguments.parse(args, err))
@@ -263,6 +274,7 @@ int listRecords(const std::vector<std::string>& args, std::ostream& out, std::os
     if (arguments.has("--help") || arguments.positional().size() != 1) {
         (arguments.has("--help") ? out : err)
             << "Usage: korvane-jit " << kSynopsis << "\n"
+            << "  FILE            a trace file, or - for standard input redirected from one\n"
             << "  --modules-only  decode as a loader does: no code bytes, oldest records stop after the module\n"
             << "  --start-rva N   first jit RVA of the file (default 0x1, as for the first file read)\n"
             << "The library's own messages go to stderr; korvane-jit --log-level INFO records FILE\n"
@@ -275,10 +287,14 @@ int listRecords(const std::vector<std::string>& args, std::ostream& out, std::os
         return 2;
     }
     const std::string path = arguments.positional().front();
+    if (!isRegularFile(path, err))
+        return 1;
+    // The decoder seeks, so standard input is read through its name as the file it is.
+    const std::string tracePath = path == "-" ? "/dev/stdin" : path;
     const decoding_mode_t mode = arguments.has("--modules-only") ? dmModulesOnly : dmFull;
     const u32_t pid = pidOfFileName(path);
     boost::system::error_code sizeError;
-    const std::uintmax_t size = boost::filesystem::file_size(path, sizeError);
+    const std::uintmax_t size = boost::filesystem::file_size(tracePath, sizeError);
 
     out << "trace " << path;
     if (!sizeError)
@@ -286,7 +302,7 @@ int listRecords(const std::vector<std::string>& args, std::ostream& out, std::os
     out << ", process " << pid << ", jit RVAs from " << hex(startJitRva) << ", "
         << (mode == dmFull ? "code bytes kept" : "modules only") << "\n";
 
-    JitFileDecoder decoder(path, pid, 1, startJitRva, mode);
+    JitFileDecoder decoder(tracePath, pid, 1, startJitRva, mode);
     Tally tally;
     Record record;
     const korvane_error_t result = walk(decoder, record, tally, out);

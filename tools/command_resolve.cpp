@@ -1,11 +1,12 @@
 // korvane-jit resolve: the jit RVA, module, method, inlines and source line of each sample.
 #include "argument_parser.h"
 #include "command_registry.h"
+#include "input_file.h"
 #include "sample_file.h"
 #include "text_output.h"
 #include "trace_directories.h"
 
-#include <fstream>
+#include <memory>
 
 namespace korvane_tool {
 
@@ -136,12 +137,10 @@ void writeJson(const Sample& sample, const Resolution& resolution, std::ostream&
 }
 
 bool readSamples(const std::string& path, std::vector<Sample>& samples, std::ostream& err) {
-    std::ifstream file(path);
-    if (!file) {
-        err << "korvane-jit: " << path << ": cannot open the sample file\n";
+    const std::unique_ptr<InputFile> file = InputFile::create(path, err);
+    if (!file)
         return false;
-    }
-    return SampleFile::read(file, path, samples, err);
+    return SampleFile::read(file->stream(), path == "-" ? "stdin" : path, samples, err);
 }
 
 int resolveSamples(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
@@ -154,9 +153,14 @@ int resolveSamples(const std::vector<std::string>& args, std::ostream& out, std:
         return 2;
     }
     std::vector<Sample> samples;
-    const bool allRead = readSamples(arguments.value("--samples"), samples, err);
-    if (!allRead && samples.empty())
+    const std::string samplePath = arguments.value("--samples");
+    const bool allRead = readSamples(samplePath, samples, err);
+    if (samples.empty()) {
+        // Nothing to resolve is most likely the wrong file: say so rather than print an empty table.
+        if (allRead)
+            err << "korvane-jit: " << samplePath << ": no samples\n";
         return 1;
+    }
 
     const TraceDirectories directories(arguments.positional());
     const boost::intrusive_ptr<IJitLoader> loader = directories.loader(err);

@@ -2,6 +2,8 @@
 #include "sample_file.h"
 
 #include "argument_parser.h"
+#include "csv_reader.h"
+#include "text_output.h"
 
 #include <limits>
 
@@ -9,41 +11,24 @@ namespace korvane_tool {
 
 namespace {
 
-std::string trimmed(const std::string& text) {
-    const std::size_t first = text.find_first_not_of(" \t\r");
-    if (first == std::string::npos)
-        return std::string();
-    return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
-}
-
-std::vector<std::string> fields(const std::string& line) {
-    std::vector<std::string> result;
-    std::size_t start = 0;
-    for (std::size_t comma = line.find(','); comma != std::string::npos; comma = line.find(',', start)) {
-        result.push_back(trimmed(line.substr(start, comma - start)));
-        start = comma + 1;
-    }
-    result.push_back(trimmed(line.substr(start)));
-    return result;
-}
+const std::vector<std::string> kColumns = {"timestamp", "ip", "pid", "host"};
 
 } // namespace
 
 const char SampleFile::kHeader[] = "timestamp,ip,pid,host";
 
-bool SampleFile::parseLine(const std::string& line, Sample& sample, std::string& problem) {
-    const std::vector<std::string> columns = fields(line);
-    if (columns.size() != 4) {
+bool SampleFile::parseLine(const std::vector<std::string>& columns, Sample& sample, std::string& problem) {
+    if (columns.size() != kColumns.size()) {
         problem = "expected 4 columns (" + std::string(kHeader) + "), found " + std::to_string(columns.size());
         return false;
     }
     std::uint64_t pid = 0;
     if (!parseNumber(columns[0], sample.timestamp))
-        problem = "timestamp '" + columns[0] + "' is no number";
+        problem = "timestamp '" + excerpt(columns[0]) + "' is no number";
     else if (!parseNumber(columns[1], sample.ip))
-        problem = "ip '" + columns[1] + "' is no number";
+        problem = "ip '" + excerpt(columns[1]) + "' is no number";
     else if (!parseNumber(columns[2], pid) || pid > std::numeric_limits<std::uint32_t>::max())
-        problem = "pid '" + columns[2] + "' is no 32-bit number";
+        problem = "pid '" + excerpt(columns[2]) + "' is no 32-bit number";
     else if (columns[3].empty())
         problem = "host is empty";
     if (!problem.empty())
@@ -54,27 +39,26 @@ bool SampleFile::parseLine(const std::string& line, Sample& sample, std::string&
 }
 
 bool SampleFile::read(std::istream& in, const std::string& name, std::vector<Sample>& samples, std::ostream& err) {
+    CsvReader reader(in);
     bool good = true;
     bool headerSeen = false;
-    std::string line;
-    for (std::size_t number = 1; std::getline(in, line); ++number) {
-        const std::string content = trimmed(line);
-        if (content.empty() || content[0] == '#')
-            continue;
+    std::vector<std::string> fields;
+    std::string problem;
+    while (reader.next(fields, problem)) {
+        const std::string where = name + ":" + std::to_string(reader.line()) + ": ";
         if (!headerSeen) {
             headerSeen = true;
-            if (fields(content) == fields(kHeader))
+            if (problem.empty() && fields == kColumns)
                 continue;
-            err << name << ":" << number << ": the first line must be the header " << kHeader << "\n";
+            err << where << "the first line must be the header " << kHeader << "\n";
             return false;
         }
         Sample sample;
-        std::string problem;
-        if (parseLine(content, sample, problem)) {
+        if (problem.empty() && parseLine(fields, sample, problem)) {
             samples.push_back(sample);
             continue;
         }
-        err << name << ":" << number << ": " << problem << "; line skipped\n";
+        err << where << problem << "; line skipped\n";
         good = false;
     }
     return good;

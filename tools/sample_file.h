@@ -21,13 +21,14 @@ class SampleFile {
 public:
     static const char kHeader[];
 
-    // Numbers are decimal or 0x-hex. Blank lines and lines starting with '#'
-    // are skipped. A line that can't be read is reported on err as NAME:LINE
-    // and skipped; the result says whether all lines were good.
+    // CSV with RFC 4180 quoting; numbers are decimal or 0x-hex. Blank lines and
+    // lines starting with '#' are skipped. A line that can't be read, or is
+    // longer than 64 KiB, is reported on err as NAME:LINE and skipped; the
+    // result says whether all lines were good.
     static bool read(std::istream& in, const std::string& name, std::vector<Sample>& samples, std::ostream& err);
 
 private:
-    static bool parseLine(const std::string& line, Sample& sample, std::string& problem);
+    static bool parseLine(const std::vector<std::string>& columns, Sample& sample, std::string& problem);
 };
 
 } // namespace korvane_tool

@@ -3,10 +3,66 @@
 
 #include "jitreader/prefixed_hex.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <sstream>
 
 namespace korvane_tool {
+
+namespace {
+
+std::string hexEscape(const char* format, unsigned char c) {
+    char escaped[8];
+    std::snprintf(escaped, sizeof escaped, format, c);
+    return escaped;
+}
+
+std::string jsonEscaped(unsigned char c) {
+    switch (c) {
+    case '"':
+        return "\\\"";
+    case '\\':
+        return "\\\\";
+    case '\n':
+        return "\\n";
+    case '\r':
+        return "\\r";
+    case '\t':
+        return "\\t";
+    default:
+        return c < 0x20 ? hexEscape("\\u%04x", c) : std::string(1, static_cast<char>(c));
+    }
+}
+
+// Length of the well-formed UTF-8 sequence that starts at text[i], or 0 when
+// there is none: no overlong forms, surrogates or code points above U+10FFFF.
+std::size_t utf8SequenceLength(const std::string& text, std::size_t i) {
+    const unsigned char lead = static_cast<unsigned char>(text[i]);
+    std::size_t length = 0;
+    unsigned char low = 0x80;
+    unsigned char high = 0xbf;
+    if (lead >= 0xc2 && lead <= 0xdf) {
+        length = 2;
+    } else if (lead >= 0xe0 && lead <= 0xef) {
+        length = 3;
+        low = lead == 0xe0 ? 0xa0 : 0x80;
+        high = lead == 0xed ? 0x9f : 0xbf;
+    } else if (lead >= 0xf0 && lead <= 0xf4) {
+        length = 4;
+        low = lead == 0xf0 ? 0x90 : 0x80;
+        high = lead == 0xf4 ? 0x8f : 0xbf;
+    }
+    if (length == 0 || text.size() - i < length)
+        return 0;
+    for (std::size_t k = 1; k < length; ++k) {
+        const unsigned char next = static_cast<unsigned char>(text[i + k]);
+        if (next < (k == 1 ? low : 0x80) || next > (k == 1 ? high : 0xbf))
+            return 0;
+    }
+    return length;
+}
+
+} // namespace
 
 std::string hexText(std::uint64_t value) {
     std::ostringstream out;
@@ -28,34 +84,37 @@ std::string csvField(const std::string& text) {
 
 std::string jsonString(const std::string& text) {
     std::string out = "\"";
-    for (unsigned char c : text) {
-        switch (c) {
-        case '"':
-            out += "\\\"";
-            break;
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\r':
-            out += "\\r";
-            break;
-        case '\t':
-            out += "\\t";
-            break;
-        default:
-            if (c < 0x20) {
-                char escaped[8];
-                std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-                out += escaped;
-            } else {
-                out += static_cast<char>(c);
-            }
+    for (std::size_t i = 0; i < text.size();) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        if (c < 0x80) {
+            out += jsonEscaped(c);
+            ++i;
+            continue;
         }
+        const std::size_t length = utf8SequenceLength(text, i);
+        if (length == 0) {
+            out += "\\ufffd";
+            ++i;
+            continue;
+        }
+        out.append(text, i, length);
+        i += length;
     }
     return out + "\"";
+}
+
+std::string excerpt(const std::string& text) {
+    const std::size_t kMaxBytes = 40;
+    std::size_t end = std::min(text.size(), kMaxBytes);
+    // Cut before a character, not inside one.
+    while (end > 0 && end < text.size() && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80)
+        --end;
+    std::string out;
+    for (std::size_t i = 0; i < end; ++i) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        out += c < 0x20 || c == 0x7f ? hexEscape("\\x%02x", c) : std::string(1, static_cast<char>(c));
+    }
+    return end < text.size() ? out + "..." : out;
 }
 
 std::string countText(std::uint64_t number, const char* singular, const char* plural) {

@@ -17,8 +17,9 @@ namespace {
 
 bool looksLikeTrace(const fs::directory_entry& entry) {
     const std::string name = entry.path().filename().string();
+    boost::system::error_code ignored;
     return name.size() > 4 && name.compare(name.size() - 4, 4, ".jit") == 0 &&
-           !fs::is_directory(fs::status(entry.path()));
+           !fs::is_directory(fs::status(entry.path(), ignored));
 }
 
 } // namespace
@@ -88,11 +89,15 @@ void TraceDirectories::explain(korvane_error_t result, std::ostream& err) const 
 bool TraceDirectories::explainBadDirectories(std::ostream& err) const {
     bool found = false;
     for (const std::string& directory : std::set<std::string>(m_directories.begin(), m_directories.end())) {
-        const fs::file_status status = fs::status(directory);
+        boost::system::error_code error;
+        const fs::file_status status = fs::status(directory, error);
         if (fs::is_directory(status))
             continue;
         err << "korvane-jit: " << directory << ": "
-            << (fs::exists(status) ? "is not a directory" : "no such directory") << "\n";
+            << (fs::exists(status)                         ? "is not a directory"
+                : status.type() == fs::file_not_found ? "no such directory"
+                                                      : error.message())
+            << "\n";
         found = true;
     }
     return found;
@@ -102,7 +107,8 @@ bool TraceDirectories::explainBadFileNames(std::ostream& err) const {
     const korvane_3_10::JitFilesManager parser;
     bool found = false;
     for (const std::string& directory : std::set<std::string>(m_directories.begin(), m_directories.end())) {
-        for (fs::directory_iterator entry(directory), end; entry != end; ++entry) {
+        boost::system::error_code error;
+        for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
             korvane_3_10::u32_t pid = 0;
             std::string host;
             if (!looksLikeTrace(*entry) ||
@@ -110,6 +116,10 @@ bool TraceDirectories::explainBadFileNames(std::ostream& err) const {
                 continue;
             err << "korvane-jit: " << entry->path().string()
                 << ": the file name does not say host and process; trace files are named HOST.PID.jit\n";
+            found = true;
+        }
+        if (error) {
+            err << "korvane-jit: " << directory << ": cannot be listed: " << error.message() << "\n";
             found = true;
         }
     }

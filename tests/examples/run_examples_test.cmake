@@ -8,6 +8,15 @@ function(run_tool name)
   set(${name}_err "${err}" PARENT_SCOPE)
 endfunction()
 
+# As run_tool, with standard input read from a file.
+function(run_tool_on_input name input)
+  execute_process(COMMAND ${TOOL} ${ARGN} INPUT_FILE ${input}
+    RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  set(${name}_result "${result}" PARENT_SCOPE)
+  set(${name}_out "${out}" PARENT_SCOPE)
+  set(${name}_err "${err}" PARENT_SCOPE)
+endfunction()
+
 function(expect_clean name)
   if(NOT ${name}_result EQUAL 0 OR NOT "${${name}_err}" STREQUAL "")
     message(FATAL_ERROR "korvane-jit ${name}: exit ${${name}_result}\n${${name}_err}")
@@ -57,6 +66,10 @@ expect_in(resolve "1002500,0x7f3a1c004020,4711,alpha.example.net,jit,[^\n]*,0,co
 expect_in(resolve "1004000,0x7f3a1c004020,4711,alpha.example.net,jit,[^\n]*Cache<K,V>::get")
 expect_in(resolve "900000,0x7f3a1c001008,4711,alpha.example.net,outside JIT code,")
 
+run_tool_on_input(piped ${WORK_DIR}/first/samples.csv resolve ${dirs} --samples -)
+expect_clean(piped)
+expect_in(piped ",2,java::lang::String::hashCode\\(\\),String.java,1502\n")
+
 run_tool(json resolve ${dirs} --samples ${WORK_DIR}/first/samples.csv --json)
 expect_clean(json)
 expect_in(json "\"frames\":\\[{\"method\":\"Harbor::Billing::Invoice::Total\"")
@@ -74,6 +87,9 @@ file(GLOB traces ${WORK_DIR}/first/session-1/alpha.example.net.4711-0.jit)
 run_tool(records records ${traces})
 expect_clean(records)
 expect_in(records "FunctionInlineLoad64")
+run_tool_on_input(redirected ${traces} records -)
+expect_clean(redirected)
+expect_in(redirected "FunctionInlineLoad64")
 
 # A broken trace is logged on stderr through the tool's own log set-up.
 file(MAKE_DIRECTORY ${WORK_DIR}/broken)
