@@ -4,7 +4,7 @@
 #include "text_output.h"
 #include "trace_directories.h"
 
-#include "jitreader/jit_method.h"
+#include "jitreader/method_report.h"
 
 namespace korvane_tool {
 

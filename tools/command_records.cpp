@@ -7,6 +7,7 @@
 #include "jitreader/jit_files_manager.h"
 #include "jitreader/jit_trace_format.h"
 #include "jitreader/logging.h"
+#include "jitreader/method_report.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
@@ -53,11 +54,6 @@ const char* errorName(korvane_error_t code) {
     case meFileNotOpen: return "meFileNotOpen";
     }
     return "unknown code";
-}
-
-const char* architectureName(korvane_arch arch) {
-    static const char* const names[] = {"xa32", "xa64", "wa64", "cc64"};
-    return arch < 4 ? names[arch] : "unknown architecture";
 }
 
 // Lets update records find the code they change among the loads listed so far:
@@ -111,7 +107,7 @@ void printMethod(const JitMethod& method, std::ostream& out) {
     if (*method.getClassName())
         out << "    class    " << method.getClassName() << "\n";
     if (const IModule::Ptr module = method.getModule())
-        out << "    module   " << module->getFilePath() << "  (" << architectureName(module->getArchitecture())
+        out << "    module   " << module->getFilePath() << "  (" << architectureName(module->getArchitecture(), "unknown architecture")
             << (module->isBogus() == meSuccess ? ", no real file" : ", a real file") << ")\n";
     if (const ISourceFile::Ptr source = method.getSourceFile())
         out << "    source   " << source->getSourceFileName() << "\n";

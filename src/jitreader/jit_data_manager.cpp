@@ -2,6 +2,7 @@
 #include "jitreader/jit_data_manager.h"
 
 #include "jitreader/jit_trace_format.h"
+#include "jitreader/method_report.h"
 #include "jitreader/logging.h"
 #include "jitreader/retrying_lock.h"
 
@@ -452,7 +453,7 @@ void JitDataManager::reportUnloadedMethods(u32_t pid, u32_t hostId, const JitMet
         oldMethods.insert(std::make_pair(method->getMethodId(), method));
     }
     for (const auto& entry : oldMethods)
-        KORVANE_LOG_INFO("Updated method's state " << label(*entry.second) << entry.second->dumpRegions());
+        KORVANE_LOG_INFO("Updated method's state " << label(*entry.second) << dumpRegions(*entry.second));
 }
 
 // ---------------------------------------------------------------------------
@@ -588,7 +589,7 @@ korvane_error_t JitDataManager::addInlineMethod(JitMethod::Ptr& parentMethod, Re
                      << ") into parent's code region (method id = " << hex(parentMethod->getRawMethodId())
                      << ", ip range = " << hex(foundRegion->startAddress()) << "-" << hex(foundRegion->endAddress())
                      << ")");
-    KORVANE_LOG_INFO("Updated method's state " << label(*parentMethod) << parentMethod->dumpRegions());
+    KORVANE_LOG_INFO("Updated method's state " << label(*parentMethod) << dumpRegions(*parentMethod));
     return meSuccess;
 }
 

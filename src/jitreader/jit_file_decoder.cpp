@@ -3,6 +3,7 @@
 
 #include "jitreader/java_signature_parser.h"
 #include "jitreader/logging.h"
+#include "jitreader/method_report.h"
 #include "jitreader/payload_reader.h"
 
 KORVANE_DEFINE_FILE_LOGGER()

@@ -92,8 +92,6 @@ public:
     void validateSymbolicInfo() const;
     void compareSymbolicInfoTo(const Ptr& jitMethod) const;
 
-    std::string dumpRegions();
-
     const BaseMethodInfo::Ptr& methodInfo() const { return m_methodInfo; }
     const std::vector<Region::Ptr>& codeRegions() const { return m_codeRegions; }
     bool attachedToParent() const { return m_attachedToParent; }
@@ -135,9 +133,6 @@ struct MethodLabel {
 
 inline MethodLabel label(const JitMethod& method) { return MethodLabel{method}; }
 std::ostream& operator<<(std::ostream& stream, const MethodLabel& label);
-
-// The full report of a method, disassembly included.
-std::ostream& operator<<(std::ostream& stream, JitMethod& method);
 
 } // namespace korvane_3_10
 
