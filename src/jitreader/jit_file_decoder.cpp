@@ -116,11 +116,6 @@ JitFileDecoder::JitFileDecoder(const ustring& path, u32_t pid, u32_t hostId, jit
     m_stream.seekg(0);
 }
 
-JitFileDecoder::~JitFileDecoder() {
-    if (m_stream.is_open())
-        m_stream.close();
-}
-
 korvane_error_t JitFileDecoder::getNextRecord(Record& record) {
     KORVANE_TRACE_SCOPE();
     if (!m_stream.is_open()) {

@@ -35,7 +35,6 @@ public:
 
     // Never fails: a file that can't be opened shows at the first getNextRecord.
     JitFileDecoder(const ustring& path, u32_t pid, u32_t hostId, jit_rva_t startJitRva, decoding_mode_t mode);
-    ~JitFileDecoder();
     JitFileDecoder(const JitFileDecoder&) = delete;
     JitFileDecoder& operator=(const JitFileDecoder&) = delete;
 

@@ -28,7 +28,6 @@ public:
     // A private copy for the update path: own bytes, same markup, no inlines.
     Region(const Region& other);
     Region& operator=(const Region&) = delete;
-    ~Region() override;
 
     jit_rva_t getStartJitRva() const override { return m_startJitRva; }
     u64_t getLoadTime() const override { return m_loadTime; }
