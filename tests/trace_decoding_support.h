@@ -23,8 +23,6 @@ using korvane_tracewriter::Bytes;
 using korvane_tracewriter::TraceWriter;
 namespace jt = korvane_3_10::jittrace;
 
-const korvane_3_10::u32_t kPid = 4242;
-const korvane_3_10::u32_t kHostId = 3;
 const korvane_3_10::jit_rva_t kStartJitRva = 0x1000;
 const korvane_3_10::address_t kRegionStart = 0x7f0000001000;
 
@@ -32,7 +30,7 @@ const korvane_3_10::address_t kRegionStart = 0x7f0000001000;
 struct DecoderSetup {
     korvane_3_10::decoding_mode_t mode = korvane_3_10::dmFull;
     korvane_3_10::u32_t pid = kPid;
-    korvane_3_10::u32_t hostId = kHostId;
+    korvane_3_10::u32_t hostId = kHost;
     const korvane_3_10::JitFileDecoder::SearchRegionCallback* search = nullptr;
 };
 
@@ -232,10 +230,10 @@ public:
 // The region of a method with raw id 77 at kRegionStart, 0x10 bytes 00..0f, at jit RVA 0x500.
 inline FakeRegionSearch foundRegion() {
     FakeRegionSearch search;
-    search.m_region = makeRegion(kRegionStart, 0x10, 0x500, kPid, kHostId);
+    search.m_region = regionAt(kRegionStart, 0x10).rva(0x500).in(kPid, kHost);
     search.m_region->setLoadTime(0x5000);
-    search.m_region->setContent(makeBuffer(codeBytes(0x10, 0)));
-    search.m_method = makeMethod(77);
+    search.m_region->setContent(bufferOf(codeBytes(0x10, 0)));
+    search.m_method = methodOf(77);
     return search;
 }
 

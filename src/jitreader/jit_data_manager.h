@@ -62,6 +62,7 @@ public:
     korvane_error_t translateToJitRva(u32_t jitId, u64_t address, u64_t start, u64_t end, u64_t& result) const;
     korvane_error_t getCalleeTarget(u64_t callerJitRva, u64_t targetAddress, u64_t& calleeJitRva) const;
 
+private:
     korvane_error_t splitRegions(const Region::Ptr& region, const JitMethod::Ptr& method,
                                  const SingleRegionDomainItr& first, const SingleRegionDomainItr& last,
                                  SingleRegionDomain& splittedRegions) const;
@@ -69,7 +70,6 @@ public:
                                       SingleRegionDomain& splittedRegions) const;
     korvane_error_t modifyRegionAssosiatedData(const JitMethod::Ptr& method, const Region::Ptr& region,
                                                JitMethodContainer::Ptr& container) const;
-
     korvane_error_t addInlineMethod(JitMethod::Ptr& parentMethod, Region::Ptr& parentRegion,
                                     const JitMethod::Ptr& inlineMethod);
     korvane_error_t addCachedInlineMethods(JitMethod::Ptr& parentMethod);
@@ -78,12 +78,6 @@ public:
     korvane_error_t findParentMethod(const BaseMethodId& parentId, JitMethod::Ptr& method) const;
     korvane_error_t findInlineMethod(const BaseMethodId& parentId, JitMethod::Ptr& method) const;
 
-    const JitRvaDomain& jitRvaDomain() const { return m_jitRvaDomain; }
-    const MethodMap& jitMethods() const { return m_jitMethods; }
-    const MethodMap& inlineMethods() const { return m_inlineMethods; }
-    const MethodMultiMap& cachedParentMethods() const { return m_cachedParentMethods; }
-
-private:
     // One key of a run: its pieces, in the order that keeps copies clean.
     korvane_error_t splitKey(const Region::Ptr& region, const JitMethod::Ptr& method, u64_t newStart, u64_t newEnd,
                              const Range& key, JitMethodContainer::Ptr& old, SingleRegionDomain& splittedRegions) const;
