@@ -2,12 +2,14 @@
 #include "argument_parser.h"
 #include "command_registry.h"
 #include "input_file.h"
+#include "text_output.h"
 
 #include "jitreader/jit_file_decoder.h"
 #include "jitreader/jit_files_manager.h"
 #include "jitreader/jit_trace_format.h"
 #include "jitreader/logging.h"
 #include "jitreader/method_report.h"
+#include "jitreader/payload_reader.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
@@ -22,23 +24,8 @@ typedef JitFileDecoder::Record Record;
 const char kSynopsis[] = "records FILE [--modules-only] [--start-rva N]";
 
 const char* recordTypeName(u32_t type) {
-    switch (type) {
-    case jittrace::FunctionLoad32: return "FunctionLoad32";
-    case jittrace::FunctionLoad64: return "FunctionLoad64";
-    case jittrace::FunctionLoad32_v1: return "FunctionLoad32_v1";
-    case jittrace::FunctionLoad64_v1: return "FunctionLoad64_v1";
-    case jittrace::FunctionLoad32_v2: return "FunctionLoad32_v2";
-    case jittrace::FunctionLoad64_v2: return "FunctionLoad64_v2";
-    case jittrace::FunctionLoad32_v3: return "FunctionLoad32_v3";
-    case jittrace::FunctionLoad64_v3: return "FunctionLoad64_v3";
-    case jittrace::FunctionUpdate: return "FunctionUpdate";
-    case jittrace::FunctionInlineLoad32: return "FunctionInlineLoad32";
-    case jittrace::FunctionInlineLoad64: return "FunctionInlineLoad64";
-    case jittrace::CollectorType: return "CollectorType";
-    case jittrace::FunctionUpdate_v2: return "FunctionUpdate_v2";
-    case jittrace::Magic: return "Magic";
-    default: return "unknown";
-    }
+    const jittrace::RecordTypeInfo* info = jittrace::findRecordType(type);
+    return info ? info->name : "unknown";
 }
 
 const char* errorName(korvane_error_t code) {
@@ -159,9 +146,8 @@ public:
 
 private:
     void listValue(const Record& record) {
-        u32_t value = 0;
-        for (std::size_t i = 0; i < 4 && i < record.data.size(); ++i)
-            value |= static_cast<u32_t>(static_cast<unsigned char>(record.data[i])) << (8 * i);
+        // Framing gives value records their four bytes.
+        const u32_t value = static_cast<u32_t>(littleEndian(record.data.data(), 4));
         m_out << "  value " << hex(value);
         if (record.type == jittrace::CollectorType)
             m_out << (value == ctJitProfiler ? " (JIT profiler)" : " (another collector)");
@@ -214,10 +200,6 @@ private:
     korvane_bool_t m_isInlined;
 };
 
-std::string count(std::size_t number, const char* singular, const char* plural) {
-    return std::to_string(number) + " " + (number == 1 ? singular : plural);
-}
-
 // The last line of a listing that framing cut short.
 void printStop(korvane_error_t result, const Record& record, std::ostream& out) {
     out << "stopped at " << hex(record.offset) << ": " << errorName(result);
@@ -226,7 +208,7 @@ void printStop(korvane_error_t result, const Record& record, std::ostream& out) 
         return;
     }
     out << " in ";
-    if (std::string(recordTypeName(record.type)) == "unknown")
+    if (!jittrace::findRecordType(record.type))
         out << "a record of unknown type " << hex(record.type);
     else
         out << "a " << recordTypeName(record.type) << " record";
@@ -303,7 +285,7 @@ int listRecords(const std::vector<std::string>& args, std::ostream& out, std::os
     Record record;
     const korvane_error_t result = walk(decoder, record, tally, out);
 
-    out << count(tally.records, "record", "records") << ": " << tally.decoded << " decoded, " << tally.refused
+    out << countText(tally.records, "record", "records") << ": " << tally.decoded << " decoded, " << tally.refused
         << " refused by the decoder\n";
     if (result == meEndOfFile) {
         out << "end of file; the records took jit RVAs [" << hex(startJitRva) << ", " << hex(decoder.nextJitRva())
