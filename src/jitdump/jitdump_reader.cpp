@@ -4,7 +4,6 @@
 #include "jitdump/byte_cursor.h"
 
 #include <fstream>
-#include <iterator>
 #include <utility>
 
 namespace korvane_jitdump {
@@ -117,13 +116,16 @@ std::unique_ptr<JitdumpReader> JitdumpReader::create(std::vector<std::uint8_t> b
 }
 
 std::unique_ptr<JitdumpReader> JitdumpReader::open(const std::string& path, std::string& problem) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
+    std::ifstream file(path, std::ios::binary | std::ios::ate);
+    const std::streamoff size = file ? static_cast<std::streamoff>(file.tellg()) : -1;
+    if (size < 0) {
         problem = "cannot open the file";
         return nullptr;
     }
-    std::vector<std::uint8_t> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    if (file.bad()) {
+    // The size at opening: records a runtime appends later are not read.
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
+    file.seekg(0);
+    if (!file.read(reinterpret_cast<char*>(bytes.data()), size)) {
         problem = "cannot read the file";
         return nullptr;
     }
