@@ -5,12 +5,15 @@
 
 #include "jitdump/jitdump_import.h"
 
+#include "command_registry.h"
+
 #include <boost/filesystem/operations.hpp>
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 
 namespace {
 
@@ -176,6 +179,50 @@ TEST(JitdumpImportTest, FilesThatAreNoJitdumpAreRefusedWithTheReason) {
     std::string problem;
     EXPECT_FALSE(JitdumpImport::create(dir.file("missing.dump"), problem));
     EXPECT_EQ("cannot open the file", problem);
+}
+
+int runImport(const std::vector<std::string>& args, std::string& out, std::string& err) {
+    for (const korvane_tool::Command& command : korvane_tool::commands()) {
+        if (command.name != "import-jitdump")
+            continue;
+        std::ostringstream outText, errText;
+        const int code = command.run(args, outText, errText);
+        out = outText.str();
+        err = errText.str();
+        return code;
+    }
+    return -1;
+}
+
+TEST(JitdumpImportTest, CommandWritesOneTracePerFileAndKeepsExistingOnes) {
+    TempDir dir;
+    const std::string dump = twoLoads(false).writeTo(dir.file("jit-9.dump"));
+    const std::string output = dir.file("out");
+    const std::string trace = output + "/h.9.jit";
+    struct Run {
+        std::vector<std::string> args;
+        int exitCode;
+        std::string out;
+        std::string err;
+    };
+    const std::string summary = dump + ": 2 records, 2 loads, 0 moves, 0 line entries, 0 skipped -> " + trace + "\n";
+    const std::vector<Run> runs = {
+        {{dump, "-o", output, "--host", "h"}, 0, summary, ""},
+        {{dump, "-o", output, "--host", "h"}, 1, "", "korvane-jit: " + trace + " exists; --force overwrites it\n"},
+        {{dir.file("none.dump"), dump, "--force", "--output", output, "--host=h"}, 1, summary,
+         "korvane-jit: " + dir.file("none.dump") + ": cannot open the file\n"},
+        {{dump, "--host", "h"}, 2, "", "Usage: korvane-jit import-jitdump FILE... -o DIR [--host NAME] [--force]\n"},
+    };
+    for (const Run& run : runs) {
+        SCOPED_TRACE(run.args.size());
+        std::string out, err;
+        EXPECT_EQ(run.exitCode, runImport(run.args, out, err));
+        EXPECT_EQ(run.out, out);
+        EXPECT_EQ(run.err, err);
+    }
+    const auto resolver = korvane_test::resolverOver({output});
+    ASSERT_TRUE(resolver);
+    EXPECT_EQ(2u, korvane_test::symbolsByName(*resolver).size());
 }
 
 // A real file: Node.js with --perf-prof writes jit-PID.dump into its working directory.

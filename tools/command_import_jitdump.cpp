@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <stdexcept>
 
 namespace korvane_tool {
 
@@ -60,7 +61,12 @@ bool importFile(const std::string& path, const std::string& directory, const std
         err << "korvane-jit: " << target << " exists; --force overwrites it\n";
         return false;
     }
-    import->trace().writeTo(target);
+    try {
+        import->trace().writeTo(target);
+    } catch (const std::runtime_error& failure) {
+        err << "korvane-jit: " << failure.what() << "\n";
+        return false;
+    }
     out << path << ": " << import->summary() << " -> " << target << "\n";
     return true;
 }

@@ -71,13 +71,15 @@ struct DebugEntry {
     std::uint64_t address = 0; // absolute code address
     std::int32_t line = 0;
     std::int32_t discriminator = 0;
-    std::string fileName; // the repeat marker already resolved
+    std::size_t file = 0; // index into DebugInfo::fileNames
 };
 
 struct DebugInfo {
     RecordHeader head;
     std::uint64_t codeAddress = 0;
     std::vector<DebugEntry> entries;
+    // Each name once per run of entries that share it, so repeats cost no copies.
+    std::vector<std::string> fileNames;
 };
 
 } // namespace korvane_jitdump

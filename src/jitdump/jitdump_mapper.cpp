@@ -40,7 +40,7 @@ bool lineTableOf(const DebugInfo& info, std::uint64_t codeSize, std::vector<Line
                          static_cast<std::uint32_t>(points[i].second)});
     }
     if (!info.entries.empty())
-        file = info.entries.front().fileName;
+        file = info.fileNames[info.entries.front().file];
     return true;
 }
 

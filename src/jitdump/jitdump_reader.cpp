@@ -57,14 +57,15 @@ bool decodeDebugInfo(ByteCursor& body, DebugInfo& record) {
     if (!body.u64(record.codeAddress) || !body.u64(count) || count > body.remaining() / kSmallestDebugEntry)
         return false;
     record.entries.resize(static_cast<std::size_t>(count));
-    std::string previousFile;
+    std::string file;
     for (DebugEntry& entry : record.entries) {
         if (!body.u64(entry.address) || !body.i32(entry.line) || !body.i32(entry.discriminator) ||
-            !body.cString(entry.fileName))
+            !body.cString(file))
             return false;
-        if (entry.fileName.size() == 1 && entry.fileName[0] == kSameFileAsBefore)
-            entry.fileName = previousFile;
-        previousFile = entry.fileName;
+        const bool repeated = file.size() == 1 && file[0] == kSameFileAsBefore;
+        if (!repeated || record.fileNames.empty())
+            record.fileNames.push_back(repeated ? std::string() : file);
+        entry.file = record.fileNames.size() - 1;
     }
     return true;
 }
