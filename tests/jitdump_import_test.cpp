@@ -112,10 +112,8 @@ JitdumpWriter twoLoads(bool bigEndian) {
 std::vector<BrokenCase> brokenCases() {
     const std::uint64_t huge = std::uint64_t(1) << 60;
     return {
-        {"last record cut off", twoLoads(false).cutOff(3), 1, 0, 0, Ending::CutOff},
-        {"cut off in the other byte order", twoLoads(true).cutOff(20), 1, 0, 0, Ending::CutOff},
+        {"last record cut off", twoLoads(true).cutOff(3), 1, 0, 0, Ending::CutOff},
         {"record larger than the file", twoLoads(false).record(0, 3, {1, 2, 3}, 0xfffffff0u), 2, 0, 0, Ending::CutOff},
-        {"stray bytes after the records", twoLoads(false).record(0, 3, {}).cutOff(9), 2, 0, 0, Ending::CutOff},
         {"record shorter than its header", JitdumpWriter(false, 9).record(77, 1, {}, 8).codeLoad(2, 0x1, "x", 1, 1),
          0, 0, 0, Ending::Damaged},
         {"code longer than its record", JitdumpWriter(false, 9).codeLoad(1, 0x1000, "x", 0x10, 1, huge), 0, 0, 1,
