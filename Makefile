@@ -10,7 +10,7 @@ JOBS           ?= $(shell nproc)
 PACKAGES := cmake make g++ pkg-config \
             liblog4cplus-dev libboost-dev libboost-filesystem-dev libboost-system-dev \
             libboost-thread-dev libssl-dev libzydis-dev libgtest-dev libbenchmark-dev \
-            openjdk-17-jdk-headless linux-perf python3 clang libclang-rt-dev
+            openjdk-17-jdk-headless linux-perf python3 clang libclang-rt-dev nodejs
 
 .PHONY: all deps build test test-release test-asan test-tsan run bench profile-java fuzz clean
 

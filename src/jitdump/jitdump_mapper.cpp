@@ -1,0 +1,121 @@
+// Turns the records of one jitdump file into the load records of a .jit trace.
+#include "jitdump/jitdump_mapper.h"
+
+#include "jitdump/runtime_name.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace korvane_jitdump {
+
+namespace {
+
+using korvane_tracewriter::LineEntry;
+using korvane_tracewriter::LoadRecord;
+
+// Texts of a .jit load record are read as empty from this length on; a cut name says more.
+const std::size_t kLongestText = 511;
+const std::uint32_t kJitProfiler = 1;
+
+std::string limited(const std::string& text) { return text.substr(0, kLongestText); }
+
+// Each entry's line holds from its offset to the next entry's, the last one to the end of the
+// code. False if an entry lies outside the code: then the record does not describe this code.
+bool lineTableOf(const DebugInfo& info, std::uint64_t codeSize, std::vector<LineEntry>& table, std::string& file) {
+    std::vector<std::pair<std::uint64_t, std::int32_t> > points;
+    for (const DebugEntry& entry : info.entries) {
+        if (entry.address < info.codeAddress || entry.address - info.codeAddress >= codeSize)
+            return false;
+        points.emplace_back(entry.address - info.codeAddress, entry.line);
+    }
+    std::stable_sort(points.begin(), points.end(),
+                     [](const std::pair<std::uint64_t, std::int32_t>& a,
+                        const std::pair<std::uint64_t, std::int32_t>& b) { return a.first < b.first; });
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        const std::uint64_t end = i + 1 < points.size() ? points[i + 1].first : codeSize;
+        if (end == points[i].first || points[i].second <= 0)
+            continue;
+        table.push_back({static_cast<std::uint32_t>(points[i].first), static_cast<std::uint32_t>(end),
+                         static_cast<std::uint32_t>(points[i].second)});
+    }
+    if (!info.entries.empty())
+        file = info.fileNames[info.entries.front().file];
+    return true;
+}
+
+} // namespace
+
+JitdumpMapper::JitdumpMapper(const FileHeader& header)
+    : m_width(header.elfMachine == kElfMachineX86 ? korvane_tracewriter::Width::Bits32
+                                                  : korvane_tracewriter::Width::Bits64),
+      m_lastMethodId(0) {
+    m_trace.magic().collectorType(kJitProfiler);
+}
+
+void JitdumpMapper::attachLines(std::uint64_t codeAddress, LoadRecord& load) {
+    const auto pending = m_pendingLines.find(codeAddress);
+    if (pending == m_pendingLines.end())
+        return;
+    std::string file;
+    if (lineTableOf(pending->second, load.ranges.front().length, load.nativeToSource, file)) {
+        m_counts.lineEntries += load.nativeToSource.size();
+        if (!file.empty())
+            load.sourceFileName = limited(file);
+    } else {
+        ++m_counts.skipped;
+    }
+    m_pendingLines.erase(pending);
+}
+
+void JitdumpMapper::codeLoad(const CodeLoad& record) {
+    if (record.codeSize == 0 || record.codeSize > std::numeric_limits<std::uint32_t>::max()) {
+        ++m_counts.skipped;
+        return;
+    }
+    LoadRecord load;
+    load.methodId = ++m_lastMethodId;
+    load.loadTime = record.head.timestamp;
+    load.architecture = m_width == korvane_tracewriter::Width::Bits32 ? 0 : 1;
+    load.ranges.push_back({record.codeAddress, static_cast<std::uint32_t>(record.codeSize),
+                           korvane_tracewriter::Bytes(record.code, record.code + record.codeSize)});
+    const RuntimeName name = RuntimeName::create(record.name);
+    load.methodName = limited(name.method());
+    load.sourceFileName = limited(name.sourceFile());
+    attachLines(record.codeAddress, load);
+    m_trace.loadV3(load, m_width);
+    ++m_counts.loads;
+    m_loads[record.codeIndex] = std::move(load);
+}
+
+void JitdumpMapper::codeMove(const CodeMove& record) {
+    const auto original = m_loads.find(record.codeIndex);
+    if (original == m_loads.end() || original->second.ranges.front().length != record.codeSize) {
+        ++m_counts.skipped;
+        return;
+    }
+    LoadRecord& moved = original->second;
+    moved.loadTime = record.head.timestamp;
+    moved.ranges.front().startAddress = record.newCodeAddress;
+    m_trace.loadV3(moved, m_width);
+    ++m_counts.moves;
+}
+
+void JitdumpMapper::debugInfo(DebugInfo& record) {
+    const auto earlier = m_pendingLines.find(record.codeAddress);
+    if (earlier == m_pendingLines.end()) {
+        m_pendingLines.emplace(record.codeAddress, std::move(record));
+        return;
+    }
+    ++m_counts.skipped;
+    earlier->second = std::move(record);
+}
+
+void JitdumpMapper::skipped(const RecordHeader&, JitdumpReader::SkipReason) { ++m_counts.skipped; }
+
+void JitdumpMapper::finish() {
+    m_counts.skipped += m_pendingLines.size();
+    m_pendingLines.clear();
+}
+
+} // namespace korvane_jitdump

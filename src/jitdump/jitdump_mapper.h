@@ -1,0 +1,50 @@
+// Turns the records of one jitdump file into the load records of a .jit trace.
+#ifndef KORVANE_JITDUMP_JITDUMP_MAPPER_H
+#define KORVANE_JITDUMP_JITDUMP_MAPPER_H
+
+#include "jitdump/jitdump_reader.h"
+
+#include "tracewriter/trace_writer.h"
+
+#include <cstdint>
+#include <map>
+
+namespace korvane_jitdump {
+
+class JitdumpMapper : public JitdumpReader::Handler {
+public:
+    struct Counts {
+        std::uint64_t loads = 0;
+        std::uint64_t moves = 0;
+        std::uint64_t lineEntries = 0;
+        std::uint64_t skipped = 0; // records read that became nothing
+    };
+
+    explicit JitdumpMapper(const FileHeader& header);
+
+    void codeLoad(const CodeLoad& record) override;
+    void codeMove(const CodeMove& record) override;
+    void debugInfo(DebugInfo& record) override;
+    void skipped(const RecordHeader& head, JitdumpReader::SkipReason reason) override;
+    // Counts the line records that no load claimed; called once after reading.
+    void finish();
+
+    const korvane_tracewriter::TraceWriter& trace() const { return m_trace; }
+    const Counts& counts() const { return m_counts; }
+
+private:
+    void attachLines(std::uint64_t codeAddress, korvane_tracewriter::LoadRecord& load);
+
+    korvane_tracewriter::TraceWriter m_trace;
+    korvane_tracewriter::Width m_width;
+    Counts m_counts;
+    std::uint32_t m_lastMethodId;
+    // Line records wait here for the load of their code address.
+    std::map<std::uint64_t, DebugInfo> m_pendingLines;
+    // The latest load of each code index, for the moves that follow it.
+    std::map<std::uint64_t, korvane_tracewriter::LoadRecord> m_loads;
+};
+
+} // namespace korvane_jitdump
+
+#endif

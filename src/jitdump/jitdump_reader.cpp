@@ -1,0 +1,183 @@
+// Walks the records of a jitdump file held in memory and hands each decoded record to a handler.
+#include "jitdump/jitdump_reader.h"
+
+#include "jitdump/byte_cursor.h"
+
+#include <fstream>
+#include <utility>
+
+namespace korvane_jitdump {
+
+namespace {
+
+// The smallest entry: address, line, discriminator and an empty name's NUL.
+const std::uint64_t kSmallestDebugEntry = 17;
+
+bool readHeader(const std::vector<std::uint8_t>& bytes, FileHeader& header, std::string& problem) {
+    if (bytes.size() < kFileHeaderSize) {
+        problem = "shorter than a jitdump header (" + std::to_string(bytes.size()) + " bytes)";
+        return false;
+    }
+    std::uint32_t magic = 0;
+    ByteCursor(bytes.data(), 4, false).u32(magic);
+    if (magic != kMagic && magic != kMagicSwapped) {
+        problem = "no jitdump magic word";
+        return false;
+    }
+    header.bigEndian = magic == kMagicSwapped;
+    ByteCursor cursor(bytes.data() + 4, kFileHeaderSize - 4, header.bigEndian);
+    std::uint32_t padding = 0;
+    cursor.u32(header.version);
+    cursor.u32(header.headerSize);
+    cursor.u32(header.elfMachine);
+    cursor.u32(padding);
+    cursor.u32(header.pid);
+    cursor.u64(header.timestamp);
+    cursor.u64(header.flags);
+    if (header.headerSize < kFileHeaderSize) {
+        problem = "header size " + std::to_string(header.headerSize) + " is below " + std::to_string(kFileHeaderSize);
+        return false;
+    }
+    return true;
+}
+
+bool decodeCodeLoad(ByteCursor& body, CodeLoad& record) {
+    return body.u32(record.pid) && body.u32(record.tid) && body.u64(record.vma) && body.u64(record.codeAddress) &&
+           body.u64(record.codeSize) && body.u64(record.codeIndex) && body.cString(record.name) &&
+           body.bytes(record.codeSize, record.code);
+}
+
+bool decodeCodeMove(ByteCursor& body, CodeMove& record) {
+    return body.u32(record.pid) && body.u32(record.tid) && body.u64(record.vma) && body.u64(record.oldCodeAddress) &&
+           body.u64(record.newCodeAddress) && body.u64(record.codeSize) && body.u64(record.codeIndex);
+}
+
+bool decodeDebugInfo(ByteCursor& body, DebugInfo& record) {
+    std::uint64_t count = 0;
+    if (!body.u64(record.codeAddress) || !body.u64(count) || count > body.remaining() / kSmallestDebugEntry)
+        return false;
+    record.entries.resize(static_cast<std::size_t>(count));
+    std::string file;
+    for (DebugEntry& entry : record.entries) {
+        if (!body.u64(entry.address) || !body.i32(entry.line) || !body.i32(entry.discriminator) ||
+            !body.cString(file))
+            return false;
+        const bool repeated = file.size() == 1 && file[0] == kSameFileAsBefore;
+        if (!repeated || record.fileNames.empty())
+            record.fileNames.push_back(repeated ? std::string() : file);
+        entry.file = record.fileNames.size() - 1;
+    }
+    return true;
+}
+
+// Decodes one record whose bytes lie wholly inside the file and passes it on.
+void dispatch(const RecordHeader& head, ByteCursor& body, JitdumpReader::Handler& handler) {
+    typedef JitdumpReader::SkipReason SkipReason;
+    switch (head.id) {
+    case CodeLoadId: {
+        CodeLoad record;
+        record.head = head;
+        if (!decodeCodeLoad(body, record))
+            return handler.skipped(head, SkipReason::Malformed);
+        return handler.codeLoad(record);
+    }
+    case CodeMoveId: {
+        CodeMove record;
+        record.head = head;
+        if (!decodeCodeMove(body, record))
+            return handler.skipped(head, SkipReason::Malformed);
+        return handler.codeMove(record);
+    }
+    case CodeDebugInfoId: {
+        DebugInfo record;
+        record.head = head;
+        if (!decodeDebugInfo(body, record))
+            return handler.skipped(head, SkipReason::Malformed);
+        return handler.debugInfo(record);
+    }
+    case CodeCloseId:
+        return;
+    case CodeUnwindingInfoId:
+        return handler.skipped(head, SkipReason::UnwindingInfo);
+    default:
+        return handler.skipped(head, SkipReason::UnknownId);
+    }
+}
+
+} // namespace
+
+JitdumpReader::JitdumpReader(std::vector<std::uint8_t> bytes, const FileHeader& header)
+    : m_bytes(std::move(bytes)), m_header(header) {}
+
+std::unique_ptr<JitdumpReader> JitdumpReader::create(std::vector<std::uint8_t> bytes, std::string& problem) {
+    FileHeader header;
+    if (!readHeader(bytes, header, problem))
+        return nullptr;
+    return std::unique_ptr<JitdumpReader>(new JitdumpReader(std::move(bytes), header));
+}
+
+std::unique_ptr<JitdumpReader> JitdumpReader::open(const std::string& path, std::string& problem) {
+    std::ifstream file(path, std::ios::binary | std::ios::ate);
+    const std::streamoff size = file ? static_cast<std::streamoff>(file.tellg()) : -1;
+    if (size < 0) {
+        problem = "cannot open the file";
+        return nullptr;
+    }
+    // The size at opening: records a runtime appends later are not read.
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
+    file.seekg(0);
+    if (!file.read(reinterpret_cast<char*>(bytes.data()), size)) {
+        problem = "cannot read the file";
+        return nullptr;
+    }
+    return create(std::move(bytes), problem);
+}
+
+JitdumpReader::Outcome JitdumpReader::read(Handler& handler) const {
+    Outcome outcome;
+    const std::size_t size = m_bytes.size();
+    std::size_t position = m_header.headerSize < size ? m_header.headerSize : size;
+    while (position < size) {
+        const std::size_t remaining = size - position;
+        RecordHeader head;
+        ByteCursor frame(m_bytes.data() + position, remaining, m_header.bigEndian);
+        if (!frame.u32(head.id) || !frame.u32(head.totalSize) || !frame.u64(head.timestamp) ||
+            head.totalSize > remaining) {
+            outcome.ending = Ending::CutOff;
+            outcome.unreadBytes = remaining;
+            return outcome;
+        }
+        if (head.totalSize < kRecordHeaderSize) {
+            outcome.ending = Ending::Damaged;
+            outcome.unreadBytes = remaining;
+            return outcome;
+        }
+        ByteCursor body(m_bytes.data() + position + kRecordHeaderSize, head.totalSize - kRecordHeaderSize,
+                        m_header.bigEndian);
+        dispatch(head, body, handler);
+        ++outcome.records;
+        position += head.totalSize;
+        if (head.id == CodeCloseId) {
+            outcome.ending = Ending::Closed;
+            outcome.unreadBytes = size - position;
+            return outcome;
+        }
+    }
+    return outcome;
+}
+
+const char* JitdumpReader::endingText(Ending ending) {
+    switch (ending) {
+    case Ending::EndOfFile:
+        return "end of file";
+    case Ending::Closed:
+        return "closed";
+    case Ending::CutOff:
+        return "last record cut off";
+    case Ending::Damaged:
+        return "damaged record";
+    }
+    return "";
+}
+
+} // namespace korvane_jitdump
