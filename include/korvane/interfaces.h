@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <exception>
+#include <ostream>
 
 namespace korvane_3_10 {
 
@@ -164,6 +165,10 @@ public:
 
 // Tells by its path alone whether a module holds precompiled or JIT code.
 KORVANE_API korvane_error_t isNativeImage(const ustring& modulePath);
+
+// Our own addition: the full text report of a symbol that a front end gave, disassembly
+// included. meNotFound, and nothing written, for a symbol without a module.
+KORVANE_API korvane_error_t writeSymbolReport(const ISymbol& symbol, std::ostream& stream);
 
 // For callers; the library itself never throws it.
 class KORVANE_API Exception : public std::exception {

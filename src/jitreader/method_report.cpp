@@ -75,7 +75,7 @@ const char* architectureName(korvane_arch arch, const char* unknown) {
     return unknown;
 }
 
-std::ostream& operator<<(std::ostream& stream, JitMethod& method) {
+std::ostream& operator<<(std::ostream& stream, const JitMethod& method) {
     const std::ios_base::fmtflags flags = stream.flags();
     const Module::Ptr& module = method.methodInfo()->m_module;
     KORVANE_ASSERT(module);
@@ -106,6 +106,15 @@ std::ostream& operator<<(std::ostream& stream, JitMethod& method) {
         dumpCodeRegion(stream, method, *region, ++number, module->getArchitecture());
     stream.flags(flags);
     return stream;
+}
+
+korvane_error_t writeSymbolReport(const ISymbol& symbol, std::ostream& stream) {
+    // Every symbol the front ends give is a method of this library.
+    const JitMethod* method = dynamic_cast<const JitMethod*>(&symbol);
+    if (!method || !method->getModule())
+        return meNotFound;
+    stream << *method;
+    return meSuccess;
 }
 
 std::string dumpRegions(const JitMethod& method) {

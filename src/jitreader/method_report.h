@@ -13,7 +13,7 @@ namespace korvane_3_10 {
 const char* architectureName(korvane_arch arch, const char* unknown = "UNKNOWN");
 
 // The full report of a method, disassembly included.
-std::ostream& operator<<(std::ostream& stream, JitMethod& method);
+std::ostream& operator<<(std::ostream& stream, const JitMethod& method);
 
 // The method's regions that are not unloaded, each with its tree of inlines.
 std::string dumpRegions(const JitMethod& method);
