@@ -6,7 +6,8 @@ JOBS           ?= $(shell nproc)
 
 PACKAGES := cmake make g++ pkg-config \
             liblog4cplus-dev libboost-dev libboost-filesystem-dev libboost-system-dev \
-            libboost-thread-dev libssl-dev libzydis-dev libgtest-dev libbenchmark-dev
+            libboost-thread-dev libssl-dev libzydis-dev libgtest-dev libbenchmark-dev \
+            libprotobuf-dev protobuf-compiler zlib1g-dev
 
 .PHONY: all deps build test test-release test-asan test-tsan run bench clean
 

@@ -1,11 +1,11 @@
 // Reads the samples to resolve from a CSV file with the columns timestamp,ip,pid,host.
 #include "sample_file.h"
 
-#include "argument_parser.h"
+#include "number_text.h"
 
 #include <limits>
 
-namespace korvane_tool {
+namespace korvane_report {
 
 namespace {
 
@@ -53,6 +53,8 @@ bool SampleFile::parseLine(const std::string& line, Sample& sample, std::string&
     return true;
 }
 
+bool SampleFile::isHeader(const std::string& line) { return fields(trimmed(line)) == fields(kHeader); }
+
 bool SampleFile::read(std::istream& in, const std::string& name, std::vector<Sample>& samples, std::ostream& err) {
     bool good = true;
     bool headerSeen = false;
@@ -63,7 +65,7 @@ bool SampleFile::read(std::istream& in, const std::string& name, std::vector<Sam
             continue;
         if (!headerSeen) {
             headerSeen = true;
-            if (fields(content) == fields(kHeader))
+            if (isHeader(content))
                 continue;
             err << name << ":" << number << ": the first line must be the header " << kHeader << "\n";
             return false;
@@ -80,4 +82,4 @@ bool SampleFile::read(std::istream& in, const std::string& name, std::vector<Sam
     return good;
 }
 
-} // namespace korvane_tool
+} // namespace korvane_report
