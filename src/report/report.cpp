@@ -4,6 +4,7 @@
 
 #include "sample_file.h"
 
+#include <iterator>
 #include <sstream>
 
 namespace korvane_report {
@@ -70,8 +71,9 @@ bool Report::readPerfScript(std::istream& in, const std::string& start, const st
 }
 
 bool Report::readSampleFile(std::istream& in, const std::string& start, const std::string& name, std::ostream& err) {
-    std::stringstream whole;
-    whole << start << in.rdbuf();
+    std::string text = start;
+    text.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    std::istringstream whole(text);
     std::vector<Sample> samples;
     SampleFile::read(whole, name, samples, err);
     m_allPeriods = false;
