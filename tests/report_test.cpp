@@ -196,12 +196,12 @@ TEST_F(ReportTest, TopTableMarksInlinesAndSharesSelfAndTotal) {
 TEST_F(ReportTest, ResolvesEachAddressOncePerSpanOfUnchangedCode) {
     bool read = false;
     std::ostringstream err;
-    // Cart.total's place: twice before Cache.get took it over at 1003000, twice after
-    // and before the process's code changed again at 1003500.
+    // Cart.total's place: twice before Cache.get took it over at 1003000, twice after;
+    // code elsewhere in the process changing at 1003500 makes no new span here.
     const std::unique_ptr<Report> profile = readText(" 4711/4711 0.001002100: 7f3a1c004020 a (b)\n"
                                                      " 4711/4711 0.001002900: 7f3a1c004020 a (b)\n"
                                                      " 4711/4711 0.001003000: 7f3a1c004020 a (b)\n"
-                                                     " 4711/4711 0.001003400: 7f3a1c004020 a (b)\n",
+                                                     " 4711/4711 0.002000000: 7f3a1c004020 a (b)\n",
                                                      read, err);
     ASSERT_EQ(profile->locations().size(), 2u);
     EXPECT_EQ(profile->strings().text(profile->locations()[1].frames[0].name),

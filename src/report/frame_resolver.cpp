@@ -1,6 +1,6 @@
 // Turns the frames of samples into locations: JIT code into its method and inlines
 // with source lines, other code into perf's symbol and module. Each distinct
-// process, address and span of time between two code changes is resolved once.
+// process, address and span of time in which the code there stays is resolved once.
 #include "frame_resolver.h"
 
 #include "inline_chain.h"
@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
 
 namespace korvane_report {
 
@@ -62,13 +63,6 @@ std::string machineHostName() {
 
 } // namespace
 
-std::size_t FrameResolver::KeyHash::operator()(const Key& key) const {
-    std::uint64_t mixed = key.address ^ (static_cast<std::uint64_t>(key.process) << 40) ^
-                          (static_cast<std::uint64_t>(key.epoch) << 20);
-    mixed *= 0x9e3779b97f4a7c15ull;
-    return static_cast<std::size_t>(mixed ^ (mixed >> 29));
-}
-
 FrameResolver::FrameResolver(boost::intrusive_ptr<IJitLoader> loader, boost::intrusive_ptr<ISymbolResolver> resolver)
     : m_loader(std::move(loader)), m_resolver(std::move(resolver)), m_timeline(*m_resolver) {}
 
@@ -104,7 +98,7 @@ const FrameResolver::Process& FrameResolver::process(std::uint32_t host, std::ui
     if (found != m_processes.end())
         return found->second;
     const Process added{static_cast<std::uint32_t>(m_processes.size()), host, pid, m_hosts[host].loaderId,
-                        m_timeline.moments(m_hosts[host].name, pid)};
+                        m_timeline.process(m_hosts[host].name, pid)};
     return m_processes.emplace(key, added).first->second;
 }
 
@@ -112,27 +106,25 @@ void FrameResolver::beginSample(std::uint32_t host, std::uint32_t pid, std::uint
     if (!m_process || m_process->pid != pid || m_process->host != host)
         m_process = &process(host, pid);
     m_time = time;
-    m_epoch = 0;
-    if (m_process->moments) {
-        const std::vector<std::uint64_t>& moments = *m_process->moments;
-        m_epoch = static_cast<std::uint32_t>(std::upper_bound(moments.begin(), moments.end(), time) - moments.begin());
-    }
 }
 
 std::uint32_t FrameResolver::locate(std::uint64_t ip, bool leaf, std::string_view perfText) {
     const std::uint64_t address = leaf || ip == 0 ? ip : ip - 1;
-    const Key key{address, m_process->index, m_epoch};
-    const auto found = m_cache.find(key);
-    if (found != m_cache.end())
-        return found->second;
-    m_locations.push_back(resolve(address, perfText));
-    const std::uint32_t index = static_cast<std::uint32_t>(m_locations.size() - 1);
-    m_cache.emplace(key, index);
-    return index;
+    const LocationCache::Entry* last = m_cache.find(address, m_process->index);
+    if (last && last->begin <= m_time && m_time < last->end)
+        return last->location;
+    const CodeTimeline::Window window = m_process->code ? CodeTimeline::windowAt(*m_process->code, address, m_time)
+                                                        : CodeTimeline::Window{0, UINT64_MAX};
+    const auto known = m_windows.emplace(std::make_tuple(m_process->index, address, window.begin),
+                                         static_cast<std::uint32_t>(m_locations.size()));
+    if (known.second)
+        m_locations.push_back(resolve(address, perfText));
+    m_cache.put(address, m_process->index, LocationCache::Entry{known.first->second, window.begin, window.end});
+    return known.first->second;
 }
 
 Location FrameResolver::resolve(std::uint64_t address, std::string_view perfText) {
-    if (!m_process->moments)
+    if (!m_process->code)
         return perfLocation(address, perfText, loUntraced, fkNative);
     jit_rva_t rva = 0;
     IModule::Ptr module;

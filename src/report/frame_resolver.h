@@ -1,11 +1,12 @@
 // Turns the frames of samples into locations: JIT code into its method and inlines
 // with source lines, other code into perf's symbol and module. Each distinct
-// process, address and span of time between two code changes is resolved once.
+// process, address and span of time in which the code there stays is resolved once.
 #ifndef KORVANE_REPORT_FRAME_RESOLVER_H
 #define KORVANE_REPORT_FRAME_RESOLVER_H
 
 #include "code_timeline.h"
 #include "location.h"
+#include "location_cache.h"
 #include "string_table.h"
 
 #include <korvane/jitreader.h>
@@ -15,7 +16,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -44,23 +45,12 @@ private:
         std::string name;
         korvane_3_10::u32_t loaderId;
     };
-    struct Key {
-        std::uint64_t address;
-        std::uint32_t process;
-        std::uint32_t epoch;
-        bool operator==(const Key& other) const {
-            return address == other.address && process == other.process && epoch == other.epoch;
-        }
-    };
-    struct KeyHash {
-        std::size_t operator()(const Key& key) const;
-    };
     struct Process {
         std::uint32_t index;
         std::uint32_t host;
         std::uint32_t pid;
         korvane_3_10::u32_t loaderHost;
-        const std::vector<std::uint64_t>* moments; // null: no traced code
+        const CodeTimeline::ProcessCode* code; // null: no traced code
     };
 
     FrameResolver(boost::intrusive_ptr<korvane_3_10::IJitLoader> loader,
@@ -78,10 +68,11 @@ private:
     std::vector<Location> m_locations;
     std::vector<Host> m_hosts;
     std::map<std::pair<std::uint32_t, std::uint32_t>, Process> m_processes;
-    std::unordered_map<Key, std::uint32_t, KeyHash> m_cache;
+    LocationCache m_cache;
+    // Every location found, by process, address and the start of its window.
+    std::map<std::tuple<std::uint32_t, std::uint64_t, std::uint64_t>, std::uint32_t> m_windows;
     const Process* m_process = nullptr;
     std::uint64_t m_time = 0;
-    std::uint32_t m_epoch = 0;
 };
 
 } // namespace korvane_report

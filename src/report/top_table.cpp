@@ -45,61 +45,59 @@ std::string lineLabel(const StringTable& strings, const Frame& frame) {
 } // namespace
 
 TopTable::TopTable(const Report& report) : m_counts(report.counts()) {
-    std::vector<Frame> frames;
-    for (std::uint32_t index = 0; index < report.stacks().size(); ++index) {
-        const StackTable::Stack stack = report.stacks().stack(index);
-        report.framesOf(stack, frames);
-        addStack(report, frames, stack.samples);
-    }
+    for (const Location& location : report.locations())
+        m_locations.push_back(rowsOf(report, location));
+    for (std::uint32_t index = 0; index < report.stacks().size(); ++index)
+        addStack(report.stacks().stack(index), index);
 }
 
-TopTable::Row& TopTable::row(std::map<Key, Row>& rows, const Key& key, const Frame& frame, const std::string& label) {
-    Row& found = rows[key];
-    if (found.label.empty()) {
-        found.kind = kindText(frame.kind);
-        found.label = label;
+TopTable::LocationRows TopTable::rowsOf(const Report& report, const Location& location) {
+    LocationRows rows;
+    for (const Frame& frame : location.frames) {
+        const bool inlined = frame.kind == fkInlined;
+        const std::uint32_t method = rowOf(m_methods, Key(frame.name, frame.module, 0, inlined), frame,
+                                           methodLabel(report.strings(), frame));
+        const bool hasLine = frame.line != 0 || frame.file != 0;
+        rows.emplace_back(method, hasLine ? rowOf(m_lines, Key(frame.name, frame.file, frame.line, inlined), frame,
+                                                  lineLabel(report.strings(), frame))
+                                          : kNoRow);
     }
-    return found;
+    return rows;
 }
 
-// A method or line counts once per sample in total, however often the stack holds it.
-void TopTable::addStack(const Report& report, const std::vector<Frame>& frames, std::uint64_t samples) {
-    if (frames.empty())
+std::uint32_t TopTable::rowOf(Rows& rows, const Key& key, const Frame& frame, std::string label) {
+    const auto added = rows.numbers.emplace(key, static_cast<std::uint32_t>(rows.rows.size()));
+    if (added.second) {
+        rows.rows.push_back(Row{kindText(frame.kind), std::move(label), 0, 0});
+        rows.lastStack.push_back(kNoRow);
+    }
+    return added.first->second;
+}
+
+void TopTable::addStack(const StackTable::Stack& stack, std::uint32_t number) {
+    const LocationRows& leaf = m_locations[stack.locations[0]];
+    if (leaf.empty())
         return;
-    const StringTable& strings = report.strings();
-    std::vector<Key> methodKeys;
-    std::vector<Key> lineKeys;
-    for (const Frame& frame : frames) {
-        const int inlined = frame.kind == fkInlined;
-        const Key method(frame.name, frame.module, 0, inlined);
-        methodKeys.push_back(method);
-        row(m_methods, method, frame, methodLabel(strings, frame));
-        if (frame.line == 0 && frame.file == 0)
-            continue;
-        const Key line(frame.name, frame.file, frame.line, inlined);
-        lineKeys.push_back(line);
-        row(m_lines, line, frame, lineLabel(strings, frame));
+    m_methods.rows[leaf.back().first].self += stack.samples;
+    if (leaf.back().second != kNoRow)
+        m_lines.rows[leaf.back().second].self += stack.samples;
+    for (std::uint32_t depth = 0; depth < stack.depth; ++depth) {
+        for (const auto& rows : m_locations[stack.locations[depth]]) {
+            addTotal(m_methods, rows.first, number, stack.samples);
+            addTotal(m_lines, rows.second, number, stack.samples);
+        }
     }
-    const Frame& leaf = frames.back();
-    const int leafInlined = leaf.kind == fkInlined;
-    m_methods[Key(leaf.name, leaf.module, 0, leafInlined)].self += samples;
-    if (leaf.line != 0 || leaf.file != 0)
-        m_lines[Key(leaf.name, leaf.file, leaf.line, leafInlined)].self += samples;
-    addTotals(m_methods, methodKeys, samples);
-    addTotals(m_lines, lineKeys, samples);
 }
 
-void TopTable::addTotals(std::map<Key, Row>& rows, std::vector<Key>& keys, std::uint64_t samples) {
-    std::sort(keys.begin(), keys.end());
-    keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
-    for (const Key& key : keys)
-        rows[key].total += samples;
+void TopTable::addTotal(Rows& rows, std::uint32_t row, std::uint32_t stack, std::uint64_t samples) {
+    if (row == kNoRow || rows.lastStack[row] == stack)
+        return;
+    rows.lastStack[row] = stack;
+    rows.rows[row].total += samples;
 }
 
-std::vector<TopTable::Row> TopTable::sorted(const std::map<Key, Row>& rows) {
-    std::vector<Row> result;
-    for (const auto& entry : rows)
-        result.push_back(entry.second);
+std::vector<TopTable::Row> TopTable::sorted(const std::vector<Row>& rows) {
+    std::vector<Row> result = rows;
     std::stable_sort(result.begin(), result.end(), [](const Row& a, const Row& b) {
         return a.self != b.self ? a.self > b.self : a.total > b.total;
     });

@@ -26,24 +26,34 @@ public:
     explicit TopTable(const Report& report);
 
     // Hottest first: by self, then by total samples.
-    std::vector<Row> methods() const { return sorted(m_methods); }
-    std::vector<Row> lines() const { return sorted(m_lines); }
+    std::vector<Row> methods() const { return sorted(m_methods.rows); }
+    std::vector<Row> lines() const { return sorted(m_lines.rows); }
     void write(std::ostream& out, std::size_t rows) const;
 
 private:
-    // Name, module or file, line, kind: what tells two rows apart.
-    typedef std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, int> Key;
+    static constexpr std::uint32_t kNoRow = 0xffffffffu;
+    // Name, module or file, line, inlined: what tells two rows apart.
+    typedef std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, bool> Key;
+    struct Rows {
+        std::vector<Row> rows;
+        std::map<Key, std::uint32_t> numbers;
+        std::vector<std::uint32_t> lastStack; // a row counts once per stack in total
+    };
+    // The method and line rows of each frame of a location, outermost first.
+    typedef std::vector<std::pair<std::uint32_t, std::uint32_t>> LocationRows;
 
-    void addStack(const Report& report, const std::vector<Frame>& frames, std::uint64_t samples);
-    static void addTotals(std::map<Key, Row>& rows, std::vector<Key>& keys, std::uint64_t samples);
-    Row& row(std::map<Key, Row>& rows, const Key& key, const Frame& frame, const std::string& label);
-    static std::vector<Row> sorted(const std::map<Key, Row>& rows);
+    LocationRows rowsOf(const Report& report, const Location& location);
+    static std::uint32_t rowOf(Rows& rows, const Key& key, const Frame& frame, std::string label);
+    void addStack(const StackTable::Stack& stack, std::uint32_t number);
+    static void addTotal(Rows& rows, std::uint32_t row, std::uint32_t stack, std::uint64_t samples);
+    static std::vector<Row> sorted(const std::vector<Row>& rows);
     void writeRows(std::ostream& out, const char* title, const char* what, const std::vector<Row>& rows,
                    std::size_t count) const;
 
     SampleCounts m_counts;
-    std::map<Key, Row> m_methods;
-    std::map<Key, Row> m_lines;
+    Rows m_methods;
+    Rows m_lines;
+    std::vector<LocationRows> m_locations;
 };
 
 } // namespace korvane_report

@@ -1,0 +1,42 @@
+// The location last found for a process and address, with the span of time in which
+// the code there stays the same: a flat open-addressing table, since the report looks
+// up every frame of every sample here.
+#ifndef KORVANE_REPORT_LOCATION_CACHE_H
+#define KORVANE_REPORT_LOCATION_CACHE_H
+
+#include <cstdint>
+#include <vector>
+
+namespace korvane_report {
+
+class LocationCache {
+public:
+    struct Entry {
+        std::uint32_t location;
+        std::uint64_t begin; // the span [begin, end) of sample times
+        std::uint64_t end;
+    };
+
+    // The entry of the process and address, or null.
+    const Entry* find(std::uint64_t address, std::uint32_t process) const;
+    void put(std::uint64_t address, std::uint32_t process, const Entry& entry);
+
+private:
+    static constexpr std::uint32_t kFree = 0xffffffffu;
+
+    struct Slot {
+        std::uint64_t address;
+        std::uint32_t process;
+        Entry entry;
+    };
+
+    std::size_t slotOf(std::uint64_t address, std::uint32_t process) const;
+    void grow();
+
+    std::vector<Slot> m_slots;
+    std::size_t m_used = 0;
+};
+
+} // namespace korvane_report
+
+#endif
