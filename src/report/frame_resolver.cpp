@@ -109,7 +109,7 @@ void FrameResolver::beginSample(std::uint32_t host, std::uint32_t pid, std::uint
 }
 
 std::uint32_t FrameResolver::locate(std::uint64_t ip, bool leaf, std::string_view perfText) {
-    const std::uint64_t address = leaf || ip == 0 ? ip : ip - 1;
+    const std::uint64_t address = lookedUp(ip, leaf);
     const LocationCache::Entry* last = m_cache.find(address, m_process->index);
     if (last && last->begin <= m_time && m_time < last->end)
         return last->location;

@@ -36,6 +36,8 @@ public:
     // The location of a frame of the current sample. A caller's frame holds a return
     // address, so the byte before it, the call, is looked up. perfText is "symbol (module)".
     std::uint32_t locate(std::uint64_t ip, bool leaf, std::string_view perfText);
+    // Announces a locate to come in the current sample.
+    void prefetch(std::uint64_t ip, bool leaf) const { m_cache.prefetch(lookedUp(ip, leaf), m_process->index); }
 
     const std::vector<Location>& locations() const { return m_locations; }
     const StringTable& strings() const { return m_strings; }
@@ -55,6 +57,7 @@ private:
 
     FrameResolver(boost::intrusive_ptr<korvane_3_10::IJitLoader> loader,
                   boost::intrusive_ptr<korvane_3_10::ISymbolResolver> resolver);
+    static std::uint64_t lookedUp(std::uint64_t ip, bool leaf) { return leaf || ip == 0 ? ip : ip - 1; }
     const Process& process(std::uint32_t host, std::uint32_t pid);
     Location resolve(std::uint64_t address, std::string_view perfText);
     Location jitLocation(std::uint64_t address, korvane_3_10::jit_rva_t rva, std::string_view perfText);

@@ -20,6 +20,8 @@ public:
     // The entry of the process and address, or null.
     const Entry* find(std::uint64_t address, std::uint32_t process) const;
     void put(std::uint64_t address, std::uint32_t process, const Entry& entry);
+    // Starts loading the key's slot, so that the lookups of a whole stack wait for memory together.
+    void prefetch(std::uint64_t address, std::uint32_t process) const;
 
 private:
     static constexpr std::uint32_t kFree = 0xffffffffu;
@@ -30,6 +32,7 @@ private:
         Entry entry;
     };
 
+    std::size_t homeOf(std::uint64_t address, std::uint32_t process) const;
     std::size_t slotOf(std::uint64_t address, std::uint32_t process) const;
     void grow();
 

@@ -87,16 +87,26 @@ bool Report::readSampleFile(std::istream& in, const std::string& start, const st
 
 void Report::beginSample(const PerfSampleHead& head) {
     m_resolver->beginSample(m_host, head.pid, head.time);
-    m_current.clear();
+    m_pending.clear();
+    m_pendingText.clear();
     m_period = head.period;
     m_allPeriods = m_allPeriods && head.hasPeriod;
 }
 
 void Report::frame(std::uint64_t ip, std::string_view text) {
-    m_current.push_back(m_resolver->locate(ip, m_current.empty(), text));
+    m_resolver->prefetch(ip, m_pending.empty());
+    m_pending.push_back(PendingFrame{ip, m_pendingText.size(), text.size()});
+    m_pendingText.append(text.data(), text.size());
 }
 
-void Report::endSample() { m_stacks.add(m_current, m_period); }
+void Report::endSample() {
+    m_current.clear();
+    for (const PendingFrame& frame : m_pending) {
+        const std::string_view text(m_pendingText.data() + frame.textStart, frame.textLength);
+        m_current.push_back(m_resolver->locate(frame.ip, m_current.empty(), text));
+    }
+    m_stacks.add(m_current, m_period);
+}
 
 SampleCounts Report::counts() const {
     SampleCounts counts;
