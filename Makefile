@@ -59,6 +59,10 @@ run: build
 	$(BUILD_DIR)/tools/korvane-jit processes $(EXAMPLES)/session-1 $(EXAMPLES)/session-2
 	$(BUILD_DIR)/tools/korvane-jit methods $(EXAMPLES)/session-1 $(EXAMPLES)/session-2
 	$(BUILD_DIR)/tools/korvane-jit resolve $(EXAMPLES)/session-1 $(EXAMPLES)/session-2 --samples $(EXAMPLES)/samples.csv
+	$(BUILD_DIR)/tools/korvane-jit report $(EXAMPLES)/session-1 $(EXAMPLES)/session-2 --input $(EXAMPLES)/samples.csv \
+	  --top 5 --folded $(EXAMPLES)/samples.folded --pprof $(EXAMPLES)/samples.pb.gz
+	$(BUILD_DIR)/tools/korvane-jit report $(EXAMPLES)/session-1 $(EXAMPLES)/session-2 --host alpha.example.net \
+	  --top 5 < tests/report/callchains_us.perf
 
 bench: build
 	$(BUILD_DIR)/bench/korvane_bench
