@@ -54,28 +54,31 @@ bool parseDecimal(std::string_view text, std::uint64_t& value) {
     return true;
 }
 
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
+// Hex digit values, -1 for other bytes: frame lines are read by the million.
+struct HexDigits {
+    signed char value[256];
+    constexpr HexDigits() : value() {
+        for (int c = 0; c < 256; ++c)
+            value[c] = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+    }
+};
+constexpr HexDigits kHexDigits;
 
-bool parseHex(std::string_view text, std::uint64_t& value) {
-    if (text.empty() || text.size() > 16)
-        return false;
+// The hex number at the start of text, at most 16 digits; text is left behind it.
+bool takeHex(std::string_view& text, std::uint64_t& value) {
+    std::size_t count = 0;
     value = 0;
-    for (char c : text) {
-        const int digit = hexDigit(c);
+    for (; count < text.size(); ++count) {
+        const int digit = kHexDigits.value[static_cast<unsigned char>(text[count])];
         if (digit < 0)
-            return false;
+            break;
         value = value << 4 | static_cast<std::uint64_t>(digit);
     }
-    return true;
+    text.remove_prefix(count);
+    return count > 0 && count <= 16;
 }
+
+bool parseHex(std::string_view text, std::uint64_t& value) { return takeHex(text, value) && text.empty(); }
 
 bool parseU32(std::string_view text, std::uint32_t& value) {
     std::uint64_t wide = 0;
@@ -118,8 +121,7 @@ bool parseTime(std::string_view token, std::uint64_t& nanoseconds) {
 bool parseFrame(std::string_view text, std::uint64_t& ip, std::string_view& rest) {
     while (!text.empty() && isBlank(text.front()))
         text.remove_prefix(1);
-    const std::string_view token = takeToken(text);
-    if (!parseHex(token, ip))
+    if (!takeHex(text, ip) || (!text.empty() && !isBlank(text.front())))
         return false;
     rest = trimmed(text);
     return true;
