@@ -76,9 +76,10 @@ const std::string& syntheticText() {
         char line[96];
         for (u32_t sample = 0; sample < kSamples; ++sample) {
             const u32_t pid = sample % kProcesses + 1;
-            // Before and after a quarter of each process's code was replaced.
+            // In time order, as perf prints them: the first half before a quarter of each
+            // process's code was replaced, the second half after.
             std::snprintf(line, sizeof(line), " %u/%u 0.0000000%u: 1000000\n\t%16llx [unknown] (/tmp/perf-%u.map)\n", pid,
-                          pid, sample % 2 ? 60 : 20,
+                          pid, sample < kSamples / 2 ? 20 : 60,
                           static_cast<unsigned long long>(corpus().addressOf(pid, random.next(kMethods)) +
                                                           random.next(kLength)),
                           pid);
