@@ -61,11 +61,12 @@ void appendCaller(std::ostringstream& out, u32_t pid, u32_t path, u32_t depth) {
     const u32_t site = path % (1 + fromRoot * kSitesPerLevel) + fromRoot * kPaths;
     char line[160];
     if (site % 3 == 2)
-        std::snprintf(line, sizeof(line), "\t    7f00%08x JavaCalls::call_helper%u(JavaValue*) (/usr/lib/jvm/lib/server/libjvm.so)\n",
-                      (site % kNativeSymbols) * 0x40, site % kNativeSymbols);
+        std::snprintf(line, sizeof(line), "\t    7f00%08x JavaCalls::call_helper%u(JavaValue*) (%s)\n",
+                      (site % kNativeSymbols) * 0x40, site % kNativeSymbols, "/usr/lib/jvm/lib/server/libjvm.so");
     else
         std::snprintf(line, sizeof(line), "\t%16llx [unknown] (/tmp/perf-%u.map)\n",
-                      static_cast<unsigned long long>(corpus().addressOf(pid, site % kMethods) + site % kLength + 1), pid);
+                      static_cast<unsigned long long>(corpus().addressOf(pid, site % kMethods) + site % kLength + 1),
+                      pid);
     out << line;
 }
 
@@ -78,8 +79,8 @@ const std::string& syntheticText() {
             const u32_t pid = sample % kProcesses + 1;
             // In time order, as perf prints them: the first half before a quarter of each
             // process's code was replaced, the second half after.
-            std::snprintf(line, sizeof(line), " %u/%u 0.0000000%u: 1000000\n\t%16llx [unknown] (/tmp/perf-%u.map)\n", pid,
-                          pid, sample < kSamples / 2 ? 20 : 60,
+            std::snprintf(line, sizeof(line), " %u/%u 0.0000000%u: 1000000\n\t%16llx [unknown] (/tmp/perf-%u.map)\n",
+                          pid, pid, sample < kSamples / 2 ? 20 : 60,
                           static_cast<unsigned long long>(corpus().addressOf(pid, random.next(kMethods)) +
                                                           random.next(kLength)),
                           pid);
@@ -170,7 +171,8 @@ void BM_ReportBesidePerfScript(benchmark::State& state) {
         return;
     }
     const auto start = std::chrono::steady_clock::now();
-    const std::string script = "perf script -F pid,tid,time,period,ip,sym,dso -i " + data + " > " + text + " 2>/dev/null";
+    const std::string script =
+        "perf script -F pid,tid,time,period,ip,sym,dso -i " + data + " > " + text + " 2>/dev/null";
     if (std::system(script.c_str()) != 0) {
         state.SkipWithError("perf script failed");
         return;

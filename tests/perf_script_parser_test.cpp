@@ -20,7 +20,9 @@ public:
         m_current << head.pid << "/" << head.tid << " " << head.time << " ";
         m_current << (head.hasPeriod ? std::to_string(head.period) : "-");
     }
-    void frame(std::uint64_t ip, std::string_view text) override { m_current << " " << std::hex << ip << std::dec << ":" << text; }
+    void frame(std::uint64_t ip, std::string_view text) override {
+        m_current << " " << std::hex << ip << std::dec << ":" << text;
+    }
     void endSample() override { samples.push_back(m_current.str()); }
 
     std::vector<std::string> samples;
@@ -116,9 +118,10 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(BadCase{"Empty", "", 0, 0, 0},
                       BadCase{"Garbage", std::string("garbage here\n") + kGood + "\x01\x02\n", 1, 2, 1},
                       BadCase{"FrameOutsideASample", std::string("\t7f00 x (y)\n") + kGood, 1, 1, 1},
-                      BadCase{"FrameWithoutAddress", std::string(kGood, 22) + "\tnothex x (y)\n\t7f00 a (b)\n", 1, 1, 2},
-                      BadCase{"AbsurdTime", std::string(" 1/1 99999999999999999999.000001: 1\n\t7f00 a (b)\n\n") + kGood,
-                              1, 2, 1},
+                      BadCase{"FrameWithoutAddress", std::string(kGood, 22) + "\tnothex x (y)\n\t7f00 a (b)\n", 1, 1,
+                              2},
+                      BadCase{"AbsurdTime",
+                              std::string(" 1/1 99999999999999999999.000001: 1\n\t7f00 a (b)\n\n") + kGood, 1, 2, 1},
                       BadCase{"PidBeyond32Bits", std::string(" 4294967296/1 1.000001: 7f00 a (b)\n") + kGood, 1, 1, 1},
                       BadCase{"SampleWithoutFrames", std::string(" 1/1 0.001500: 250000\n\n") + kGood, 1, 1, 1},
                       BadCase{"TruncatedInTheLastFrame", std::string(kGood) + " 1/1 0.001600: 250000\n\t7f3a1c00", 2, 0,

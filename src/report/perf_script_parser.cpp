@@ -59,7 +59,11 @@ struct HexDigits {
     signed char value[256];
     constexpr HexDigits() : value() {
         for (int c = 0; c < 256; ++c)
-            value[c] = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+            value[c] = -1;
+        for (int digit = 0; digit < 16; ++digit) {
+            value[static_cast<unsigned char>("0123456789abcdef"[digit])] = static_cast<signed char>(digit);
+            value[static_cast<unsigned char>("0123456789ABCDEF"[digit])] = static_cast<signed char>(digit);
+        }
     }
 };
 constexpr HexDigits kHexDigits;
