@@ -13,6 +13,7 @@
 
 #include <zlib.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -240,6 +241,28 @@ TEST_F(ReportTest, BadInputIsCountedAndNamedOnce) {
     std::ostringstream stopped;
     EXPECT_FALSE(strict->read(in, "text", true, stopped));
     EXPECT_NE(stopped.str().find("text:2: "), std::string::npos);
+}
+
+// This machine's perf, as it prints today: every line read, in both time forms.
+TEST_F(ReportTest, ReadsWhatThisMachinesPerfPrints) {
+    const std::string data = m_dir.file("perf.data");
+    const std::string record = "perf record -q -e cpu-clock -k mono -g -o " + data +
+                               " -- sh -c 'i=0; while [ $i -lt 100000 ]; do i=$((i+1)); done' >/dev/null 2>&1";
+    if (std::system(record.c_str()) != 0)
+        GTEST_SKIP() << "perf record is not permitted here (perf_event_open refused or perf missing)";
+    for (const std::string& times : {std::string(), std::string(" --ns")}) {
+        const std::string text = m_dir.file("perf.txt");
+        const std::string script =
+            "perf script -F pid,tid,time,period,ip,sym,dso" + times + " -i " + data + " > " + text + " 2>/dev/null";
+        ASSERT_EQ(std::system(script.c_str()), 0);
+        bool read = false;
+        std::ostringstream err;
+        const std::unique_ptr<Report> profile = readFile(text, read, err);
+        EXPECT_TRUE(read);
+        EXPECT_EQ(err.str(), "") << times;
+        EXPECT_GT(profile->counts().frames, profile->counts().samples) << times;
+        EXPECT_TRUE(profile->hasPeriods()) << times;
+    }
 }
 
 TEST(ReportHostTest, DefaultsToTheOnlyHostOfTheTraces) {

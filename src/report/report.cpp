@@ -14,11 +14,13 @@ namespace {
 // Enough of the input to find its first line.
 const std::size_t kStart = 64 * 1024;
 
+// The first line with content; both inputs may open with blank lines and '#' comments.
 std::string firstLine(const std::string& start) {
     std::istringstream lines(start);
     std::string line;
     while (std::getline(lines, line)) {
-        if (line.find_first_not_of(" \t\r") != std::string::npos)
+        const std::size_t content = line.find_first_not_of(" \t\r");
+        if (content != std::string::npos && line[content] != '#')
             return line;
     }
     return std::string();
