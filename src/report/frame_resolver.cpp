@@ -110,9 +110,9 @@ void FrameResolver::beginSample(std::uint32_t host, std::uint32_t pid, std::uint
 
 std::uint32_t FrameResolver::locate(std::uint64_t ip, bool leaf, std::string_view perfText) {
     const std::uint64_t address = lookedUp(ip, leaf);
-    const LocationCache::Entry* last = m_cache.find(address, m_process->index);
-    if (last && last->begin <= m_time && m_time < last->end)
-        return last->location;
+    LocationCache::Entry last;
+    if (m_cache.find(address, m_process->index, last) && last.begin <= m_time && m_time < last.end)
+        return last.location;
     const CodeTimeline::Window window = m_process->code ? CodeTimeline::windowAt(*m_process->code, address, m_time)
                                                         : CodeTimeline::Window{0, UINT64_MAX};
     const auto known = m_windows.emplace(std::make_tuple(m_process->index, address, window.begin),

@@ -31,11 +31,12 @@ std::size_t LocationCache::slotOf(std::uint64_t address, std::uint32_t process) 
     return slot;
 }
 
-const LocationCache::Entry* LocationCache::find(std::uint64_t address, std::uint32_t process) const {
+bool LocationCache::find(std::uint64_t address, std::uint32_t process, Entry& entry) const {
     if (m_slots.empty())
-        return nullptr;
+        return false;
     const Slot& slot = m_slots[slotOf(address, process)];
-    return slot.process == kFree ? nullptr : &slot.entry;
+    entry = Entry{slot.location, slot.begin, slot.end};
+    return slot.process != kFree;
 }
 
 void LocationCache::put(std::uint64_t address, std::uint32_t process, const Entry& entry) {
@@ -43,7 +44,7 @@ void LocationCache::put(std::uint64_t address, std::uint32_t process, const Entr
         grow();
     Slot& slot = m_slots[slotOf(address, process)];
     m_used += slot.process == kFree;
-    slot = Slot{address, process, entry};
+    slot = Slot{address, process, entry.location, entry.begin, entry.end};
 }
 
 void LocationCache::prefetch(std::uint64_t address, std::uint32_t process) const {
@@ -52,7 +53,7 @@ void LocationCache::prefetch(std::uint64_t address, std::uint32_t process) const
 }
 
 void LocationCache::grow() {
-    std::vector<Slot> old(std::max(kFirstSlots, m_slots.size() * 2), Slot{0, kFree, Entry{0, 0, 0}});
+    std::vector<Slot> old(std::max(kFirstSlots, m_slots.size() * 2), Slot{0, kFree, 0, 0, 0});
     old.swap(m_slots);
     for (const Slot& slot : old) {
         if (slot.process != kFree)

@@ -17,8 +17,8 @@ public:
         std::uint64_t end;
     };
 
-    // The entry of the process and address, or null.
-    const Entry* find(std::uint64_t address, std::uint32_t process) const;
+    // The entry of the process and address, false if there is none.
+    bool find(std::uint64_t address, std::uint32_t process, Entry& entry) const;
     void put(std::uint64_t address, std::uint32_t process, const Entry& entry);
     // Starts loading the key's slot, so that the lookups of a whole stack wait for memory together.
     void prefetch(std::uint64_t address, std::uint32_t process) const;
@@ -26,10 +26,13 @@ public:
 private:
     static constexpr std::uint32_t kFree = 0xffffffffu;
 
+    // 32 bytes, two to a cache line.
     struct Slot {
         std::uint64_t address;
         std::uint32_t process;
-        Entry entry;
+        std::uint32_t location;
+        std::uint64_t begin;
+        std::uint64_t end;
     };
 
     std::size_t homeOf(std::uint64_t address, std::uint32_t process) const;
