@@ -63,13 +63,13 @@ bool PprofProfile::write(const Report& report, const std::string& path, std::str
 
 void PprofProfile::addSampleTypes() {
     perftools::profiles::ValueType* samples = m_profile.add_sample_type();
-    samples->set_type(string("samples"));
-    samples->set_unit(string("count"));
+    samples->set_type(stringId("samples"));
+    samples->set_unit(stringId("count"));
     if (!m_report.hasPeriods())
         return;
     perftools::profiles::ValueType* cpu = m_profile.add_sample_type();
-    cpu->set_type(string("cpu"));
-    cpu->set_unit(string("nanoseconds"));
+    cpu->set_type(stringId("cpu"));
+    cpu->set_unit(stringId("nanoseconds"));
     m_profile.mutable_period_type()->CopyFrom(*cpu);
 }
 
@@ -109,9 +109,9 @@ std::uint64_t PprofProfile::function(const Frame& frame) {
         return found->second;
     perftools::profiles::Function* added = m_profile.add_function();
     added->set_id(m_functions.size() + 1);
-    added->set_name(string(m_report.strings().text(frame.name)));
+    added->set_name(stringId(m_report.strings().text(frame.name)));
     added->set_system_name(added->name());
-    added->set_filename(string(m_report.strings().text(frame.file)));
+    added->set_filename(stringId(m_report.strings().text(frame.file)));
     m_functions.emplace(key, added->id());
     return added->id();
 }

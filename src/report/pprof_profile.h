@@ -27,7 +27,7 @@ private:
     void addLocations();
     void addSamples();
     std::uint64_t function(const Frame& frame);
-    std::int64_t string(const std::string& text) { return m_strings.intern(text); }
+    std::int64_t stringId(const std::string& text) { return m_strings.intern(text); }
 
     const Report& m_report;
     perftools::profiles::Profile& m_profile;
