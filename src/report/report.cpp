@@ -46,7 +46,7 @@ bool Report::read(std::istream& in, const std::string& name, bool strict, std::o
     std::string start(kStart, '\0');
     in.read(&start[0], static_cast<std::streamsize>(start.size()));
     start.resize(static_cast<std::size_t>(in.gcount()));
-    const bool read = SampleFile::isHeader(firstLine(start)) ? readSampleFile(in, start, name, err)
+    const bool read = SampleFile::isHeader(firstLine(start)) ? readSampleFile(in, start, name, strict, err)
                                                              : readPerfScript(in, start, name, strict, err);
     if (read && m_stacks.size() == 0) {
         err << name << ": no samples\n";
@@ -72,12 +72,16 @@ bool Report::readPerfScript(std::istream& in, const std::string& start, const st
     return true;
 }
 
-bool Report::readSampleFile(std::istream& in, const std::string& start, const std::string& name, std::ostream& err) {
+bool Report::readSampleFile(std::istream& in, const std::string& start, const std::string& name, bool strict,
+                            std::ostream& err) {
     std::string text = start;
     text.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     std::istringstream whole(text);
     std::vector<Sample> samples;
-    SampleFile::read(whole, name, samples, err);
+    if (!SampleFile::read(whole, name, samples, err) && strict) {
+        err << name << ": reading stopped (--strict)\n";
+        return false;
+    }
     m_allPeriods = false;
     for (const Sample& sample : samples) {
         m_resolver->beginSample(m_resolver->host(sample.host), sample.pid, sample.timestamp);

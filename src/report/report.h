@@ -56,7 +56,8 @@ private:
 
     bool readPerfScript(std::istream& in, const std::string& start, const std::string& name, bool strict,
                         std::ostream& err);
-    bool readSampleFile(std::istream& in, const std::string& start, const std::string& name, std::ostream& err);
+    bool readSampleFile(std::istream& in, const std::string& start, const std::string& name, bool strict,
+                        std::ostream& err);
 
     void beginSample(const PerfSampleHead& head) override;
     void frame(std::uint64_t ip, std::string_view text) override;
