@@ -10,13 +10,15 @@ namespace {
 // Touches every byte handed out, so that a view past its buffer shows.
 class Sink : public korvane_report::PerfSampleSink {
 public:
-    void beginSample(const korvane_report::PerfSampleHead& head) override { m_sum += head.pid + head.time; }
-    void frame(std::uint64_t ip, std::string_view text) override {
-        m_sum += ip;
-        for (char c : text)
-            m_sum += static_cast<unsigned char>(c);
+    void sample(const korvane_report::PerfSampleHead& head,
+                const std::vector<korvane_report::PerfFrame>& frames) override {
+        m_sum += head.pid + head.time;
+        for (const korvane_report::PerfFrame& frame : frames) {
+            m_sum += frame.ip;
+            for (char c : frame.text)
+                m_sum += static_cast<unsigned char>(c);
+        }
     }
-    void endSample() override { ++m_sum; }
 
 private:
     std::uint64_t m_sum = 0;

@@ -15,20 +15,16 @@ using korvane_report::PerfScriptParser;
 // Each sample as one text: "pid/tid time period|- ip:text ip:text".
 class Recorder : public korvane_report::PerfSampleSink {
 public:
-    void beginSample(const PerfSampleHead& head) override {
-        m_current.str("");
-        m_current << head.pid << "/" << head.tid << " " << head.time << " ";
-        m_current << (head.hasPeriod ? std::to_string(head.period) : "-");
+    void sample(const PerfSampleHead& head, const std::vector<korvane_report::PerfFrame>& frames) override {
+        std::ostringstream text;
+        text << head.pid << "/" << head.tid << " " << head.time << " "
+             << (head.hasPeriod ? std::to_string(head.period) : "-");
+        for (const korvane_report::PerfFrame& frame : frames)
+            text << " " << std::hex << frame.ip << std::dec << ":" << frame.text;
+        samples.push_back(text.str());
     }
-    void frame(std::uint64_t ip, std::string_view text) override {
-        m_current << " " << std::hex << ip << std::dec << ":" << text;
-    }
-    void endSample() override { samples.push_back(m_current.str()); }
 
     std::vector<std::string> samples;
-
-private:
-    std::ostringstream m_current;
 };
 
 struct Case {

@@ -1,9 +1,10 @@
-// What the perf script reader hands on: each sample's head, then its frames.
+// What the perf script reader hands on: each sample, its head and its frames.
 #ifndef KORVANE_REPORT_PERF_SAMPLE_SINK_H
 #define KORVANE_REPORT_PERF_SAMPLE_SINK_H
 
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 namespace korvane_report {
 
@@ -15,14 +16,17 @@ struct PerfSampleHead {
     bool hasPeriod = false;
 };
 
+struct PerfFrame {
+    std::uint64_t ip;
+    std::string_view text; // "symbol (module)" as perf printed it
+};
+
 // Receives the samples; a sample has at least one frame.
 class PerfSampleSink {
 public:
     virtual ~PerfSampleSink() = default;
-    virtual void beginSample(const PerfSampleHead& head) = 0;
-    // Leaf first. The text is "symbol (module)" as perf printed it, valid during the call.
-    virtual void frame(std::uint64_t ip, std::string_view text) = 0;
-    virtual void endSample() = 0;
+    // Frames leaf first; their texts are valid during the call.
+    virtual void sample(const PerfSampleHead& head, const std::vector<PerfFrame>& frames) = 0;
 };
 
 } // namespace korvane_report

@@ -148,19 +148,37 @@ bool PerfScriptParser::feed(std::string_view text) {
         } else {
             m_partial.append(text.data(), length);
             line(m_partial);
+            keepOpenFrames();
             m_partial.clear();
         }
         text.remove_prefix(length + 1);
     }
+    keepOpenFrames();
     return !m_stopped;
+}
+
+// Copies the texts of the open sample's frames before the text they point into goes;
+// once per piece of text fed, not once per frame.
+void PerfScriptParser::keepOpenFrames() {
+    if (!m_open || m_frames.empty())
+        return;
+    std::string kept;
+    for (const PerfFrame& frame : m_frames)
+        kept.append(frame.text.data(), frame.text.size());
+    m_kept.swap(kept);
+    std::size_t offset = 0;
+    for (PerfFrame& frame : m_frames) {
+        frame.text = std::string_view(m_kept.data() + offset, frame.text.size());
+        offset += frame.text.size();
+    }
 }
 
 void PerfScriptParser::finish() {
     if (!m_partial.empty() && !m_stopped)
         line(m_partial);
-    m_partial.clear();
     if (m_open && !m_stopped)
         closeSample();
+    m_partial.clear();
 }
 
 bool PerfScriptParser::read(std::istream& in) {
@@ -198,7 +216,7 @@ void PerfScriptParser::frameLine(std::string_view text) {
         bad(m_lineNumber, text);
         return;
     }
-    emitFrame(ip, rest);
+    m_frames.push_back(PerfFrame{ip, rest});
 }
 
 bool PerfScriptParser::headerLine(std::string_view text) {
@@ -248,27 +266,19 @@ bool PerfScriptParser::headerRest(std::string_view rest, PerfSampleHead& head) {
         m_open = false;
         return false;
     }
-    emitFrame(ip, frameText);
+    m_frames.push_back(PerfFrame{ip, frameText});
     closeSample();
     return true;
 }
 
-void PerfScriptParser::emitFrame(std::uint64_t ip, std::string_view text) {
-    if (!m_begun) {
-        m_sink.beginSample(m_head);
-        m_begun = true;
-    }
-    m_sink.frame(ip, text);
-}
-
 void PerfScriptParser::closeSample() {
     m_open = false;
-    if (!m_begun) {
+    if (m_frames.empty()) {
         bad(m_headLine, "a sample without frames");
         return;
     }
-    m_begun = false;
-    m_sink.endSample();
+    m_sink.sample(m_head, m_frames);
+    m_frames.clear();
     ++m_samples;
 }
 

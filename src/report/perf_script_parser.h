@@ -9,6 +9,7 @@
 #include <istream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace korvane_report {
 
@@ -37,8 +38,8 @@ private:
     void frameLine(std::string_view text);
     bool headerLine(std::string_view text);
     bool headerRest(std::string_view rest, PerfSampleHead& head);
-    void emitFrame(std::uint64_t ip, std::string_view text);
     void closeSample();
+    void keepOpenFrames();
     void bad(std::uint64_t number, std::string_view text);
 
     PerfSampleSink& m_sink;
@@ -46,10 +47,12 @@ private:
     bool m_stopped = false;
     std::string m_partial;
     std::uint64_t m_lineNumber = 0;
-    // A sample is open from its head line to its blank line; it reaches the sink with its first frame.
+    // A sample is open from its head line to its blank line. Its frames point into the
+    // text being fed, or into m_kept once that text is gone.
     bool m_open = false;
-    bool m_begun = false;
     PerfSampleHead m_head;
+    std::vector<PerfFrame> m_frames;
+    std::string m_kept;
     std::uint64_t m_headLine = 0;
     period_layout_t m_layout = plUnknown;
     std::uint64_t m_samples = 0;

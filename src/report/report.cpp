@@ -91,27 +91,16 @@ bool Report::readSampleFile(std::istream& in, const std::string& start, const st
     return true;
 }
 
-void Report::beginSample(const PerfSampleHead& head) {
+// The cache loads of all frames start before the first lookup waits for one.
+void Report::sample(const PerfSampleHead& head, const std::vector<PerfFrame>& frames) {
     m_resolver->beginSample(m_host, head.pid, head.time);
-    m_pending.clear();
-    m_pendingText.clear();
-    m_period = head.period;
     m_allPeriods = m_allPeriods && head.hasPeriod;
-}
-
-void Report::frame(std::uint64_t ip, std::string_view text) {
-    m_resolver->prefetch(ip, m_pending.empty());
-    m_pending.push_back(PendingFrame{ip, m_pendingText.size(), text.size()});
-    m_pendingText.append(text.data(), text.size());
-}
-
-void Report::endSample() {
+    for (std::size_t depth = 0; depth < frames.size(); ++depth)
+        m_resolver->prefetch(frames[depth].ip, depth == 0);
     m_current.clear();
-    for (const PendingFrame& frame : m_pending) {
-        const std::string_view text(m_pendingText.data() + frame.textStart, frame.textLength);
-        m_current.push_back(m_resolver->locate(frame.ip, m_current.empty(), text));
-    }
-    m_stacks.add(m_current, m_period);
+    for (const PerfFrame& frame : frames)
+        m_current.push_back(m_resolver->locate(frame.ip, m_current.empty(), frame.text));
+    m_stacks.add(m_current, head.period);
 }
 
 SampleCounts Report::counts() const {

@@ -59,23 +59,12 @@ private:
     bool readSampleFile(std::istream& in, const std::string& start, const std::string& name, bool strict,
                         std::ostream& err);
 
-    void beginSample(const PerfSampleHead& head) override;
-    void frame(std::uint64_t ip, std::string_view text) override;
-    void endSample() override;
+    void sample(const PerfSampleHead& head, const std::vector<PerfFrame>& frames) override;
 
     std::unique_ptr<FrameResolver> m_resolver;
     std::uint32_t m_host;
     StackTable m_stacks;
-    // The frames of the sample being read, located together at its end.
-    struct PendingFrame {
-        std::uint64_t ip;
-        std::size_t textStart;
-        std::size_t textLength;
-    };
-    std::vector<PendingFrame> m_pending;
-    std::string m_pendingText;
     std::vector<std::uint32_t> m_current;
-    std::uint64_t m_period = 0;
     bool m_allPeriods = true;
 };
 
