@@ -115,12 +115,14 @@ std::uint32_t FrameResolver::locate(std::uint64_t ip, bool leaf, std::string_vie
         return last.location;
     const CodeTimeline::Window window = m_process->code ? CodeTimeline::windowAt(*m_process->code, address, m_time)
                                                         : CodeTimeline::Window{0, UINT64_MAX};
-    const auto known = m_windows.emplace(std::make_tuple(m_process->index, address, window.begin),
-                                         static_cast<std::uint32_t>(m_locations.size()));
-    if (known.second)
+    const auto key = std::make_tuple(m_process->index, address, window.begin);
+    auto known = m_windows.find(key);
+    if (known == m_windows.end()) {
         m_locations.push_back(resolve(address, perfText));
-    m_cache.put(address, m_process->index, LocationCache::Entry{known.first->second, window.begin, window.end});
-    return known.first->second;
+        known = m_windows.emplace(key, static_cast<std::uint32_t>(m_locations.size() - 1)).first;
+    }
+    m_cache.put(address, m_process->index, LocationCache::Entry{known->second, window.begin, window.end});
+    return known->second;
 }
 
 Location FrameResolver::resolve(std::uint64_t address, std::string_view perfText) {
