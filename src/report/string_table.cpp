@@ -6,9 +6,12 @@ namespace korvane_report {
 StringTable::StringTable() { intern(std::string_view()); }
 
 std::uint32_t StringTable::intern(std::string_view text) {
-    const auto inserted = m_ids.emplace(std::string(text), size());
-    if (inserted.second)
-        m_texts.push_back(&inserted.first->first);
+    m_probe.assign(text.data(), text.size());
+    const auto found = m_ids.find(m_probe);
+    if (found != m_ids.end())
+        return found->second;
+    const auto inserted = m_ids.emplace(m_probe, size());
+    m_texts.push_back(&inserted.first->first);
     return inserted.first->second;
 }
 

@@ -24,6 +24,8 @@ private:
     // Keys are views of the texts the map itself holds, which never move.
     std::unordered_map<std::string, std::uint32_t> m_ids;
     std::vector<const std::string*> m_texts;
+    std::string m_probe; // the text looked up, in a buffer that keeps its capacity
+
 };
 
 } // namespace korvane_report
