@@ -10,7 +10,8 @@ JOBS           ?= $(shell nproc)
 PACKAGES := cmake make g++ pkg-config \
             liblog4cplus-dev libboost-dev libboost-filesystem-dev libboost-system-dev \
             libboost-thread-dev libssl-dev libzydis-dev libgtest-dev libbenchmark-dev \
-            openjdk-17-jdk-headless linux-perf python3 clang libclang-rt-dev nodejs
+            openjdk-17-jdk-headless linux-perf python3 clang libclang-rt-dev nodejs \
+            libprotobuf-dev protobuf-compiler zlib1g-dev
 
 .PHONY: all deps build test test-release test-asan test-tsan run bench profile-java fuzz clean
 
@@ -62,6 +63,10 @@ run: build
 	$(BUILD_DIR)/tools/korvane-jit processes $(EXAMPLES)/session-1 $(EXAMPLES)/session-2
 	$(BUILD_DIR)/tools/korvane-jit methods $(EXAMPLES)/session-1 $(EXAMPLES)/session-2
 	$(BUILD_DIR)/tools/korvane-jit resolve $(EXAMPLES)/session-1 $(EXAMPLES)/session-2 --samples $(EXAMPLES)/samples.csv
+	$(BUILD_DIR)/tools/korvane-jit report $(EXAMPLES)/session-1 $(EXAMPLES)/session-2 --input $(EXAMPLES)/samples.csv \
+	  --top 5 --folded $(EXAMPLES)/samples.folded --pprof $(EXAMPLES)/samples.pb.gz
+	$(BUILD_DIR)/tools/korvane-jit report $(EXAMPLES)/session-1 $(EXAMPLES)/session-2 --host alpha.example.net \
+	  --top 5 < tests/report/callchains_us.perf
 
 JAVA_PROFILE := $(BUILD_DIR)/java-profile
 
