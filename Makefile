@@ -13,7 +13,7 @@ PACKAGES := cmake make g++ pkg-config \
             openjdk-17-jdk-headless linux-perf python3 clang libclang-rt-dev nodejs \
             libprotobuf-dev protobuf-compiler zlib1g-dev
 
-.PHONY: all deps build test test-release test-asan test-tsan run bench profile-java fuzz clean
+.PHONY: all deps build test test-release test-asan test-tsan run examples bench profile-java fuzz clean
 
 all: build
 
@@ -56,8 +56,14 @@ test: test-release test-asan test-tsan
 
 EXAMPLES := $(BUILD_DIR)/examples
 
-# Writes the example traces, then shows what the tool makes of them.
+# The main job: a profile of the bundled Java workload, written by the JVM agent
+# and sampled by perf, as korvane-jit report shows it (the example traces where
+# perf may not record).
 run: build
+	BUILD_DIR=$(BUILD_DIR) scripts/profile-report.sh $(BUILD_DIR)/java-report
+
+# Writes the example traces, then shows what the tool makes of them.
+examples: build
 	rm -rf $(EXAMPLES)
 	$(BUILD_DIR)/tools/korvane-jit-examples $(EXAMPLES)
 	$(BUILD_DIR)/tools/korvane-jit processes $(EXAMPLES)/session-1 $(EXAMPLES)/session-2
