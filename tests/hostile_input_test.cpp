@@ -30,7 +30,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -47,10 +49,10 @@ using korvane_tracewriter::TraceWriter;
 namespace jt = korvane_3_10::jittrace;
 
 // Time that a test of work in proportion to its input may take: the release
-// build's, and more under the sanitizers and without optimisation.
+// build's, and far more under the sanitizers and without optimisation.
 double budgetSeconds(double release) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(NDEBUG)
-    return release * 10;
+    return release * 30;
 #else
     return release;
 #endif
@@ -148,6 +150,43 @@ TEST(HostileInputTest, SixteenThousandNestedInlinesAreResolvedQuickly) {
         ASSERT_TRUE(module);
         EXPECT_STREQ("/opt/app/libouter.so", module->getFilePath());
     }
+}
+
+// The report of a method that the INFO log repeats at every inline it takes
+// shows 64 levels and 1,000 inlines at most, so that it stays in proportion.
+TEST(HostileInputTest, TheMethodReportOfInlinesIsBounded) {
+    using korvane_test::makeMethod;
+    using korvane_test::makeRegion;
+    const auto lines = [](const std::string& text) {
+        std::size_t count = 0;
+        for (std::size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 1))
+            ++count;
+        return count;
+    };
+    const auto inlineOf = [&](Region& parent, u32_t id, address_t start, u32_t length) {
+        const JitMethod::Ptr inlined = makeMethod(id, "", "m" + std::to_string(id));
+        inlined->addCodeRegion(makeRegion(start, length));
+        parent.addChildRegion(inlined->codeRegions().front(), inlined);
+        return inlined->codeRegions().front();
+    };
+
+    const JitMethod::Ptr deep = makeMethod(1, "", "deep");
+    deep->addCodeRegion(makeRegion(0x1000, 0x1000, 1));
+    Region::Ptr region = deep->codeRegions().front();
+    for (u32_t k = 1; k <= 200; ++k)
+        region = inlineOf(*region, k + 1, 0x1000 + k, 0x1000 - 2 * k);
+    const std::string deepReport = deep->dumpRegions();
+    EXPECT_EQ(1u + 64u, lines(deepReport));
+    EXPECT_NE(std::string::npos, deepReport.find(std::string(256 - 1, ' ') + "#1 m65 (method id = 0x41"));
+
+    const JitMethod::Ptr wide = makeMethod(1, "", "wide");
+    wide->addCodeRegion(makeRegion(0x1000, 0x1000, 1));
+    for (u32_t k = 0; k < 1500; ++k)
+        inlineOf(*wide->codeRegions().front(), k + 2, 0x1000 + k, 1);
+    const std::string wideReport = wide->dumpRegions();
+    EXPECT_EQ(1u + 1000u + 1u, lines(wideReport));
+    EXPECT_EQ(wideReport.size() - std::strlen("   #1000 m1001 (method id = 0x3e9, ip range = 0x13e7-0x13e8)\n    ..."),
+              wideReport.find("   #1000 m1001 (method id = 0x3e9, ip range = 0x13e7-0x13e8)\n    ..."));
 }
 
 // ---------------------------------------------------------------------------
@@ -290,6 +329,54 @@ TEST(HostileInputTest, ADirectoryThatCantBeListedMakesCreateReturnNullWithAnErro
         EXPECT_EQ(0u, errors.front().find(error)) << errors.front();
     }
     chmod(locked.c_str(), 0755);
+}
+
+// Paths of which the second one throws when it is read.
+class BreakingPaths : public skeinkit2::iterator_impl_base_t<const char*, BreakingPaths> {
+public:
+    explicit BreakingPaths(std::string first) : m_first(std::move(first)) {}
+    bool at_end() const override { return false; }
+    const char* current() const override {
+        if (m_index > 0)
+            throw std::runtime_error("the host's iterator broke");
+        return m_first.c_str();
+    }
+    void next() override { ++m_index; }
+
+private:
+    std::string m_first;
+    int m_index = 0;
+};
+
+// Whatever is thrown inside a create ends it with null and an ERROR line, and
+// what was built is released (the sanitizer build finds any leak).
+TEST(HostileInputTest, AnExceptionInsideCreateBecomesNullAndAnErrorLine) {
+    TempDir dir;
+    dir.write("h.1.jit", profilerTrace().loadV3(methodAt(1, 0x1000, 0x40, 10, "read")));
+    boost::intrusive_ptr<ISymbolFileLocator> noLocator;
+    const struct {
+        const char* name;
+        std::function<bool(skeinkit2::generic_iterator_t<const char*>&)> create;
+    } fronts[] = {
+        {"symbol resolver", [&](skeinkit2::generic_iterator_t<const char*>& p) {
+             return bool(ISymbolResolver::create(p, noLocator));
+         }},
+        {"jit loader", [](skeinkit2::generic_iterator_t<const char*>& p) { return bool(IJitLoader::create(p)); }},
+        {"process list",
+         [](skeinkit2::generic_iterator_t<const char*>& p) { return bool(IJitProcesses::create(p)); }}};
+    for (const auto& front : fronts) {
+        SCOPED_TRACE(front.name);
+        LogCapture log(log4cplus::WARN_LOG_LEVEL);
+        skeinkit2::generic_iterator_t<const char*> paths{BreakingPaths(dir.str())};
+        bool created = true;
+        EXPECT_NO_THROW(created = front.create(paths));
+        EXPECT_FALSE(created);
+        const std::vector<std::string> errors = log.messages(log4cplus::ERROR_LOG_LEVEL);
+        ASSERT_EQ(1u, errors.size());
+        EXPECT_EQ(0u, errors.front().find(std::string("Couldn't create the ") + front.name +
+                                          ": the host's iterator broke, at file: "))
+            << errors.front();
+    }
 }
 
 // ---------------------------------------------------------------------------

@@ -98,6 +98,8 @@ public:
     void validateSymbolicInfo() const;
     void compareSymbolicInfoTo(const Ptr& jitMethod) const;
 
+    // The live regions and their inlines: 64 levels deep, kMaxReportedInlines lines at most.
+    static const u32_t kMaxReportedInlines = 1000;
     std::string dumpRegions();
 
     const BaseMethodInfo::Ptr& methodInfo() const { return m_methodInfo; }

@@ -22,6 +22,8 @@ const unsigned char g_noOperation = 0x90;
 // Inlines nest a few levels in practice. Records whose ids name each other as
 // parents can hang two regions into each other, and the dump must still end.
 const u32_t g_maxDumpIndent = 4 * 64;
+// A dump budget that ran out and was marked so.
+const u32_t g_budgetMarked = 0xFFFFFFFF;
 
 bool isKnownSegmentType(korvane_segment_type_t segType) {
     return segType == stCode || segType == stData || segType == stKeep;
@@ -246,11 +248,19 @@ korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const 
     return meSuccess;
 }
 
-void Region::dumpInlines(ustringstream& stream, u32_t indent) {
+void Region::dumpInlines(ustringstream& stream, u32_t indent, u32_t& budget) {
     KORVANE_ASSERT(m_inlinedRegions.size() == m_inlinedMethods.size());
     if (indent > g_maxDumpIndent)
         return;
     for (std::size_t index = 0; index < m_inlinedRegions.size(); ++index) {
+        // A report of a method lists so many inlines and then says that there are more, once.
+        if (budget == 0) {
+            stream << std::endl << std::setfill(' ') << std::setw(static_cast<int>(indent)) << "" << "...";
+            budget = g_budgetMarked;
+        }
+        if (budget == g_budgetMarked)
+            return;
+        --budget;
         const Region& child = *m_inlinedRegions[index];
         const JitMethod* method = index < m_inlinedMethods.size() ? m_inlinedMethods[index].get() : nullptr;
         stream << std::endl
@@ -258,7 +268,7 @@ void Region::dumpInlines(ustringstream& stream, u32_t indent) {
                << (method ? method->getMethodName() : "")
                << " (method id = " << prefixedHex(method ? method->getRawMethodId() : 0u)
                << ", ip range = " << prefixedHex(child.m_startAddress) << "-" << prefixedHex(child.endAddress()) << ")";
-        m_inlinedRegions[index]->dumpInlines(stream, indent + 4);
+        m_inlinedRegions[index]->dumpInlines(stream, indent + 4, budget);
     }
 }
 
