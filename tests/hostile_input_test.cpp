@@ -152,6 +152,36 @@ TEST(HostileInputTest, SixteenThousandNestedInlinesAreResolvedQuickly) {
     }
 }
 
+// As many inlines side by side in one method: each found by address, or by the
+// id of the method, at its own jit RVA.
+TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolvedQuickly) {
+    for (const bool byIds : {false, true}) {
+        SCOPED_TRACE(byIds ? "by ids" : "by address");
+        TraceWriter trace = byIds ? profilerTrace() : TraceWriter().magic();
+        trace.loadV3(outer(byIds ? 1 : 0));
+        for (u32_t k = 0; k < kDepth; ++k) {
+            InlineRecord record = korvane_test::inlineAt(byIds ? 1000 + k : 0, byIds ? 1 : 0, kOuterStart + 2 * k,
+                                                         2, 10, k);
+            record.code.assign(1, 0xcc);
+            record.methodName = "inlined" + std::to_string(k);
+            trace.inlineLoad(record);
+        }
+        TempDir dir;
+        dir.write("h.1.jit", trace);
+        boost::intrusive_ptr<ISymbolResolver> resolver;
+        const double seconds = secondsOf([&] { resolver = korvane_test::resolverOver({dir.str()}); });
+        std::printf("%u inlines side by side %s: %.3f s\n", kDepth, byIds ? "by ids" : "by address", seconds);
+        EXPECT_LT(seconds, budgetSeconds(1.0));
+        ASSERT_TRUE(resolver);
+        const ICodeRegion::Ptr region = resolver->getSymbols().current()->getRegions().current();
+        for (u32_t k = 0; k < kDepth; k += 997) {
+            const ISymbol::Ptr inlined = region->getInlinedSymbol(region->getStartJitRva() + 2 * k + 1);
+            ASSERT_TRUE(inlined) << k;
+            EXPECT_EQ("App::inlined" + std::to_string(k), inlined->getMethodName());
+        }
+    }
+}
+
 // The report of a method that the INFO log repeats at every inline it takes
 // shows 64 levels and 1,000 inlines at most, so that it stays in proportion.
 TEST(HostileInputTest, TheMethodReportOfInlinesIsBounded) {

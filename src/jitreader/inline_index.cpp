@@ -2,6 +2,7 @@
 // costs the same however deep the tree it joins.
 #include "jitreader/inline_index.h"
 
+#include <algorithm>
 #include <tuple>
 
 namespace korvane_3_10 {
@@ -27,6 +28,8 @@ bool treeHolds(const Region& root, const Region* region) {
 } // namespace
 
 bool InlineIndex::RecordKey::operator<(const RecordKey& other) const {
+    if (parent != other.parent)
+        return BaseMethodId::Comparator()(parent, other.parent);
     return std::tie(processId, hostId, startAddress, length, loadTime, methodId, parentId, qualifiedName,
                     className) < std::tie(other.processId, other.hostId, other.startAddress, other.length,
                                           other.loadTime, other.methodId, other.parentId, other.qualifiedName,
@@ -58,7 +61,8 @@ bool InlineIndex::keyOf(const JitMethod& method, RecordKey& key) {
     if (method.regionCount() != 1)
         return false;
     const Region& region = *method.codeRegions().front();
-    key = RecordKey{region.processId(),
+    key = RecordKey{BaseMethodId{0, 0},
+                    region.processId(),
                     region.hostId(),
                     region.startAddress(),
                     region.length(),
@@ -140,9 +144,61 @@ void InlineIndex::repaint(Segments& segments, jit_rva_t start, jit_rva_t end, co
         segments.insert(std::make_pair(gap.first, Segment{gap.second, to}));
 }
 
+const Region* InlineIndex::overlappedChild(const Region& parent, u64_t start, u64_t end) const {
+    const auto children = m_children.find(&parent);
+    const std::size_t count = children == m_children.end() ? 0 : children->second.starts.size();
+    if (count != parent.inlinedRegions().size()) {
+        // Children that came some other way: looked at one by one.
+        for (const Region::Ptr& child : parent.inlinedRegions()) {
+            const bool apart = end <= child->startAddress() || start >= child->endAddress();
+            const bool inside = end <= child->endAddress() && start >= child->startAddress();
+            if (!apart && !inside)
+                return child.get();
+        }
+        return nullptr;
+    }
+    if (count == 0)
+        return nullptr;
+    // A child that overlaps the range without holding it starts or ends inside it.
+    std::size_t found = count;
+    const auto starting = children->second.starts.upper_bound(start);
+    if (starting != children->second.starts.end() && starting->first < end)
+        found = starting->second;
+    const auto ending = children->second.ends.upper_bound(start);
+    if (ending != children->second.ends.end() && ending->first < end)
+        found = std::min(found, ending->second);
+    return found < count ? parent.inlinedRegions()[found].get() : nullptr;
+}
+
+void InlineIndex::cached(const JitMethod& inlineMethod) {
+    RecordKey key;
+    if (!keyOf(inlineMethod, key))
+        return;
+    key.parent = inlineMethod.getParentId();
+    key.processId = 0;
+    key.hostId = 0;
+    m_cached.insert(key);
+}
+
+bool InlineIndex::isCached(const JitMethod& rawMethod) const {
+    RecordKey key;
+    if (!keyOf(rawMethod, key))
+        return false;
+    key.parent = rawMethod.getParentId();
+    key.processId = 0;
+    key.hostId = 0;
+    return m_cached.count(key) != 0;
+}
+
 void InlineIndex::attached(const Region& parent, Region& child, const JitMethod& method, const Region* walkTop) {
     const Region* top = topOf(parent);
     m_holders[&child] = &parent;
+    Children& children = m_children[&parent];
+    if (children.starts.size() + 1 == parent.inlinedRegions().size()) {
+        const std::size_t index = children.starts.size();
+        children.starts.insert(std::make_pair(child.startAddress(), index));
+        children.ends.insert(std::make_pair(child.endAddress(), index));
+    }
     RecordKey key;
     if (keyOf(method, key))
         m_records[key].push_back(&child);

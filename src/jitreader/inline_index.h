@@ -4,10 +4,12 @@
 #ifndef KORVANE_JITREADER_INLINE_INDEX_H
 #define KORVANE_JITREADER_INLINE_INDEX_H
 
+#include "jitreader/base_method_id.h"
 #include "jitreader/jit_method.h"
 #include "jitreader/region.h"
 
 #include <map>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -31,6 +33,15 @@ public:
     // that took inlines by id, in which the caller walks.
     Region* walkEnd(const Region& top, jit_rva_t jitRva);
 
+    // A child of the parent that the range [start, end) overlaps without lying
+    // in it, null when there is none: such a range can't be the parent's inline.
+    const Region* overlappedChild(const Region& parent, u64_t start, u64_t end) const;
+
+    // Notes an inline record that waits for, or went to, the parent its id names.
+    void cached(const JitMethod& inlineMethod);
+    // Whether an inline record like this one (same ids, names and code) was noted so before.
+    bool isCached(const JitMethod& rawMethod) const;
+
     // Notes that the child, in no tree until now, was attached below the parent.
     // walkTop is the top whose walk found the parent, for an inline placed by its
     // address; null for one placed by the id of its parent.
@@ -39,6 +50,8 @@ public:
 private:
     // Everything an inline record is recognised by when a file is read again.
     struct RecordKey {
+        // The parent a cached inline waits for; zero for an inline in a tree.
+        BaseMethodId parent;
         u32_t processId;
         u32_t hostId;
         u64_t startAddress;
@@ -57,6 +70,11 @@ private:
         Region* region;
     };
     typedef std::map<jit_rva_t, Segment> Segments;
+    // The children of one region by their start and by their end address, with their index.
+    struct Children {
+        std::multimap<u64_t, std::size_t> starts;
+        std::multimap<u64_t, std::size_t> ends;
+    };
 
     static bool keyOf(const JitMethod& method, RecordKey& key);
     static void split(Segments& segments, jit_rva_t at);
@@ -66,6 +84,8 @@ private:
     // Each attached region and the region it was attached to, or a region above that.
     std::unordered_map<const Region*, const Region*> m_holders;
     std::map<RecordKey, std::vector<const Region*> > m_records;
+    std::set<RecordKey> m_cached;
+    std::unordered_map<const Region*, Children> m_children;
     std::unordered_map<const Region*, Segments> m_walkEnds;
     std::unordered_set<const Region*> m_walked;
 };

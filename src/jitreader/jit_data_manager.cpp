@@ -51,14 +51,6 @@ bool sameCode(const Region& a, const Region& b) {
     return a.startAddress() == b.startAddress() && a.length() == b.length() && a.loadTime() == b.loadTime();
 }
 
-// The same inline record once more, as a second reading of a file brings it.
-bool sameInlineRecord(const JitMethod& a, const JitMethod& b) {
-    return a.getRawMethodId() == b.getRawMethodId() && a.getRawParentId() == b.getRawParentId() &&
-           a.methodInfo()->m_qualifiedMethodName == b.methodInfo()->m_qualifiedMethodName &&
-           a.methodInfo()->m_className == b.methodInfo()->m_className && a.regionCount() == 1 &&
-           b.regionCount() == 1 && sameCode(*a.codeRegions().front(), *b.codeRegions().front());
-}
-
 korvane_error_t refuseRegion(const JitMethod& rawMethod, const Region& region, const char* reason) {
     KORVANE_LOG_ERROR("Couldn't add a region (addr=" << hex(region.startAddress()) << ", size=" << hex(region.length())
                                                      << ", methodID=" << hex(rawMethod.getRawMethodId())
@@ -359,11 +351,8 @@ bool JitDataManager::isPlacedAlready(const JitMethod& jitMethod, const JitMethod
 }
 
 bool JitDataManager::isCachedAlready(const JitMethod& rawMethod) const {
-    const auto siblings = m_cachedParentMethods.equal_range(rawMethod.getParentId());
-    for (auto entry = siblings.first; entry != siblings.second; ++entry)
-        if (sameInlineRecord(*entry->second, rawMethod))
-            return true;
-    return false;
+    // Only inline records can be the same record: they alone have a parent id.
+    return rawMethod.getRawParentId() != 0 && m_inlineIndex.isCached(rawMethod);
 }
 
 korvane_error_t JitDataManager::placeRegion(u32_t pid, u32_t hostId, const JitMethod::Ptr& rawMethod,
@@ -535,19 +524,11 @@ korvane_error_t JitDataManager::addInlineMethod(JitMethod::Ptr& parentMethod, Re
         return meNotFound;
     }
 
-    for (const Region::Ptr& child : parentRegion->inlinedRegions()) {
-        const u64_t childStart = child->startAddress();
-        const u64_t childEnd = child->endAddress();
-        KORVANE_ASSERT_TEXT(childStart, "startAddr");
-        KORVANE_ASSERT_TEXT(childEnd, "endAddr");
-        if (end <= childStart || start >= childEnd)
-            continue;
-        if (end <= childEnd && start >= childStart)
-            continue;
+    if (const Region* child = m_inlineIndex.overlappedChild(*parentRegion, start, end)) {
         KORVANE_LOG_ERROR("Couldn't inline method (method id = "
                           << hex(id) << ", ip range = " << hex(start) << "-" << hex(end)
-                          << ") because it intersects another parent's inline with range " << hex(childStart) << "-"
-                          << hex(childEnd));
+                          << ") because it intersects another parent's inline with range "
+                          << hex(child->startAddress()) << "-" << hex(child->endAddress()));
         return meNotFound;
     }
 
@@ -614,6 +595,7 @@ korvane_error_t JitDataManager::cacheParentMethod(JitMethod::Ptr& jitMethod) {
     KORVANE_ASSERT(jitMethod->getRawMethodId());
     if (jitMethod->getRawParentId() != 0) {
         m_cachedParentMethods.insert(std::make_pair(jitMethod->getParentId(), jitMethod));
+        m_inlineIndex.cached(*jitMethod);
         KORVANE_LOG_TRACE("Cached 'inline as a parent' method (method id = " << hex(jitMethod->getRawMethodId())
                                                                               << ")");
     } else {
