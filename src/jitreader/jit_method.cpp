@@ -388,6 +388,9 @@ void JitMethod::compareSymbolicInfoTo(const Ptr& jitMethod) const {
 std::string JitMethod::dumpRegions() {
     ustringstream stream;
     u32_t number = 0;
+    // Logged at every inline that joins the method: bounded, so that the log
+    // stays in proportion to the records however many inlines a method has.
+    u32_t budget = kMaxReportedInlines;
     for (const Region::Ptr& region : m_codeRegions) {
         ++number;
         if (region->unloadTime() != 0)
@@ -395,7 +398,7 @@ std::string JitMethod::dumpRegions() {
         stream << std::endl
                << "Code region #" << std::dec << number << " (ip range = " << prefixedHex(region->startAddress()) << "-"
                << prefixedHex(region->endAddress()) << ")";
-        region->dumpInlines(stream, 4);
+        region->dumpInlines(stream, 4, budget);
     }
     return stream.str();
 }
