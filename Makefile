@@ -10,9 +10,10 @@ JOBS           ?= $(shell nproc)
 PACKAGES := cmake make g++ pkg-config \
             liblog4cplus-dev libboost-dev libboost-filesystem-dev libboost-system-dev \
             libboost-thread-dev libssl-dev libzydis-dev libgtest-dev libbenchmark-dev \
-            openjdk-17-jdk-headless linux-perf python3 clang libclang-rt-dev nodejs
+            openjdk-17-jdk-headless linux-perf python3 clang libclang-rt-dev nodejs \
+            libprotobuf-dev protobuf-compiler zlib1g-dev
 
-.PHONY: all deps build test test-release test-asan test-tsan run bench profile-java fuzz clean
+.PHONY: all deps build test test-release test-asan test-tsan run examples bench profile-java fuzz clean
 
 all: build
 
@@ -55,13 +56,23 @@ test: test-release test-asan test-tsan
 
 EXAMPLES := $(BUILD_DIR)/examples
 
-# Writes the example traces, then shows what the tool makes of them.
+# The main job: a profile of the bundled Java workload, written by the JVM agent
+# and sampled by perf, as korvane-jit report shows it (the example traces where
+# perf may not record).
 run: build
+	BUILD_DIR=$(BUILD_DIR) scripts/profile-report.sh $(BUILD_DIR)/java-report
+
+# Writes the example traces, then shows what the tool makes of them.
+examples: build
 	rm -rf $(EXAMPLES)
 	$(BUILD_DIR)/tools/korvane-jit-examples $(EXAMPLES)
 	$(BUILD_DIR)/tools/korvane-jit processes $(EXAMPLES)/session-1 $(EXAMPLES)/session-2
 	$(BUILD_DIR)/tools/korvane-jit methods $(EXAMPLES)/session-1 $(EXAMPLES)/session-2
 	$(BUILD_DIR)/tools/korvane-jit resolve $(EXAMPLES)/session-1 $(EXAMPLES)/session-2 --samples $(EXAMPLES)/samples.csv
+	$(BUILD_DIR)/tools/korvane-jit report $(EXAMPLES)/session-1 $(EXAMPLES)/session-2 --input $(EXAMPLES)/samples.csv \
+	  --top 5 --folded $(EXAMPLES)/samples.folded --pprof $(EXAMPLES)/samples.pb.gz
+	$(BUILD_DIR)/tools/korvane-jit report $(EXAMPLES)/session-1 $(EXAMPLES)/session-2 --host alpha.example.net \
+	  --top 5 < tests/report/callchains_us.perf
 
 JAVA_PROFILE := $(BUILD_DIR)/java-profile
 

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <random>
 #include <string>
 
 namespace {
@@ -224,6 +226,110 @@ TEST(JitDataManagerInlineTest, OtherCollectorsPlaceInlinesByAddress) {
     EXPECT_EQ(2u, log.count("Couldn't inline method (method id = 0) because parent method is not found."));
     EXPECT_EQ(meNotFound, store.loadInline(makeInline(0, 0, 0x10f8, 0x10, 20)));
     EXPECT_TRUE(log.contains("because it overlaps parent's ip range 0x1000-0x1100"));
+}
+
+// Inlines placed by address go where a walk from the method, each time into its
+// first inline that holds the start, ends; any shape, overlaps included, ends up
+// as that walk builds it, and a record read again is recognised anywhere in the
+// tree. Plain models of the walk and of the overlap rule tell what to expect.
+TEST(JitDataManagerInlineTest, InlinesGoWhereTheWalkEndsAndOverlapsAreRefused) {
+    struct Node {
+        u64_t start;
+        u64_t end;
+        std::vector<std::size_t> children;
+    };
+    const u64_t top = 0x1000;
+    const u64_t topEnd = 0x1400;
+    // The walk as a plain model: refusals at the method's level, and the first holding child below.
+    const auto place = [&](std::vector<Node>& model, u64_t start, u64_t end) {
+        if (start < top || end > topEnd)
+            return false;
+        for (std::size_t i = 1; i < model.size(); ++i)
+            if (model[i].start == start && model[i].end == end)
+                return false;
+        for (const std::size_t child : model[0].children) {
+            const Node& other = model[child];
+            const bool apart = end <= other.start || start >= other.end;
+            const bool inside = end <= other.end && start >= other.start;
+            if (!apart && !inside)
+                return false;
+        }
+        std::size_t parent = 0;
+        for (bool deeper = true; deeper;) {
+            deeper = false;
+            for (const std::size_t child : model[parent].children)
+                if (model[child].start <= start && start < model[child].end) {
+                    parent = child;
+                    deeper = true;
+                    break;
+                }
+        }
+        model[parent].children.push_back(model.size());
+        model.push_back(Node{start, end, {}});
+        return true;
+    };
+    const std::function<std::string(const Region&)> shapeOf = [&](const Region& region) {
+        std::string text = "(";
+        for (const Region::Ptr& child : region.inlinedRegions())
+            text += std::to_string(child->startAddress() - top) + "+" + std::to_string(child->length()) +
+                    shapeOf(*child);
+        return text + ")";
+    };
+    const std::function<std::string(const std::vector<Node>&, std::size_t)> modelShape =
+        [&](const std::vector<Node>& model, std::size_t index) {
+            std::string text = "(";
+            for (const std::size_t child : model[index].children)
+                text += std::to_string(model[child].start - top) + "+" +
+                        std::to_string(model[child].end - model[child].start) + modelShape(model, child);
+            return text + ")";
+        };
+
+    for (unsigned seed = 1; seed <= 40; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937 random(seed);
+        InlineStore store(0);
+        const JitMethod::Ptr parent = store.loadCode(kParent, top, 0x400, 0x100, 10);
+        std::vector<Node> model(1, Node{top, topEnd, {}});
+        // Narrow ranges for some seeds, wide ones for others; some reach past the method.
+        const u64_t widest = seed % 3 == 0 ? 0x300 : seed % 3 == 1 ? 0x40 : 0x10;
+        for (int record = 0; record < 300; ++record) {
+            const u64_t start = top + random() % 0x400;
+            const u64_t length = 1 + random() % widest;
+            const bool placed = place(model, start, start + length);
+            const JitMethod::Ptr inlined = makeInline(0, 0, start, static_cast<u32_t>(length), 20);
+            store.loadInline(inlined);
+            ASSERT_EQ(placed, inlined->attachedToParent()) << "record " << record;
+        }
+        EXPECT_EQ(modelShape(model, 0), shapeOf(*parent->codeRegions().front()));
+    }
+
+    // With the profiler every inline of the method goes right below it, and
+    // still may not overlap one there without lying in it.
+    for (unsigned seed = 1; seed <= 20; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937 random(seed);
+        InlineStore store(ctJitProfiler);
+        const JitMethod::Ptr parent = store.loadCode(kParent, top, 0x400, 0x100, 10);
+        std::vector<std::pair<u64_t, u64_t> > children;
+        std::string expected = "(";
+        for (u32_t record = 0; record < 300; ++record) {
+            const u64_t start = top + random() % 0x400;
+            const u64_t end = start + 1 + random() % (seed % 2 == 0 ? 0x100 : 0x20);
+            bool placed = end <= topEnd;
+            for (const auto& child : children)
+                placed = placed && (end <= child.first || start >= child.second ||
+                                    (end <= child.second && start >= child.first));
+            if (placed) {
+                children.push_back(std::make_pair(start, end));
+                expected += std::to_string(start - top) + "+" + std::to_string(end - start) + "()";
+            }
+            const JitMethod::Ptr inlined =
+                makeInline(kInner + record, kParent, start, static_cast<u32_t>(end - start), 20);
+            store.loadInline(inlined);
+            ASSERT_EQ(placed, inlined->attachedToParent()) << "record " << record;
+        }
+        EXPECT_EQ(expected + ")", shapeOf(*parent->codeRegions().front()));
+    }
 }
 
 } // namespace

@@ -139,6 +139,16 @@ TEST_P(TruncationTest, APayloadCutAnywhereIsRefusedOrReported) {
     }
 }
 
+// However far a field reaches past the cut, the record says so once.
+TEST_P(TruncationTest, APayloadCutAnywhereReportsItsOverrunOnce) {
+    const RecordKind& kind = GetParam();
+    for (std::size_t length = 1; length < kind.payload.size(); ++length) {
+        LogCapture log;
+        decodeCut(kind, length);
+        EXPECT_GE(1u, log.count("Assertion failed: bytesRead")) << "cut to " << length;
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Kinds, TruncationTest, ::testing::ValuesIn(recordKinds()),
                          [](const ::testing::TestParamInfo<RecordKind>& info) { return info.param.name; });
 

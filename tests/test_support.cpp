@@ -12,8 +12,10 @@
 
 namespace korvane_test {
 
-TempDir::TempDir()
-    : m_path(boost::filesystem::temp_directory_path() / boost::filesystem::unique_path("korvane-test-%%%%-%%%%-%%%%")) {
+TempDir::TempDir() : TempDir(boost::filesystem::temp_directory_path()) {}
+
+TempDir::TempDir(const boost::filesystem::path& base)
+    : m_path(base / boost::filesystem::unique_path("korvane-test-%%%%-%%%%-%%%%")) {
     boost::filesystem::create_directories(m_path);
 }
 

@@ -17,6 +17,8 @@ namespace korvane_test {
 class TempDir {
 public:
     TempDir();
+    // Under the given directory instead of the system's temporary directory.
+    explicit TempDir(const boost::filesystem::path& base);
     ~TempDir();
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;

@@ -1,8 +1,6 @@
 // Splits a command's arguments into positional ones, options with a value, and flags.
 #include "argument_parser.h"
 
-#include <cerrno>
-#include <cstdlib>
 #include <utility>
 
 namespace korvane_tool {
@@ -78,21 +76,6 @@ bool ArgumentParser::has(const std::string& option) const { return m_present.cou
 std::string ArgumentParser::value(const std::string& option, const std::string& fallback) const {
     const auto found = m_values.find(option);
     return found == m_values.end() ? fallback : found->second;
-}
-
-bool parseNumber(const std::string& text, std::uint64_t& number) {
-    const bool isHex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-    const std::string digits = isHex ? text.substr(2) : text;
-    if (digits.empty() ||
-        digits.find_first_not_of(isHex ? "0123456789abcdefABCDEF" : "0123456789") != std::string::npos)
-        return false;
-    errno = 0;
-    char* end = nullptr;
-    const unsigned long long value = std::strtoull(digits.c_str(), &end, isHex ? 16 : 10);
-    if (errno == ERANGE || *end != '\0')
-        return false;
-    number = value;
-    return true;
 }
 
 } // namespace korvane_tool

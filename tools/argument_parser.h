@@ -2,6 +2,8 @@
 #ifndef KORVANE_TOOLS_ARGUMENT_PARSER_H
 #define KORVANE_TOOLS_ARGUMENT_PARSER_H
 
+#include "report/input_text.h"
+
 #include <cstdint>
 #include <map>
 #include <ostream>
@@ -41,8 +43,7 @@ private:
     std::set<std::string> m_present;
 };
 
-// Reads a whole text as an unsigned number, decimal or with a 0x prefix.
-bool parseNumber(const std::string& text, std::uint64_t& number);
+using korvane_report::parseNumber;
 
 } // namespace korvane_tool
 

@@ -2,9 +2,11 @@
 #include "argument_parser.h"
 #include "command_registry.h"
 #include "input_file.h"
-#include "sample_file.h"
 #include "text_output.h"
 #include "trace_directories.h"
+
+#include "report/inline_chain.h"
+#include "report/sample_file.h"
 
 #include <memory>
 
@@ -13,65 +15,20 @@ namespace korvane_tool {
 namespace {
 
 using namespace korvane_3_10;
+using korvane_report::InlineChain;
+using korvane_report::Sample;
+using korvane_report::SampleFile;
+using korvane_report::SourceFrame;
 
 const char kSynopsis[] = "resolve DIR... --samples FILE [--json]";
 const char kOutside[] = "outside JIT code";
-// Inlines nest a few levels deep; this only stops a cycle in broken data.
-const int kMaxDepth = 64;
-
-struct Frame {
-    std::string method;
-    std::string sourceFile;
-    u32_t line = 0; // 0: no line known
-};
 
 struct Resolution {
     korvane_error_t result = meNotFound;
     jit_rva_t jitRva = 0;
     std::string module;
-    std::vector<Frame> frames; // outermost first
+    std::vector<SourceFrame> frames; // outermost first
 };
-
-Frame frameOf(const ISymbol& symbol, jit_rva_t rva) {
-    Frame frame;
-    frame.method = text(symbol.getQualifiedMethodName());
-    const ISourceLocation::Ptr location = symbol.getSourceLocation(rva);
-    if (!location)
-        return frame;
-    frame.line = location->getLine();
-    const ISourceFile::Ptr file = location->getSourceFile();
-    if (file)
-        frame.sourceFile = text(file->getSourceFileName());
-    return frame;
-}
-
-ICodeRegion::Ptr regionHolding(const ISymbol& symbol, jit_rva_t rva) {
-    for (auto regions = symbol.getRegions(); !regions.at_end(); regions.next()) {
-        const ICodeRegion::Ptr region = regions.current();
-        if (region && rva >= region->getStartJitRva() && rva - region->getStartJitRva() < region->getLength())
-            return region;
-    }
-    return ICodeRegion::Ptr();
-}
-
-// The method and, below it, each inline that holds the jit RVA.
-std::vector<Frame> framesAt(ISymbolResolver& resolver, jit_rva_t rva) {
-    std::vector<Frame> frames;
-    const ISymbol::Ptr method = resolver.getSymbol(rva);
-    if (!method)
-        return frames;
-    frames.push_back(frameOf(*method, rva));
-    ICodeRegion::Ptr region = regionHolding(*method, rva);
-    for (int depth = 0; region && depth < kMaxDepth; ++depth) {
-        const ICodeRegion::Ptr inlined = region->getInlinedCodeRegion(rva);
-        const ISymbol::Ptr symbol = region->getInlinedSymbol(rva);
-        if (!inlined || !symbol)
-            break;
-        frames.push_back(frameOf(*symbol, rva));
-        region = inlined;
-    }
-    return frames;
-}
 
 Resolution resolveSample(IJitLoader& loader, ISymbolResolver& resolver, const Sample& sample) {
     Resolution resolution;
@@ -84,7 +41,7 @@ Resolution resolveSample(IJitLoader& loader, ISymbolResolver& resolver, const Sa
         return resolution;
     if (module)
         resolution.module = text(module->getFilePath());
-    resolution.frames = framesAt(resolver, resolution.jitRva);
+    resolution.frames = InlineChain::at(resolver, resolution.jitRva);
     return resolution;
 }
 
@@ -112,7 +69,7 @@ void writeCsv(const Sample& sample, const Resolution& resolution, std::ostream& 
     if (resolution.frames.empty())
         out << head << place << ",,,\n";
     for (std::size_t depth = 0; depth < resolution.frames.size(); ++depth) {
-        const Frame& frame = resolution.frames[depth];
+        const SourceFrame& frame = resolution.frames[depth];
         out << head << place << depth << "," << csvField(frame.method) << "," << csvField(frame.sourceFile) << ","
             << (frame.line ? std::to_string(frame.line) : std::string()) << "\n";
     }
@@ -126,7 +83,7 @@ void writeJson(const Sample& sample, const Resolution& resolution, std::ostream&
         out << ",\"jit_rva\":" << jsonString(hexText(resolution.jitRva))
             << ",\"module\":" << jsonString(resolution.module) << ",\"frames\":[";
         for (std::size_t depth = 0; depth < resolution.frames.size(); ++depth) {
-            const Frame& frame = resolution.frames[depth];
+            const SourceFrame& frame = resolution.frames[depth];
             out << (depth ? "," : "") << "{\"method\":" << jsonString(frame.method) << ",\"source_file\":"
                 << (frame.sourceFile.empty() ? "null" : jsonString(frame.sourceFile))
                 << ",\"line\":" << (frame.line ? std::to_string(frame.line) : "null") << "}";

@@ -103,20 +103,6 @@ std::string jsonString(const std::string& text) {
     return out + "\"";
 }
 
-std::string excerpt(const std::string& text) {
-    const std::size_t kMaxBytes = 40;
-    std::size_t end = std::min(text.size(), kMaxBytes);
-    // Cut before a character, not inside one.
-    while (end > 0 && end < text.size() && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80)
-        --end;
-    std::string out;
-    for (std::size_t i = 0; i < end; ++i) {
-        const unsigned char c = static_cast<unsigned char>(text[i]);
-        out += c < 0x20 || c == 0x7f ? hexEscape("\\x%02x", c) : std::string(1, static_cast<char>(c));
-    }
-    return end < text.size() ? out + "..." : out;
-}
-
 std::string countText(std::uint64_t number, const char* singular, const char* plural) {
     return std::to_string(number) + " " + (number == 1 ? singular : plural);
 }

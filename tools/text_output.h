@@ -14,9 +14,6 @@ std::string csvField(const std::string& text);
 // A JSON string literal, quotes included. Each byte that is not part of valid
 // UTF-8 becomes U+FFFD, so that the output is always valid JSON.
 std::string jsonString(const std::string& text);
-// Input echoed in a message: at most its first 40 bytes, then "...", with
-// control characters written as \xNN.
-std::string excerpt(const std::string& text);
 // "1 method", "2 methods": the number with the word that fits it.
 std::string countText(std::uint64_t number, const char* singular, const char* plural);
 // A possibly null library text as a string.

@@ -44,7 +44,7 @@ pid=$(ls "$out"/trace/*.jit | sed 's/.*\.\([0-9][0-9]*\)\.jit$/\1/')
 cp "/tmp/perf-$pid.map" "$out/perf-$pid.map"
 perf script -i "$out/perf.data" --ns > "$out/perf.script" 2>/dev/null
 host=$(ls "$out"/trace/*.jit | sed 's|.*/||; s/\.[0-9][0-9]*\.jit$//')
-perf script -i "$out/perf.data" --ns -F pid,time,ip 2>/dev/null |
+perf script -i "$out/perf.data" --ns -G -F pid,time,ip 2>/dev/null |
   awk -v host="$host" 'BEGIN { print "timestamp,ip,pid,host" }
     { time = $2; sub(":", "", time); split(time, part, ".");
       printf "%s%s,0x%s,%s,%s\n", part[1], part[2], $3, $1, host }' > "$out/samples.csv"

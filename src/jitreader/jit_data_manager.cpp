@@ -36,22 +36,6 @@ bool touchesRegion(const Region& region, u64_t start, u64_t end) {
     return start <= region.endAddress() && end >= region.startAddress();
 }
 
-// True when the region is the root itself or lies anywhere below it. Walks
-// without recursion, as a chain of nested inlines may be as long as a file.
-bool treeHolds(const Region& root, const Region* region) {
-    std::vector<const Region*> pending(1, &root);
-    while (!pending.empty()) {
-        const Region* current = pending.back();
-        pending.pop_back();
-        if (current == region)
-            return true;
-        for (const Region::Ptr& child : current->inlinedRegions())
-            if (child)
-                pending.push_back(child.get());
-    }
-    return false;
-}
-
 // Copies as much of [sourceOffset, sourceOffset + count) as both buffers hold.
 void copyClamped(std::vector<unsigned char>& target, u64_t targetOffset, const IByteBuffer& source,
                  u64_t sourceOffset, u64_t count) {
@@ -66,14 +50,6 @@ void copyClamped(std::vector<unsigned char>& target, u64_t targetOffset, const I
 
 bool sameCode(const Region& a, const Region& b) {
     return a.startAddress() == b.startAddress() && a.length() == b.length() && a.loadTime() == b.loadTime();
-}
-
-// The same inline record once more, as a second reading of a file brings it.
-bool sameInlineRecord(const JitMethod& a, const JitMethod& b) {
-    return a.getRawMethodId() == b.getRawMethodId() && a.getRawParentId() == b.getRawParentId() &&
-           a.methodInfo()->m_qualifiedMethodName == b.methodInfo()->m_qualifiedMethodName &&
-           a.methodInfo()->m_className == b.methodInfo()->m_className && a.regionCount() == 1 &&
-           b.regionCount() == 1 && sameCode(*a.codeRegions().front(), *b.codeRegions().front());
 }
 
 korvane_error_t refuseRegion(const JitMethod& rawMethod, const Region& region, const char* reason) {
@@ -145,13 +121,16 @@ korvane_error_t chooseParentRegion(const JitMethod& parentMethod, const JitMetho
 }
 
 // Without ids the inline takes its numbers from the region it lies in.
-void placeInlineJitRva(Region& inlineRegion, Region::Ptr& parentRegion) {
+void placeInlineJitRva(Region& inlineRegion, Region::Ptr& parentRegion, InlineIndex& index) {
     const jit_rva_t inlineStart =
         parentRegion->startJitRva() + inlineRegion.startAddress() - parentRegion->startAddress();
     // Into the deepest inline that holds the start; the number stays the top-level one.
-    for (Region::Ptr child = parentRegion->getInlinedRegion(inlineStart); child;
-         child = parentRegion->getInlinedRegion(inlineStart))
-        parentRegion = child;
+    if (Region* deepest = index.walkEnd(*parentRegion, inlineStart))
+        parentRegion = deepest;
+    else
+        for (Region::Ptr child = parentRegion->getInlinedRegion(inlineStart); child;
+             child = parentRegion->getInlinedRegion(inlineStart))
+            parentRegion = child;
     const jit_rva_t inlineEnd = inlineStart + inlineRegion.length();
     const jit_rva_t parentStartJitRva = parentRegion->startJitRva();
     const jit_rva_t parentEndJitRva = parentStartJitRva + parentRegion->length();
@@ -320,6 +299,7 @@ korvane_error_t JitDataManager::processMethodLoadRecord(u32_t pid, u32_t hostId,
     const bool repeated = jitMethod != rawMethod;
     if (!repeated) {
         m_jitMethodStorage.push_back(rawMethod);
+        m_unfinalized.insert(*entry.first);
     } else {
         KORVANE_LOG_TRACE("Detected already cached code region with the same method id " << label(*jitMethod));
         if (isPlacedAlready(*jitMethod, *rawMethod)) {
@@ -335,8 +315,11 @@ korvane_error_t JitDataManager::processMethodLoadRecord(u32_t pid, u32_t hostId,
             return meSuccess;
         }
         mergeMethod(*jitMethod, rawMethod);
+        m_unfinalized.insert(*entry.first);
     }
 
+    for (const Region::Ptr& region : rawMethod->codeRegions())
+        m_regionOwners[region.get()] = jitMethod.get();
     for (const Region::Ptr& region : rawMethod->codeRegions()) {
         const korvane_error_t result = placeRegion(pid, hostId, rawMethod, jitMethod, region);
         if (result != meSuccess)
@@ -368,25 +351,8 @@ bool JitDataManager::isPlacedAlready(const JitMethod& jitMethod, const JitMethod
 }
 
 bool JitDataManager::isCachedAlready(const JitMethod& rawMethod) const {
-    const auto siblings = m_cachedParentMethods.equal_range(rawMethod.getParentId());
-    for (auto entry = siblings.first; entry != siblings.second; ++entry)
-        if (sameInlineRecord(*entry->second, rawMethod))
-            return true;
-    return false;
-}
-
-bool JitDataManager::isInlinedAlready(const Region& parentRegion, const JitMethod& rawMethod) const {
-    std::vector<const Region*> pending(1, &parentRegion);
-    while (!pending.empty()) {
-        const Region& current = *pending.back();
-        pending.pop_back();
-        for (std::size_t i = 0; i < current.inlinedRegions().size() && i < current.inlinedMethods().size(); ++i) {
-            if (current.inlinedMethods()[i] && sameInlineRecord(*current.inlinedMethods()[i], rawMethod))
-                return true;
-            pending.push_back(current.inlinedRegions()[i].get());
-        }
-    }
-    return false;
+    // Only inline records can be the same record: they alone have a parent id.
+    return rawMethod.getRawParentId() != 0 && m_inlineIndex.isCached(rawMethod);
 }
 
 korvane_error_t JitDataManager::placeRegion(u32_t pid, u32_t hostId, const JitMethod::Ptr& rawMethod,
@@ -514,7 +480,7 @@ korvane_error_t JitDataManager::processMethodInlineLoadRecord(u32_t, u32_t, JitM
         KORVANE_LOG_ERROR("Couldn't inline method (method id = " << hex(rawMethodId)
                                                                  << ") because parent method is not found.");
         return meNotFound;
-    } else if (isInlinedAlready(*parentRegion, *rawMethod)) {
+    } else if (m_inlineIndex.holdsSameRecord(*parentRegion, *rawMethod)) {
         KORVANE_LOG_TRACE("Skipped an inline record that was read before " << label(*rawMethod));
         return meSuccess;
     }
@@ -551,26 +517,18 @@ korvane_error_t JitDataManager::addInlineMethod(JitMethod::Ptr& parentMethod, Re
     }
 
     // A region that already holds the parent can't go below it: the tree would close into a ring.
-    if (treeHolds(*inlineRegion, parentRegion.get())) {
+    if (m_inlineIndex.liesIn(*parentRegion, *inlineRegion)) {
         KORVANE_LOG_ERROR("Couldn't inline method (method id = " << hex(id) << ", ip range = " << hex(start) << "-"
                                                                  << hex(end)
                                                                  << ") because the parent's code region lies in it");
         return meNotFound;
     }
 
-    for (const Region::Ptr& child : parentRegion->inlinedRegions()) {
-        const u64_t childStart = child->startAddress();
-        const u64_t childEnd = child->endAddress();
-        KORVANE_ASSERT_TEXT(childStart, "startAddr");
-        KORVANE_ASSERT_TEXT(childEnd, "endAddr");
-        if (end <= childStart || start >= childEnd)
-            continue;
-        if (end <= childEnd && start >= childStart)
-            continue;
+    if (const Region* child = m_inlineIndex.overlappedChild(*parentRegion, start, end)) {
         KORVANE_LOG_ERROR("Couldn't inline method (method id = "
                           << hex(id) << ", ip range = " << hex(start) << "-" << hex(end)
-                          << ") because it intersects another parent's inline with range " << hex(childStart) << "-"
-                          << hex(childEnd));
+                          << ") because it intersects another parent's inline with range "
+                          << hex(child->startAddress()) << "-" << hex(child->endAddress()));
         return meNotFound;
     }
 
@@ -578,10 +536,15 @@ korvane_error_t JitDataManager::addInlineMethod(JitMethod::Ptr& parentMethod, Re
     if (jitProfiler)
         KORVANE_ASSERT(inlineMethod->getStartJitRva() == 0);
     else
-        placeInlineJitRva(*inlineRegion, parentRegion);
+        placeInlineJitRva(*inlineRegion, parentRegion, m_inlineIndex);
 
     parentRegion->addChildRegion(inlineRegion, inlineMethod);
     inlineMethod->setAttachedToParent(true);
+    m_inlineIndex.attached(*parentRegion, *inlineRegion, *inlineMethod, jitProfiler ? nullptr : foundRegion.get());
+    // The method at the top of the tree, if it has one yet, is finalised again.
+    const auto owner = m_regionOwners.find(m_inlineIndex.topOf(*parentRegion));
+    if (owner != m_regionOwners.end())
+        m_unfinalized.insert(std::make_pair(owner->second->getMethodId(), JitMethod::Ptr(owner->second)));
 
     KORVANE_LOG_INFO("Added inline method (method id = "
                      << hex(id) << ", ip range = " << hex(start) << "-" << hex(end)
@@ -632,6 +595,7 @@ korvane_error_t JitDataManager::cacheParentMethod(JitMethod::Ptr& jitMethod) {
     KORVANE_ASSERT(jitMethod->getRawMethodId());
     if (jitMethod->getRawParentId() != 0) {
         m_cachedParentMethods.insert(std::make_pair(jitMethod->getParentId(), jitMethod));
+        m_inlineIndex.cached(*jitMethod);
         KORVANE_LOG_TRACE("Cached 'inline as a parent' method (method id = " << hex(jitMethod->getRawMethodId())
                                                                               << ")");
     } else {
@@ -738,7 +702,10 @@ korvane_error_t JitDataManager::processMethodUpdateRecord(u32_t pid, u32_t hostI
 
 void JitDataManager::finalize() {
     KORVANE_TRACE_SCOPE();
-    for (const auto& entry : m_jitMethods) {
+    // Only methods whose regions or inlines changed since the last time: the
+    // others are in place already, and a reading of many files must not walk
+    // every method after each of them.
+    for (const auto& entry : m_unfinalized) {
         const JitMethod& method = *entry.second;
         for (const Region::Ptr& region : method.codeRegions()) {
             const jit_rva_t jitRva = region->startJitRva();
@@ -755,6 +722,7 @@ void JitDataManager::finalize() {
                                   << ". The inlines can't be resolved for this method.");
         }
     }
+    m_unfinalized.clear();
 }
 
 // ---------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 #define KORVANE_JITREADER_JIT_DATA_MANAGER_H
 
 #include "jitreader/base_method_id.h"
+#include "jitreader/inline_index.h"
 #include "jitreader/jit_file_decoder.h"
 #include "jitreader/jit_id_converter.h"
 #include "jitreader/jit_method.h"
@@ -14,6 +15,7 @@
 
 #include <atomic>
 #include <map>
+#include <unordered_map>
 #include <vector>
 
 namespace korvane_3_10 {
@@ -87,7 +89,6 @@ private:
     // A file read a second time brings its records again; these recognise them.
     bool isPlacedAlready(const JitMethod& jitMethod, const JitMethod& rawMethod) const;
     bool isCachedAlready(const JitMethod& rawMethod) const;
-    bool isInlinedAlready(const Region& parentRegion, const JitMethod& rawMethod) const;
     korvane_error_t placeRegion(u32_t pid, u32_t hostId, const JitMethod::Ptr& rawMethod,
                                 const JitMethod::Ptr& jitMethod, const Region::Ptr& region);
     void reportUnloadedMethods(u32_t pid, u32_t hostId, const JitMethod& rawMethod, SingleRegionDomainItr first,
@@ -100,6 +101,11 @@ private:
     MethodMultiMap m_cachedParentMethods;
     std::map<u32_t, std::map<u32_t, SingleRegionDomain> > m_singleRegionDomains;
     std::vector<ISymbol::Ptr> m_jitMethodStorage;
+    InlineIndex m_inlineIndex;
+    // The registered method of each top-level region, and the methods that the
+    // next finalisation puts in order.
+    std::unordered_map<const Region*, JitMethod*> m_regionOwners;
+    MethodMap m_unfinalized;
     // Built late by const queries; everything else is fixed once read.
     mutable JitIdConverter m_jitIdConverter;
     mutable boost::mutex m_jitIdConverterMutex;

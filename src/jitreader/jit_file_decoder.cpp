@@ -6,6 +6,8 @@
 #include "jitreader/method_report.h"
 #include "jitreader/payload_reader.h"
 
+#include <sys/stat.h>
+
 KORVANE_DEFINE_FILE_LOGGER()
 
 namespace korvane_3_10 {
@@ -50,16 +52,47 @@ u32_t littleWord(const char* bytes) {
 
 // The older load records are refused as a whole when they run past their
 // payload, so their fields need no report of their own.
-void ignoreField(const PayloadReader&, bool) {}
+class IgnoredFields : public LoadRecordFields::FieldCheck {
+public:
+    void operator()(const PayloadReader&, bool) override {}
+};
 
-void checkTraceSize(const PayloadReader& in, bool mayEnd) {
-    if (mayEnd)
-        KORVANE_ASSERT_TEXT(in.position() <= in.size(), "bytesRead <= traceSize");
-    else
-        KORVANE_ASSERT_TEXT(in.position() < in.size(), "bytesRead < traceSize");
-}
+// The checks of one record's fields against its size. Only the first field that
+// leaves no room is reported: the fields behind it lie further out, and a record
+// that claims more than it holds reports it once, whatever it claims.
+class SizeCheck : public LoadRecordFields::FieldCheck {
+public:
+    void operator()(const PayloadReader& in, bool mayEnd) override {
+        if (m_reported)
+            return;
+        const bool fits = mayEnd ? in.position() <= in.size() : in.position() < in.size();
+        if (fits)
+            return;
+        m_reported = true;
+        if (mayEnd)
+            KORVANE_ASSERT_TEXT(fits, "bytesRead <= traceSize");
+        else
+            KORVANE_ASSERT_TEXT(fits, "bytesRead < traceSize");
+    }
 
-void checkTraceLen(const PayloadReader& in) { KORVANE_ASSERT_TEXT(in.position() < in.size(), "bytesRead < traceLen"); }
+private:
+    bool m_reported = false;
+};
+
+// The same for the update records, whose payload may not end after any field.
+class LengthCheck {
+public:
+    void operator()(const PayloadReader& in) {
+        if (m_reported || in.position() < in.size())
+            return;
+        m_reported = true;
+        KORVANE_ASSERT_TEXT(in.position() < in.size(), "bytesRead < traceLen");
+    }
+    bool reported() const { return m_reported; }
+
+private:
+    bool m_reported = false;
+};
 
 bool isJavaClassShape(const std::string& className) {
     return !className.empty() && className.front() == 'L' && className.back() == ';';
@@ -107,6 +140,10 @@ JitFileDecoder::JitFileDecoder(const ustring& path, u32_t pid, u32_t hostId, jit
       m_nextJitRva(startJitRva), m_searchCallback(nullptr), m_has32BitModule(false), m_has64BitModule(false),
       m_fileSize(0) {
     KORVANE_LOG_TRACE("\njitPath: " << path << "\npid: " << pid << "\nhostId: " << hostId);
+    // Anything but a regular file is left unopened: opening a FIFO waits for a writer.
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
+        return;
     m_stream.open(boost::filesystem::path(path), std::ios::in | std::ios::binary);
     if (!m_stream.is_open())
         return;
@@ -188,9 +225,19 @@ korvane_error_t JitFileDecoder::readSizedRecord(Record& record) {
     m_filePosition += 4;
     const u64_t position = static_cast<u64_t>(static_cast<std::streamoff>(m_filePosition));
     const u64_t remaining = m_fileSize > position ? m_fileSize - position : 0;
-    // A size beyond the end of the file is a cut-off payload: refused before
-    // anything is allocated for it.
-    if (size == 0 || size > remaining || !readPayload(record.data, size)) {
+    // A size beyond the end of the file is a cut-off payload, and one above the
+    // limit is malformed the same way: both are refused before anything is
+    // allocated for them.
+    if (size == 0 || size > remaining) {
+        KORVANE_LOG_ERROR("Couldn't read content of the jit trace");
+        return meMalformedRecord;
+    }
+    if (size > kMaxRecordSize) {
+        KORVANE_LOG_ERROR("Couldn't read content of the jit trace because its size "
+                          << hex(size) << " is above the limit of " << hex(kMaxRecordSize) << " bytes");
+        return meMalformedRecord;
+    }
+    if (!readPayload(record.data, size)) {
         KORVANE_LOG_ERROR("Couldn't read content of the jit trace");
         return meMalformedRecord;
     }
@@ -221,6 +268,7 @@ bool JitFileDecoder::decodeMethodLoadRecordV2(const Record& record, JitMethod::P
 bool JitFileDecoder::decodeOlderLoadRecord(const Record& record, JitMethod::Ptr& method, Version version) const {
     const bool modulesOnly = version != Version::V2 && (m_decodingMode & dmModulesOnly) != 0;
     PayloadReader in(record.data);
+    IgnoredFields ignoreField;
     const LoadRecordFields fields = LoadRecordFields::read(in, version, modulesOnly, ignoreField);
     // Everything is checked before anything is built, so that a refused
     // record leaves neither the method nor the jit RVA counter touched.
@@ -262,6 +310,7 @@ bool JitFileDecoder::decodeMethodLoadRecordV3(const Record& record, JitMethod::P
     KORVANE_TRACE_SCOPE();
     KORVANE_ASSERT_TEXT(!record.data.empty(), "traceSize");
     PayloadReader in(record.data);
+    SizeCheck checkTraceSize;
     const LoadRecordFields fields = LoadRecordFields::read(in, Version::V3, false, checkTraceSize);
     if (isInlined)
         *isInlined = fields.isInlined;
@@ -304,6 +353,7 @@ bool JitFileDecoder::decodeMethodInlineLoadRecord(const Record& record, JitMetho
                    record.type == KORVANE3_TRACE_JITTRACE(FunctionInlineLoad64));
     KORVANE_ASSERT_TEXT(!record.data.empty(), "traceSize");
     PayloadReader in(record.data);
+    SizeCheck checkTraceSize;
     ensureMethod(method);
     const u32_t methodId = in.u32();
     checkTraceSize(in, false);
@@ -384,6 +434,7 @@ bool JitFileDecoder::decodeMethodUpdateRecordV2(const Record& record, JitMethod:
     method->setStartJitRva(m_nextJitRva);
     KORVANE_ASSERT_TEXT(!record.data.empty(), "traceLen");
     PayloadReader in(record.data);
+    LengthCheck checkTraceLen;
 
     const u32_t segmentType = in.u32();
     checkTraceLen(in);
@@ -429,7 +480,8 @@ bool JitFileDecoder::decodeMethodUpdateRecordV2(const Record& record, JitMethod:
         method->setRawMethodId(foundMethod->getRawMethodId());
     const char* code = in.bytes(codeSize);
     const boost::shared_ptr<IByteBuffer> bytes = keptBytes(code, codeSize);
-    KORVANE_ASSERT_TEXT(in.position() == in.size(), "bytesRead == traceLen");
+    if (!checkTraceLen.reported())
+        KORVANE_ASSERT_TEXT(in.position() == in.size(), "bytesRead == traceLen");
 
     const Region::Ptr region = updatedRegion(found, startAddress, length, loadTime, bytes,
                                              static_cast<korvane_segment_type_t>(segmentType), rangeName);

@@ -16,6 +16,9 @@ namespace korvane_3_10 {
 
 class JitFileDecoder {
 public:
+    // A record above this size is malformed, like one cut short: no method comes near it.
+    static const u32_t kMaxRecordSize = 64u << 20;
+
     // One framed record: where it starts, its type and its payload (or value bytes).
     struct Record {
         u64_t offset = 0;

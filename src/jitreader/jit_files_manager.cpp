@@ -11,8 +11,12 @@
 #include <boost/thread/lock_guard.hpp>
 #include <boost/tokenizer.hpp>
 
+#include <sys/stat.h>
+
+#include <exception>
 #include <set>
 #include <sstream>
+#include <string>
 
 KORVANE_DEFINE_FILE_LOGGER()
 
@@ -41,18 +45,65 @@ void readProcessId(const ustring& processToken, u32_t& pid) {
     stream >> pid;
 }
 
-// The .jit files directly in one directory, by name in byte order.
-std::map<ustring, boost::filesystem::path> jitFilesIn(const boost::filesystem::path& directory) {
-    std::map<ustring, boost::filesystem::path> files;
-    for (boost::filesystem::directory_iterator entry(directory), end; entry != end; ++entry) {
-        if (boost::filesystem::is_directory(boost::filesystem::status(entry->path())))
-            continue;
-        const ustring name = entry->path().filename().string();
-        if (!hasJitSuffix(name))
-            continue;
-        files[name] = entry->path();
+// Why an entry named *.jit that is no regular file is left out, in words.
+std::string whyNotRegular(const boost::filesystem::path& path, const boost::filesystem::file_status& status,
+                          const boost::system::error_code& error) {
+    namespace fs = boost::filesystem;
+    switch (status.type()) {
+    case fs::directory_file: return "it is a directory, not a regular file";
+    case fs::fifo_file: return "it is a FIFO, not a regular file";
+    case fs::socket_file: return "it is a socket, not a regular file";
+    case fs::block_file:
+    case fs::character_file: return "it is a device, not a regular file";
+    case fs::file_not_found: {
+        boost::system::error_code ignored;
+        return fs::is_symlink(fs::symlink_status(path, ignored)) ? "it is a link that leads nowhere, not a regular file"
+                                                                 : "it is gone";
     }
-    return files;
+    case fs::status_error: return "its type can't be read: " + error.message();
+    default: return "it is not a regular file";
+    }
+}
+
+// The regular .jit files directly in one directory, by name in byte order, links
+// followed; any other *.jit entry is named in a warning and left out.
+korvane_error_t jitFilesIn(const boost::filesystem::path& directory,
+                           std::map<ustring, boost::filesystem::path>& files) {
+    namespace fs = boost::filesystem;
+    std::map<ustring, fs::path> entries;
+    boost::system::error_code error;
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
+        const ustring name = entry->path().filename().string();
+        if (hasJitSuffix(name))
+            entries[name] = entry->path();
+    }
+    if (error) {
+        KORVANE_LOG_ERROR("Couldn't list the directory " << directory.string() << ": " << error.message());
+        return meFileNotOpen;
+    }
+    for (const auto& entry : entries) {
+        boost::system::error_code statusError;
+        const fs::file_status status = fs::status(entry.second, statusError);
+        if (status.type() == fs::regular_file)
+            files.insert(entry);
+        else
+            KORVANE_LOG_WARN("Skipped jit file " << entry.second.string() << " because "
+                                                 << whyNotRegular(entry.second, status, statusError));
+    }
+    return meSuccess;
+}
+
+// What tells that a file changed: its size and modification time, or that it can't be seen.
+JitFilesManager::FileStamp stampOf(const ustring& path) {
+    JitFilesManager::FileStamp stamp;
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0)
+        return stamp;
+    stamp.m_seen = true;
+    stamp.m_size = static_cast<u64_t>(status.st_size);
+    stamp.m_seconds = static_cast<std::int64_t>(status.st_mtim.tv_sec);
+    stamp.m_nanoseconds = static_cast<std::int64_t>(status.st_mtim.tv_nsec);
+    return stamp;
 }
 
 } // namespace
@@ -71,9 +122,19 @@ korvane_error_t JitFilesManager::initialize(skeinkit2::generic_iterator_t<const 
         directories.insert(ustring(paths.current()));
 
     for (const ustring& directory : directories) {
-        if (!boost::filesystem::is_directory(boost::filesystem::status(directory)))
+        boost::system::error_code error;
+        const boost::filesystem::file_status status = boost::filesystem::status(directory, error);
+        if (status.type() == boost::filesystem::status_error) {
+            KORVANE_LOG_ERROR("Couldn't list the directory " << directory << ": " << error.message());
+            return meFileNotOpen;
+        }
+        if (status.type() != boost::filesystem::directory_file)
             return meNotADirectory;
-        for (const auto& file : jitFilesIn(directory)) {
+        std::map<ustring, boost::filesystem::path> files;
+        const korvane_error_t listed = jitFilesIn(directory, files);
+        if (listed != meSuccess)
+            return listed;
+        for (const auto& file : files) {
             const korvane_error_t result = addJitFileInfo(file.second, file.first, nextJitRva);
             if (result != meSuccess)
                 return result;
@@ -90,6 +151,13 @@ korvane_error_t JitFilesManager::addJitFileInfo(const boost::filesystem::path& p
     const korvane_error_t result = parseJitFileName(name, pid, hostName);
     if (result != meSuccess)
         return result;
+    boost::system::error_code error;
+    const u64_t size = boost::filesystem::file_size(path, error);
+    if (error) {
+        KORVANE_LOG_WARN("Skipped jit file " << path.string() << " because its size can't be read: "
+                                             << error.message());
+        return meSuccess;
+    }
 
     auto host = m_hostIds.find(hostName);
     if (host == m_hostIds.end()) {
@@ -103,7 +171,7 @@ korvane_error_t JitFilesManager::addJitFileInfo(const boost::filesystem::path& p
     process.m_isRead = false;
     JitFileInfo file;
     file.m_startJitRva = nextJitRva;
-    file.m_size = boost::filesystem::file_size(path);
+    file.m_size = size;
     file.m_path = path.string();
     process.m_files.push_back(file);
 
@@ -207,9 +275,23 @@ void markProcessRead(JitFilesManager::ProcessJitInfo& info) {
 
 korvane_error_t readOneFile(const JitFilesManager::JitFileInfo& file, u32_t pid, u32_t hostId, decoding_mode_t mode,
                             target_arch_t arch, JitDataManager& dataManager) {
-    JitFileDecoder decoder(file.m_path, pid, hostId, file.m_startJitRva, mode);
-    decoder.setSearchCallback(&dataManager);
-    return JitFileReader::readJitFile(decoder, arch, dataManager);
+    // What the standard library or Boost throws (memory, a stream) ends the file
+    // like a broken record; what was read before it stays.
+    try {
+        JitFileDecoder decoder(file.m_path, pid, hostId, file.m_startJitRva, mode);
+        decoder.setSearchCallback(&dataManager);
+        return JitFileReader::readJitFile(decoder, arch, dataManager);
+    } catch (const std::exception& error) {
+        KORVANE_LOG_ERROR("Couldn't read jit file " << file.m_path << " to its end: " << error.what());
+        return meFileNotOpen;
+    }
+}
+
+std::vector<JitFilesManager::FileStamp> stampsOf(const std::deque<JitFilesManager::JitFileInfo>& files) {
+    std::vector<JitFilesManager::FileStamp> stamps;
+    for (const JitFilesManager::JitFileInfo& file : files)
+        stamps.push_back(stampOf(file.m_path));
+    return stamps;
 }
 
 } // namespace
@@ -255,19 +337,29 @@ korvane_error_t JitFilesManager::readJitFiles(u32_t pid, u32_t hostId, decoding_
         lock.unlock();
         return meSuccess;
     }
+    // Taken before reading, so that a file that changes while it is read is read again next time.
+    std::vector<FileStamp> stamps = stampsOf(info->m_files);
+    // A failed process is read again only when one of its files changed since:
+    // until then each query costs a look at the files, not a reading.
+    if (info->m_failure != meSuccess && stamps == info->m_failureStamps) {
+        lock.unlock();
+        return info->m_failure;
+    }
     for (const JitFileInfo& file : info->m_files) {
-        if (file.m_path.empty()) {
-            lock.unlock();
-            return meInvalidArgument;
-        }
         // The decoder lives inside readOneFile, so it is gone before the lock goes on every way out.
-        const korvane_error_t result = readOneFile(file, pid, hostId, mode, m_targetArch, dataManager);
+        const korvane_error_t result = file.m_path.empty()
+                                           ? meInvalidArgument
+                                           : readOneFile(file, pid, hostId, mode, m_targetArch, dataManager);
         if (result != meSuccess) {
+            info->m_failure = result;
+            info->m_failureStamps.swap(stamps);
             lock.unlock();
             return result;
         }
     }
     // Set only now: a failed read leaves the process to be read again from its first file.
+    info->m_failure = meSuccess;
+    info->m_failureStamps.clear();
     markProcessRead(*info);
     lock.unlock();
     return meSuccess;

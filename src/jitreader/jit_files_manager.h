@@ -7,6 +7,7 @@
 #include <boost/filesystem/path.hpp>
 #include <boost/thread/mutex.hpp>
 
+#include <cstdint>
 #include <deque>
 #include <map>
 #include <vector>
@@ -23,9 +24,25 @@ public:
         ustring m_path;
     };
 
+    // What tells that a file changed since it was last read.
+    struct FileStamp {
+        bool m_seen = false;
+        u64_t m_size = 0;
+        std::int64_t m_seconds = 0;
+        std::int64_t m_nanoseconds = 0;
+        bool operator==(const FileStamp& other) const {
+            return m_seen == other.m_seen && m_size == other.m_size && m_seconds == other.m_seconds &&
+                   m_nanoseconds == other.m_nanoseconds;
+        }
+    };
+
     struct ProcessJitInfo {
         bool m_isRead = false;
         std::deque<JitFileInfo> m_files;
+        // The code of the last failed reading and the stamps of the files it read;
+        // meSuccess while no reading failed.
+        korvane_error_t m_failure = meSuccess;
+        std::vector<FileStamp> m_failureStamps;
     };
 
     typedef std::map<u32_t, ProcessJitInfo> ProcessMap;
@@ -46,7 +63,8 @@ public:
 
     // All processes, taking what can be read; a failing file is only logged.
     korvane_error_t readJitFiles(decoding_mode_t mode, JitDataManager& dataManager);
-    // One process on demand; a failing file's code is returned and the process stays unread.
+    // One process on demand; a failing file's code is returned and the process stays unread,
+    // and is read again only after one of its files changed (size or modification time).
     korvane_error_t readJitFiles(u32_t pid, u32_t hostId, decoding_mode_t mode, JitDataManager& dataManager);
 
     const HostProcessMap& processes() const { return m_processes; }

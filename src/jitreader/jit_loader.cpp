@@ -1,18 +1,26 @@
 // The lazy front end: decodes a process at its first sample, modules only.
 #include "jitreader/jit_loader.h"
 
+#include "jitreader/logging.h"
 #include "jitreader/module_evaluator.h"
+
+#include <exception>
+
+KORVANE_DEFINE_FILE_LOGGER()
 
 namespace korvane_3_10 {
 
 boost::intrusive_ptr<IJitLoader> IJitLoader::create(skeinkit2::generic_iterator_t<const char*>& paths) {
-    JitLoader* loader = new JitLoader();
-    if (loader->initializeJitFiles(paths) != meSuccess) {
-        // No reference was ever taken, so the object is deleted rather than released.
-        delete loader;
+    // Held from the start, so that a failure or an exception releases all of it.
+    try {
+        const boost::intrusive_ptr<JitLoader> loader(new JitLoader());
+        if (loader->initializeJitFiles(paths) != meSuccess)
+            return boost::intrusive_ptr<IJitLoader>();
+        return loader;
+    } catch (const std::exception& error) {
+        KORVANE_LOG_ERROR("Couldn't create the jit loader: " << error.what());
         return boost::intrusive_ptr<IJitLoader>();
     }
-    return boost::intrusive_ptr<IJitLoader>(loader);
 }
 
 korvane_error_t JitLoader::initializeJitFiles(skeinkit2::generic_iterator_t<const char*>& paths) {
@@ -37,6 +45,18 @@ korvane_error_t JitLoader::getHostIdByName(const char* hostName, u32_t* hostId) 
 
 korvane_error_t JitLoader::resolveJitPoint(u64_t timestamp, address_t address, u32_t pid, u32_t hostId,
                                            jit_rva_t* jitRva, IModule::Ptr& module) {
+    // A reading that throws has already been answered as a file that can't be
+    // read; this only keeps whatever else may throw inside.
+    try {
+        return resolveSample(timestamp, address, pid, hostId, jitRva, module);
+    } catch (const std::exception& error) {
+        KORVANE_LOG_ERROR("Couldn't resolve a jit point of process " << pid << ": " << error.what());
+        return meNotFound;
+    }
+}
+
+korvane_error_t JitLoader::resolveSample(u64_t timestamp, address_t address, u32_t pid, u32_t hostId,
+                                         jit_rva_t* jitRva, IModule::Ptr& module) {
     const korvane_error_t read = m_jitFilesManager.readJitFiles(pid, hostId, dmModulesOnly, m_jitDataManager);
     if (read != meSuccess)
         return read;

@@ -17,6 +17,9 @@ public:
     korvane_error_t initializeJitFiles(skeinkit2::generic_iterator_t<const char*>& paths);
 
 private:
+    korvane_error_t resolveSample(u64_t timestamp, address_t address, u32_t pid, u32_t hostId, jit_rva_t* jitRva,
+                                  IModule::Ptr& module);
+
     JitDataManager m_jitDataManager;
     JitFilesManager m_jitFilesManager;
 };

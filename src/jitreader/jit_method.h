@@ -10,6 +10,7 @@
 
 #include <korvane/interfaces.h>
 
+#include <iterator>
 #include <map>
 #include <ostream>
 #include <string>
@@ -74,6 +75,11 @@ public:
     // A second method over the same info block, regions and a copy of the line tables.
     Ptr clone() const;
     void addCodeRegion(const Region::Ptr& region) { m_codeRegions.push_back(region); }
+    // Hands the regions over to a region that takes a dying method apart.
+    void moveCodeRegionsTo(std::vector<Region::Ptr>& target) {
+        std::move(m_codeRegions.begin(), m_codeRegions.end(), std::back_inserter(target));
+        m_codeRegions.clear();
+    }
     u32_t regionCount() const { return static_cast<u32_t>(m_codeRegions.size()); }
     u32_t getRawMethodId() const { return m_methodId; }
     u32_t getRawParentId() const { return m_parentId; }

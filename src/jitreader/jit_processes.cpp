@@ -1,10 +1,22 @@
 // The smallest front end: which process ids have trace files.
 #include "jitreader/jit_processes.h"
 
+#include "jitreader/logging.h"
+
+#include <exception>
+
+KORVANE_DEFINE_FILE_LOGGER()
+
 namespace korvane_3_10 {
 
 skeinkit2::generic_iterator_t<u32_t> JitProcesses::getJitProcessId() const {
-    return m_jitFilesManager.getJitPidArray();
+    // The list is built at the first call, as long as the processes: memory may run out.
+    try {
+        return m_jitFilesManager.getJitPidArray();
+    } catch (const std::exception& error) {
+        KORVANE_LOG_ERROR("Couldn't list the process ids: " << error.what());
+        return skeinkit2::generic_iterator_t<u32_t>();
+    }
 }
 
 korvane_error_t JitProcesses::initializeJitFiles(skeinkit2::generic_iterator_t<const char*>& paths) {
@@ -12,10 +24,15 @@ korvane_error_t JitProcesses::initializeJitFiles(skeinkit2::generic_iterator_t<c
 }
 
 boost::intrusive_ptr<IJitProcesses> IJitProcesses::create(skeinkit2::generic_iterator_t<const char*>& paths) {
-    boost::intrusive_ptr<JitProcesses> processes(new JitProcesses());
-    if (processes->initializeJitFiles(paths) != meSuccess)
+    try {
+        boost::intrusive_ptr<JitProcesses> processes(new JitProcesses());
+        if (processes->initializeJitFiles(paths) != meSuccess)
+            return nullptr;
+        return processes;
+    } catch (const std::exception& error) {
+        KORVANE_LOG_ERROR("Couldn't create the process list: " << error.what());
         return nullptr;
-    return processes;
+    }
 }
 
 } // namespace korvane_3_10

@@ -7,7 +7,7 @@ namespace {
 
 typedef LoadRecordFields::Version Version;
 
-void readCodeRanges(PayloadReader& in, LoadRecordFields& fields, LoadRecordFields::FieldCheck check) {
+void readCodeRanges(PayloadReader& in, LoadRecordFields& fields, LoadRecordFields::FieldCheck& check) {
     for (u32_t index = 0; index < fields.rangeCount; ++index) {
         LoadRecordFields::CodeRange range{index, 0, 0, nullptr, 0};
         range.startAddress = in.u64();
@@ -20,16 +20,20 @@ void readCodeRanges(PayloadReader& in, LoadRecordFields& fields, LoadRecordField
         check(in, false);
         if (range.length != 0)
             fields.ranges.push_back(range);
+        // Beyond the payload every further range reads as zero and is left out:
+        // a count of 65,535 in a short record costs nothing.
+        if (in.overrun())
+            break;
     }
 }
 
-std::string readString(PayloadReader& in, LoadRecordFields::FieldCheck check) {
+std::string readString(PayloadReader& in, LoadRecordFields::FieldCheck& check) {
     std::string text = in.countedString();
     check(in, false);
     return text;
 }
 
-std::uint16_t readWord(PayloadReader& in, LoadRecordFields::FieldCheck check) {
+std::uint16_t readWord(PayloadReader& in, LoadRecordFields::FieldCheck& check) {
     const std::uint16_t word = in.u16();
     check(in, false);
     return word;
@@ -37,7 +41,7 @@ std::uint16_t readWord(PayloadReader& in, LoadRecordFields::FieldCheck check) {
 
 // The V0 counts are 16 bits wide, all later ones 32; the last table may end the payload.
 std::vector<korvane_line_number_entry> readLineTable(PayloadReader& in, bool wideCount, bool last,
-                                                     LoadRecordFields::FieldCheck check) {
+                                                     LoadRecordFields::FieldCheck& check) {
     const u32_t count = wideCount ? in.u32() : in.u16();
     check(in, last);
     if (count == 0)
@@ -49,7 +53,7 @@ std::vector<korvane_line_number_entry> readLineTable(PayloadReader& in, bool wid
 
 } // namespace
 
-LoadRecordFields LoadRecordFields::read(PayloadReader& in, Version version, bool stopAfterModule, FieldCheck check) {
+LoadRecordFields LoadRecordFields::read(PayloadReader& in, Version version, bool stopAfterModule, FieldCheck& check) {
     LoadRecordFields fields;
     if (version == Version::V2 || version == Version::V3) {
         fields.methodId = in.u32();

@@ -15,7 +15,13 @@ struct LoadRecordFields {
 
     // Called after every field with the cursor behind it; mayEnd tells that a
     // payload may end right there.
-    typedef void (*FieldCheck)(const PayloadReader& in, bool mayEnd);
+    class FieldCheck {
+    public:
+        virtual void operator()(const PayloadReader& in, bool mayEnd) = 0;
+
+    protected:
+        ~FieldCheck() {}
+    };
 
     // A code range entry whose length isn't 0; empty entries are only counted.
     struct CodeRange {
@@ -29,7 +35,7 @@ struct LoadRecordFields {
 
     // Reads the head, the code ranges and the tail of the given version. With
     // stopAfterModule it stops behind the architecture.
-    static LoadRecordFields read(PayloadReader& in, Version version, bool stopAfterModule, FieldCheck check);
+    static LoadRecordFields read(PayloadReader& in, Version version, bool stopAfterModule, FieldCheck& check);
 
     bool hasLineTables() const;
 

@@ -120,6 +120,9 @@ korvane_error_t writeSymbolReport(const ISymbol& symbol, std::ostream& stream) {
 std::string dumpRegions(const JitMethod& method) {
     ustringstream stream;
     u32_t number = 0;
+    // Logged at every inline that joins the method: bounded, so that the log
+    // stays in proportion to the records however many inlines a method has.
+    u32_t budget = kMaxReportedInlines;
     for (const Region::Ptr& region : method.codeRegions()) {
         ++number;
         if (region->unloadTime() != 0)
@@ -127,7 +130,7 @@ std::string dumpRegions(const JitMethod& method) {
         stream << std::endl
                << "Code region #" << std::dec << number << " (ip range = " << prefixedHex(region->startAddress()) << "-"
                << prefixedHex(region->endAddress()) << ")";
-        region->dumpInlines(stream, 4);
+        region->dumpInlines(stream, 4, budget);
     }
     return stream.str();
 }

@@ -15,7 +15,11 @@ const char* architectureName(korvane_arch arch, const char* unknown = "UNKNOWN")
 // The full report of a method, disassembly included.
 std::ostream& operator<<(std::ostream& stream, const JitMethod& method);
 
-// The method's regions that are not unloaded, each with its tree of inlines.
+// The inline lines that one region list shows at most.
+const u32_t kMaxReportedInlines = 1000;
+
+// The method's regions that are not unloaded, each with its tree of inlines: 64 levels
+// deep, kMaxReportedInlines lines at most.
 std::string dumpRegions(const JitMethod& method);
 
 } // namespace korvane_3_10

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <iomanip>
+#include <iterator>
+#include <utility>
 #include <vector>
 
 KORVANE_DEFINE_FILE_LOGGER()
@@ -20,6 +22,8 @@ const unsigned char g_noOperation = 0x90;
 // Inlines nest a few levels in practice. Records whose ids name each other as
 // parents can hang two regions into each other, and the dump must still end.
 const u32_t g_maxDumpIndent = 4 * 64;
+// A dump budget that ran out and was marked so.
+const u32_t g_budgetMarked = 0xFFFFFFFF;
 
 bool isKnownSegmentType(korvane_segment_type_t segType) {
     return segType == stCode || segType == stData || segType == stKeep;
@@ -48,6 +52,17 @@ void copyBytes(std::vector<unsigned char>& image, u32_t imageOffset, const IByte
     std::copy(bytes + sourceOffset, bytes + sourceOffset + length, image.begin() + imageOffset);
 }
 
+// True when the pointer holds the object's last reference, so that the object
+// goes with it.
+template <typename Object>
+bool isSoleOwner(const boost::intrusive_ptr<Object>& pointer) {
+    if (!pointer)
+        return false;
+    const u32_t count = pointer->addRef();
+    pointer->release();
+    return count == 2;
+}
+
 } // namespace
 
 Region::Region()
@@ -60,6 +75,32 @@ Region::Region(const Region& other)
     if (other.m_content) {
         m_content = IByteBuffer::create();
         m_content->assign(other.m_content->data(), other.m_content->size());
+    }
+}
+
+Region::~Region() {
+    // A chain of nested inlines may be as long as a file: the regions and methods
+    // that die with this one are taken apart here one at a time, not by recursion.
+    std::vector<Ptr> regions;
+    std::vector<MethodPtr> methods;
+    regions.swap(m_inlinedRegions);
+    methods.swap(m_inlinedMethods);
+    while (!regions.empty() || !methods.empty()) {
+        if (!methods.empty()) {
+            const MethodPtr method = std::move(methods.back());
+            methods.pop_back();
+            if (isSoleOwner(method))
+                method->moveCodeRegionsTo(regions);
+            continue;
+        }
+        const Ptr region = std::move(regions.back());
+        regions.pop_back();
+        if (!isSoleOwner(region))
+            continue;
+        std::move(region->m_inlinedRegions.begin(), region->m_inlinedRegions.end(), std::back_inserter(regions));
+        std::move(region->m_inlinedMethods.begin(), region->m_inlinedMethods.end(), std::back_inserter(methods));
+        region->m_inlinedRegions.clear();
+        region->m_inlinedMethods.clear();
     }
 }
 
@@ -99,14 +140,25 @@ void Region::addChildRegion(Ptr child, MethodPtr method) {
 }
 
 korvane_error_t Region::normalizeInlineJitRvaRanges(jit_rva_t parentRva, address_t parentAddress) {
-    KORVANE_ASSERT(m_inlinedRegions.size() == m_inlinedMethods.size());
     const u64_t delta = parentRva - parentAddress;
-    for (std::size_t index = 0; index < m_inlinedRegions.size(); ++index) {
-        Region& child = *m_inlinedRegions[index];
+    // Depth first in the order of a recursion, on a stack of its own: a chain of
+    // nested inlines may be as long as a file. Each entry is a region and the
+    // index of its next child.
+    std::vector<std::pair<Region*, std::size_t> > path(1, std::make_pair(this, std::size_t(0)));
+    while (!path.empty()) {
+        Region& region = *path.back().first;
+        const std::size_t index = path.back().second++;
+        if (index == 0)
+            KORVANE_ASSERT(region.m_inlinedRegions.size() == region.m_inlinedMethods.size());
+        if (index >= region.m_inlinedRegions.size()) {
+            path.pop_back();
+            continue;
+        }
+        Region& child = *region.m_inlinedRegions[index];
         const jit_rva_t rva = delta + child.m_startAddress;
         child.m_startJitRva = rva;
-        if (index < m_inlinedMethods.size() && m_inlinedMethods[index]) {
-            JitMethod& method = *m_inlinedMethods[index];
+        if (index < region.m_inlinedMethods.size() && region.m_inlinedMethods[index]) {
+            JitMethod& method = *region.m_inlinedMethods[index];
             method.setStartJitRva(rva);
             // Later finalisations find the tables in place already.
             if (!method.lineTablesPlaced()) {
@@ -117,9 +169,7 @@ korvane_error_t Region::normalizeInlineJitRvaRanges(jit_rva_t parentRva, address
         KORVANE_LOG_TRACE("  Set jit rva range = " << hex(rva) << "-" << hex(rva + child.m_length)
                                                    << " for ip range = " << hex(child.m_startAddress) << "-"
                                                    << hex(child.m_startAddress + child.m_length) << ".");
-        const korvane_error_t result = child.normalizeInlineJitRvaRanges(parentRva, parentAddress);
-        if (result != meSuccess)
-            return result;
+        path.push_back(std::make_pair(&child, std::size_t(0)));
     }
     return meSuccess;
 }
@@ -198,11 +248,19 @@ korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const 
     return meSuccess;
 }
 
-void Region::dumpInlines(ustringstream& stream, u32_t indent) {
+void Region::dumpInlines(ustringstream& stream, u32_t indent, u32_t& budget) {
     KORVANE_ASSERT(m_inlinedRegions.size() == m_inlinedMethods.size());
     if (indent > g_maxDumpIndent)
         return;
     for (std::size_t index = 0; index < m_inlinedRegions.size(); ++index) {
+        // A report of a method lists so many inlines and then says that there are more, once.
+        if (budget == 0) {
+            stream << std::endl << std::setfill(' ') << std::setw(static_cast<int>(indent)) << "" << "...";
+            budget = g_budgetMarked;
+        }
+        if (budget == g_budgetMarked)
+            return;
+        --budget;
         const Region& child = *m_inlinedRegions[index];
         const JitMethod* method = index < m_inlinedMethods.size() ? m_inlinedMethods[index].get() : nullptr;
         stream << std::endl
@@ -210,7 +268,7 @@ void Region::dumpInlines(ustringstream& stream, u32_t indent) {
                << (method ? method->getMethodName() : "")
                << " (method id = " << prefixedHex(method ? method->getRawMethodId() : 0u)
                << ", ip range = " << prefixedHex(child.m_startAddress) << "-" << prefixedHex(child.endAddress()) << ")";
-        m_inlinedRegions[index]->dumpInlines(stream, indent + 4);
+        m_inlinedRegions[index]->dumpInlines(stream, indent + 4, budget);
     }
 }
 

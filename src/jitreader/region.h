@@ -27,6 +27,7 @@ public:
     Region();
     // A private copy for the update path: own bytes, same markup, no inlines.
     Region(const Region& other);
+    ~Region() override;
     Region& operator=(const Region&) = delete;
 
     jit_rva_t getStartJitRva() const override { return m_startJitRva; }
@@ -55,7 +56,9 @@ public:
     korvane_error_t addBytesUpdate(address_t codeAddr, u32_t codeLen, const boost::shared_ptr<IByteBuffer>& bytes,
                                    korvane_segment_type_t segType, const ustring& rangeName);
 
-    void dumpInlines(ustringstream& stream, u32_t indent);
+    // The inlines below, one line each, at most 64 levels deep and as many lines
+    // as the budget allows; a budget that runs out is marked with "...".
+    void dumpInlines(ustringstream& stream, u32_t indent, u32_t& budget);
 
     jit_rva_t startJitRva() const { return m_startJitRva; }
     address_t startAddress() const { return m_startAddress; }

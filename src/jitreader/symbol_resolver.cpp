@@ -1,6 +1,12 @@
 // The eager front end: reads everything at creation, then answers by jit RVA.
 #include "jitreader/symbol_resolver.h"
 
+#include "jitreader/logging.h"
+
+#include <exception>
+
+KORVANE_DEFINE_FILE_LOGGER()
+
 namespace korvane_3_10 {
 
 namespace {
@@ -8,13 +14,16 @@ namespace {
 boost::intrusive_ptr<ISymbolResolver> createResolver(skeinkit2::generic_iterator_t<const char*>& paths,
                                                      boost::intrusive_ptr<ISymbolFileLocator>& locator,
                                                      target_arch_t arch) {
-    SymbolResolver* resolver = new SymbolResolver(locator);
-    if (resolver->initializeJitFiles(paths, arch) != meSuccess) {
-        // No reference was ever taken, so the object is deleted rather than released.
-        delete resolver;
+    // Held from the start, so that a failure or an exception releases all of it.
+    try {
+        const boost::intrusive_ptr<SymbolResolver> resolver(new SymbolResolver(locator));
+        if (resolver->initializeJitFiles(paths, arch) != meSuccess)
+            return boost::intrusive_ptr<ISymbolResolver>();
+        return resolver;
+    } catch (const std::exception& error) {
+        KORVANE_LOG_ERROR("Couldn't create the symbol resolver: " << error.what());
         return boost::intrusive_ptr<ISymbolResolver>();
     }
-    return boost::intrusive_ptr<ISymbolResolver>(resolver);
 }
 
 } // namespace
@@ -78,7 +87,14 @@ korvane_error_t SymbolResolver::translateToJitRva(u32_t jitId, address_t address
     if (catalogued != meSuccess)
         return catalogued;
     u64_t result = 0;
-    const korvane_error_t converted = m_jitDataManager.translateToJitRva(jitId, address, start, end, result);
+    korvane_error_t converted = meNotFound;
+    // The first conversion builds a table as large as the methods: memory may run out.
+    try {
+        converted = m_jitDataManager.translateToJitRva(jitId, address, start, end, result);
+    } catch (const std::exception& error) {
+        KORVANE_LOG_ERROR("Couldn't translate an address to a jit RVA: " << error.what());
+        return meNotFound;
+    }
     *jitRva = result;
     return converted;
 }

@@ -1,5 +1,6 @@
 # Runs the real binaries: the example generator (twice, for the same bytes) and
-# korvane-jit on its output, then on a broken trace. Expects TOOL, EXAMPLES, WORK_DIR.
+# korvane-jit on its output, then on a broken trace. Expects TOOL, EXAMPLES, WORK_DIR
+# and CAPTURES, the directory of captured perf script text.
 
 function(run_tool name)
   execute_process(COMMAND ${TOOL} ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
@@ -73,6 +74,25 @@ expect_in(piped ",2,java::lang::String::hashCode\\(\\),String.java,1502\n")
 run_tool(json resolve ${dirs} --samples ${WORK_DIR}/first/samples.csv --json)
 expect_clean(json)
 expect_in(json "\"frames\":\\[{\"method\":\"Harbor::Billing::Invoice::Total\"")
+
+run_tool(report report ${dirs} --input ${WORK_DIR}/first/samples.csv --top 3 --folded ${WORK_DIR}/folded.txt
+  --pprof ${WORK_DIR}/profile.pb.gz)
+expect_clean(report)
+expect_in(report "samples: 37 total, 30 in JIT code, 30 resolved, 7 outside JIT code \\(2 in processes")
+file(READ ${WORK_DIR}/folded.txt folded)
+if(NOT folded MATCHES "Cart::addItem\\(com::example::shop::Item, int\\)_\\[j\\];com::example::shop::Item::getPrice\\(\\)_\\[i\\] 1\n")
+  message(FATAL_ERROR "no inline frame in the folded stacks:\n${folded}")
+endif()
+if(NOT EXISTS ${WORK_DIR}/profile.pb.gz)
+  message(FATAL_ERROR "report wrote no pprof file")
+endif()
+run_tool(perf report ${dirs} --host alpha.example.net --input ${CAPTURES}/flat_ns.perf)
+expect_clean(perf)
+expect_in(perf "jit     com::example::shop::Cart::total\\(\\)\n")
+run_tool(strict report ${dirs} --strict --input ${WORK_DIR}/first/session-1/alpha.example.net.4711-0.jit)
+if(strict_result EQUAL 0 OR NOT strict_err MATCHES "reading stopped")
+  message(FATAL_ERROR "report --strict read a trace file as perf text:\n${strict_err}")
+endif()
 
 run_tool(symbol symbol ${dirs} 0x1a1 0xffffffffffffffff)
 expect_clean(symbol)

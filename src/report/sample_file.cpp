@@ -1,13 +1,13 @@
 // Reads the samples to resolve from a CSV file with the columns timestamp,ip,pid,host.
 #include "sample_file.h"
 
-#include "argument_parser.h"
 #include "csv_reader.h"
-#include "text_output.h"
+#include "input_text.h"
 
 #include <limits>
+#include <sstream>
 
-namespace korvane_tool {
+namespace korvane_report {
 
 namespace {
 
@@ -38,6 +38,14 @@ bool SampleFile::parseLine(const std::vector<std::string>& columns, Sample& samp
     return true;
 }
 
+bool SampleFile::isHeader(const std::string& line) {
+    std::istringstream in(line);
+    CsvReader reader(in);
+    std::vector<std::string> fields;
+    std::string problem;
+    return reader.next(fields, problem) && problem.empty() && fields == kColumns;
+}
+
 bool SampleFile::read(std::istream& in, const std::string& name, std::vector<Sample>& samples, std::ostream& err) {
     CsvReader reader(in);
     bool good = true;
@@ -64,4 +72,4 @@ bool SampleFile::read(std::istream& in, const std::string& name, std::vector<Sam
     return good;
 }
 
-} // namespace korvane_tool
+} // namespace korvane_report

@@ -1,13 +1,13 @@
 // Reads CSV records (RFC 4180 quoting) from a stream, with a cap on a record's length.
-#ifndef KORVANE_TOOLS_CSV_READER_H
-#define KORVANE_TOOLS_CSV_READER_H
+#ifndef KORVANE_REPORT_CSV_READER_H
+#define KORVANE_REPORT_CSV_READER_H
 
 #include <cstddef>
 #include <istream>
 #include <string>
 #include <vector>
 
-namespace korvane_tool {
+namespace korvane_report {
 
 class CsvReader {
 public:
@@ -35,6 +35,6 @@ private:
     std::size_t m_nextLine;
 };
 
-} // namespace korvane_tool
+} // namespace korvane_report
 
 #endif

@@ -1,6 +1,6 @@
 // Reads the samples to resolve from a CSV file with the columns timestamp,ip,pid,host.
-#ifndef KORVANE_TOOLS_SAMPLE_FILE_H
-#define KORVANE_TOOLS_SAMPLE_FILE_H
+#ifndef KORVANE_REPORT_SAMPLE_FILE_H
+#define KORVANE_REPORT_SAMPLE_FILE_H
 
 #include <cstdint>
 #include <istream>
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace korvane_tool {
+namespace korvane_report {
 
 struct Sample {
     std::uint64_t timestamp = 0;
@@ -26,11 +26,13 @@ public:
     // longer than 64 KiB, is reported on err as NAME:LINE and skipped; the
     // result says whether all lines were good.
     static bool read(std::istream& in, const std::string& name, std::vector<Sample>& samples, std::ostream& err);
+    // Whether a line, blanks aside, is the header.
+    static bool isHeader(const std::string& line);
 
 private:
     static bool parseLine(const std::vector<std::string>& columns, Sample& sample, std::string& problem);
 };
 
-} // namespace korvane_tool
+} // namespace korvane_report
 
 #endif

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-namespace korvane_tool {
+namespace korvane_report {
 
 namespace {
 
@@ -110,4 +110,4 @@ void CsvReader::readRecord(std::string& raw, bool& tooLong) {
     }
 }
 
-} // namespace korvane_tool
+} // namespace korvane_report

@@ -1,0 +1,30 @@
+// Folded stacks as FlameGraph, speedscope and inferno read them: one line per
+// distinct stack, root to leaf joined by ';', a blank and the sample count.
+#ifndef KORVANE_REPORT_FOLDED_STACKS_H
+#define KORVANE_REPORT_FOLDED_STACKS_H
+
+#include "report.h"
+
+#include <cstdint>
+#include <map>
+#include <ostream>
+#include <string>
+
+namespace korvane_report {
+
+class FoldedStacks {
+public:
+    explicit FoldedStacks(const Report& report);
+
+    void write(std::ostream& out) const;
+
+private:
+    // FlameGraph's annotations: _[j] JIT, _[i] inlined, _[k] kernel frames.
+    static void appendFrame(const StringTable& strings, const Frame& frame, std::string& line);
+
+    std::map<std::string, std::uint64_t> m_counts;
+};
+
+} // namespace korvane_report
+
+#endif

@@ -1,0 +1,32 @@
+// The method at a jit RVA and, below it, each inline that holds the jit RVA, with source lines.
+#ifndef KORVANE_REPORT_INLINE_CHAIN_H
+#define KORVANE_REPORT_INLINE_CHAIN_H
+
+#include <korvane/jitreader.h>
+
+#include <string>
+#include <vector>
+
+namespace korvane_report {
+
+struct SourceFrame {
+    std::string method;
+    std::string sourceFile;
+    std::string module;
+    korvane_3_10::u32_t line = 0; // 0: no line known
+};
+
+class InlineChain {
+public:
+    // Outermost first; empty when no method holds the jit RVA.
+    static std::vector<SourceFrame> at(korvane_3_10::ISymbolResolver& resolver, korvane_3_10::jit_rva_t rva);
+
+private:
+    static SourceFrame frameOf(const korvane_3_10::ISymbol& symbol, korvane_3_10::jit_rva_t rva);
+    static korvane_3_10::ICodeRegion::Ptr regionHolding(const korvane_3_10::ISymbol& symbol,
+                                                        korvane_3_10::jit_rva_t rva);
+};
+
+} // namespace korvane_report
+
+#endif

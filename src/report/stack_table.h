@@ -1,0 +1,44 @@
+// The distinct stacks of a profile, each a sequence of location numbers leaf first,
+// with the number of samples and the sum of their periods.
+#ifndef KORVANE_REPORT_STACK_TABLE_H
+#define KORVANE_REPORT_STACK_TABLE_H
+
+#include <cstdint>
+#include <vector>
+
+namespace korvane_report {
+
+class StackTable {
+public:
+    struct Stack {
+        const std::uint32_t* locations; // leaf first
+        std::uint32_t depth;
+        std::uint64_t samples;
+        std::uint64_t period;
+    };
+
+    void add(const std::vector<std::uint32_t>& locations, std::uint64_t period);
+
+    std::uint32_t size() const { return static_cast<std::uint32_t>(m_entries.size()); }
+    Stack stack(std::uint32_t index) const;
+
+private:
+    struct Entry {
+        std::uint64_t hash;
+        std::uint32_t offset;
+        std::uint32_t depth;
+        std::uint64_t samples;
+        std::uint64_t period;
+    };
+
+    bool matches(const Entry& entry, std::uint64_t hash, const std::vector<std::uint32_t>& locations) const;
+    void grow();
+
+    std::vector<std::uint32_t> m_locations; // all stacks one after the other
+    std::vector<Entry> m_entries;
+    std::vector<std::uint32_t> m_slots; // open addressing: entry number + 1, 0 for free
+};
+
+} // namespace korvane_report
+
+#endif
