@@ -62,23 +62,6 @@ private:
     korvane_3_10::JitFileDecoder m_decoder;
 };
 
-// Decodes a code record with the operation the reader picks for its type.
-inline bool decodeCodeRecord(korvane_3_10::JitFileDecoder& decoder, const korvane_3_10::JitFileDecoder::Record& record,
-                             JitMethod::Ptr& method) {
-    switch (record.type) {
-    case jt::FunctionLoad32:
-    case jt::FunctionLoad64: return decoder.decodeMethodLoadRecordV0(record, method);
-    case jt::FunctionLoad32_v1:
-    case jt::FunctionLoad64_v1: return decoder.decodeMethodLoadRecordV1(record, method);
-    case jt::FunctionLoad32_v2:
-    case jt::FunctionLoad64_v2: return decoder.decodeMethodLoadRecordV2(record, method);
-    case jt::FunctionInlineLoad32:
-    case jt::FunctionInlineLoad64: return decoder.decodeMethodInlineLoadRecord(record, method);
-    case jt::FunctionUpdate_v2: return decoder.decodeMethodUpdateRecordV2(record, method);
-    default: return decoder.decodeMethodLoadRecordV3(record, method, nullptr);
-    }
-}
-
 struct Decoded {
     bool accepted = false;
     JitMethod::Ptr method;
@@ -92,12 +75,12 @@ inline std::vector<Decoded> decodeAll(const TraceWriter& trace, DecoderSetup set
     std::vector<Decoded> all;
     korvane_3_10::JitFileDecoder::Record record;
     while (file.decoder().getNextRecord(record) == meSuccess) {
-        if (record.type == jt::Magic || record.type == jt::CollectorType)
+        if (jt::findRecordType(record.type)->framing == jt::rfValue)
             continue;
         Decoded decoded;
         decoded.method.reset(new JitMethod());
         const unsigned long reports = TOBREK_2_18::debug::assertionReportCount();
-        decoded.accepted = decodeCodeRecord(file.decoder(), record, decoded.method);
+        decoded.accepted = file.decoder().decodeCodeRecord(record, decoded.method, nullptr);
         decoded.assertions = TOBREK_2_18::debug::assertionReportCount() - reports;
         decoded.nextJitRva = file.decoder().nextJitRva();
         all.push_back(decoded);

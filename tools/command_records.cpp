@@ -127,7 +127,7 @@ public:
     void list(const Record& record, Tally& tally) {
         m_out << "@" << hex(record.offset) << "  " << recordTypeName(record.type);
         ++tally.records;
-        if (record.type == jittrace::Magic || record.type == jittrace::CollectorType) {
+        if (jittrace::findRecordType(record.type)->framing == jittrace::rfValue) {
             listValue(record);
             return;
         }
@@ -157,33 +157,9 @@ private:
     }
 
     bool decode(const Record& record, JitMethod::Ptr& method) {
-        switch (record.type) {
-        case jittrace::FunctionLoad32:
-        case jittrace::FunctionLoad64:
-            return m_decoder.decodeMethodLoadRecordV0(record, method);
-        case jittrace::FunctionLoad32_v1:
-        case jittrace::FunctionLoad64_v1:
-            return m_decoder.decodeMethodLoadRecordV1(record, method);
-        case jittrace::FunctionLoad32_v2:
-        case jittrace::FunctionLoad64_v2:
-            return m_decoder.decodeMethodLoadRecordV2(record, method);
-        case jittrace::FunctionLoad32_v3:
-        case jittrace::FunctionLoad64_v3:
-        case jittrace::FunctionUpdate:
-            return decodeV3(record, method);
-        case jittrace::FunctionInlineLoad32:
-        case jittrace::FunctionInlineLoad64:
-            return m_decoder.decodeMethodInlineLoadRecord(record, method);
-        case jittrace::FunctionUpdate_v2:
-            return m_decoder.decodeMethodUpdateRecordV2(record, method);
-        default:
-            return false;
-        }
-    }
-
-    bool decodeV3(const Record& record, JitMethod::Ptr& method) {
-        const bool decoded = m_decoder.decodeMethodLoadRecordV3(record, method, &m_isInlined);
-        if (decoded && m_isInlined != 0)
+        const bool decoded = m_decoder.decodeCodeRecord(record, method, &m_isInlined);
+        const bool isV3 = jittrace::findRecordType(record.type)->version == 3;
+        if (isV3 && decoded && m_isInlined != 0)
             m_out << "    marked as inlined (flag " << static_cast<unsigned>(m_isInlined)
                   << "): its regions count from 0 and take no jit RVAs\n";
         return decoded;
@@ -191,7 +167,7 @@ private:
 
     // Inlines and older records behind an inlined V3 record don't own code of their own.
     bool isTopLevelLoad(const Record& record) const {
-        return record.type <= jittrace::FunctionLoad64_v3 && m_isInlined != 1;
+        return jittrace::findRecordType(record.type)->kind == jittrace::rkLoad && m_isInlined != 1;
     }
 
     JitFileDecoder& m_decoder;

@@ -43,6 +43,9 @@ public:
 
     korvane_error_t getNextRecord(Record& record);
 
+    // Decodes a code record with the operation of its type; false for any other record.
+    // isInlined is written by V3 loads and FunctionUpdate records only.
+    bool decodeCodeRecord(const Record& record, JitMethod::Ptr& method, korvane_bool_t* isInlined);
     bool decodeMethodLoadRecordV0(const Record& record, JitMethod::Ptr& method) const;
     bool decodeMethodLoadRecordV1(const Record& record, JitMethod::Ptr& method) const;
     bool decodeMethodLoadRecordV2(const Record& record, JitMethod::Ptr& method) const;
@@ -64,7 +67,7 @@ private:
     bool readWord(u32_t& word);
     bool readPayload(std::vector<char>& data, u32_t size);
     korvane_error_t readValueRecord(Record& record, const char* failure);
-    korvane_error_t readSizedRecord(Record& record);
+    korvane_error_t readSizedRecord(Record& record, const jittrace::RecordTypeInfo* info);
     bool decodeOlderLoadRecord(const Record& record, JitMethod::Ptr& method, LoadRecordFields::Version version) const;
     // Returns the first region made, null when none.
     Region::Ptr addCodeRegions(const LoadRecordFields& fields, bool inlined, JitMethod& method) const;
