@@ -31,7 +31,7 @@ struct DecoderSetup {
     korvane_3_10::decoding_mode_t mode = korvane_3_10::dmFull;
     korvane_3_10::u32_t pid = kPid;
     korvane_3_10::u32_t hostId = kHost;
-    const korvane_3_10::JitFileDecoder::SearchRegionCallback* search = nullptr;
+    const korvane_3_10::SearchRegionCallback* search = nullptr;
 };
 
 inline DecoderSetup withMode(korvane_3_10::decoding_mode_t mode) {
@@ -192,7 +192,7 @@ inline korvane_tracewriter::UpdateV2Record richUpdateRecord() {
 }
 
 // Answers every search with the region and method it holds, and keeps what it was asked.
-class FakeRegionSearch : public korvane_3_10::JitFileDecoder::SearchRegionCallback {
+class FakeRegionSearch : public korvane_3_10::SearchRegionCallback {
 public:
     korvane_error_t findRegion(korvane_3_10::u64_t address, korvane_3_10::u64_t time, korvane_3_10::u32_t pid,
                                korvane_3_10::u32_t hostId, Region::Ptr& region,

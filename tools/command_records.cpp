@@ -45,7 +45,7 @@ const char* errorName(korvane_error_t code) {
 
 // Lets update records find the code they change among the loads listed so far:
 // the latest region loaded no later than the update that covers its address.
-class ListedRegions : public JitFileDecoder::SearchRegionCallback {
+class ListedRegions : public SearchRegionCallback {
 public:
     void add(const JitMethod::Ptr& method) {
         for (const Region::Ptr& region : method->codeRegions())

@@ -4,11 +4,11 @@
 
 #include "jitreader/base_method_id.h"
 #include "jitreader/inline_index.h"
-#include "jitreader/jit_file_decoder.h"
 #include "jitreader/jit_id_converter.h"
 #include "jitreader/jit_method.h"
 #include "jitreader/range.h"
 #include "jitreader/region.h"
+#include "jitreader/search_region_callback.h"
 
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/mutex.hpp>
@@ -20,7 +20,7 @@
 
 namespace korvane_3_10 {
 
-class JitDataManager : public JitFileDecoder::SearchRegionCallback {
+class JitDataManager : public SearchRegionCallback {
 public:
     struct RegionInfo {
         Region::Ptr m_region;

@@ -7,6 +7,7 @@
 #include "jitreader/load_record_fields.h"
 #include "jitreader/md5_hash_generator.h"
 #include "jitreader/region.h"
+#include "jitreader/search_region_callback.h"
 
 #include <boost/filesystem/fstream.hpp>
 
@@ -24,16 +25,6 @@ public:
         u64_t offset = 0;
         u32_t type = 0;
         std::vector<char> data;
-    };
-
-    // Finds the region that covers an address at a time in a process.
-    class SearchRegionCallback {
-    public:
-        virtual korvane_error_t findRegion(u64_t address, u64_t time, u32_t pid, u32_t hostId, Region::Ptr& region,
-                                           JitMethod::Ptr& method) const = 0;
-
-    protected:
-        ~SearchRegionCallback() {}
     };
 
     // Never fails: a file that can't be opened shows at the first getNextRecord.
