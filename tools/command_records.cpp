@@ -5,7 +5,6 @@
 #include "text_output.h"
 
 #include "jitreader/jit_file_decoder.h"
-#include "jitreader/jit_files_manager.h"
 #include "jitreader/jit_trace_format.h"
 #include "jitreader/logging.h"
 #include "jitreader/method_report.h"
@@ -204,10 +203,9 @@ korvane_error_t walk(JitFileDecoder& decoder, Record& record, Tally& tally, std:
 }
 
 u32_t pidOfFileName(const std::string& path) {
-    JitFilesManager catalogue;
     u32_t pid = 0;
     ustring hostName;
-    catalogue.parseJitFileName(boost::filesystem::path(path).filename().string(), pid, hostName);
+    parseTraceFileName(boost::filesystem::path(path).filename().string(), pid, hostName);
     return pid;
 }
 

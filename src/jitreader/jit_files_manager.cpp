@@ -5,7 +5,6 @@
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/thread/lock_guard.hpp>
-#include <boost/tokenizer.hpp>
 
 #include <set>
 #include <sstream>
@@ -16,27 +15,6 @@ KORVANE_DEFINE_FILE_LOGGER()
 namespace korvane_3_10 {
 
 namespace {
-
-typedef boost::tokenizer<boost::char_separator<char> > Tokenizer;
-
-const char kJitSuffix[] = ".jit";
-const std::size_t kJitSuffixLength = sizeof(kJitSuffix) - 1;
-
-bool hasJitSuffix(const ustring& name) {
-    return name.size() > kJitSuffixLength &&
-           name.compare(name.size() - kJitSuffixLength, kJitSuffixLength, kJitSuffix) == 0;
-}
-
-// The process id is the first dash-separated part of the process token. A part
-// that holds no number leaves pid alone; "12ab" gives 12.
-void readProcessId(const ustring& processToken, u32_t& pid) {
-    const boost::char_separator<char> dash("-");
-    const Tokenizer parts(processToken, dash);
-    if (parts.begin() == parts.end())
-        return;
-    std::stringstream stream(*parts.begin());
-    stream >> pid;
-}
 
 // Why an entry named *.jit that is no regular file is left out, in words.
 std::string whyNotRegular(const boost::filesystem::path& path, const boost::filesystem::file_status& status,
@@ -67,7 +45,7 @@ korvane_error_t jitFilesIn(const boost::filesystem::path& directory,
     boost::system::error_code error;
     for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
         const ustring name = entry->path().filename().string();
-        if (hasJitSuffix(name))
+        if (isTraceFileName(name))
             entries[name] = entry->path();
     }
     if (error) {
@@ -128,7 +106,7 @@ korvane_error_t JitFilesManager::addJitFileInfo(const boost::filesystem::path& p
     KORVANE_TRACE_SCOPE();
     u32_t pid = 0;
     ustring hostName;
-    const korvane_error_t result = parseJitFileName(name, pid, hostName);
+    const korvane_error_t result = parseTraceFileName(name, pid, hostName);
     if (result != meSuccess)
         return result;
     boost::system::error_code error;
@@ -165,7 +143,7 @@ korvane_error_t JitFilesManager::getJitFileRange(const char* jitFile, u64_t& sta
     u32_t pid = 0;
     ustring hostName;
     // A name that doesn't parse leaves the host name empty, and nothing is found.
-    parseJitFileName(path.filename().string(), pid, hostName);
+    parseTraceFileName(path.filename().string(), pid, hostName);
 
     const auto host = m_processes.find(getHostID(hostName));
     if (host == m_processes.end())
@@ -202,29 +180,6 @@ JitFilesManager::ProcessJitInfo* JitFilesManager::getProcessJitInfo(u32_t pid, u
         return nullptr;
     const auto process = host->second.find(pid);
     return process == host->second.end() ? nullptr : &process->second;
-}
-
-korvane_error_t JitFilesManager::parseJitFileName(const ustring& name, u32_t& pid, ustring& hostName) const {
-    if (name.empty())
-        return meNotFound;
-    const boost::char_separator<char> dot(".");
-    const Tokenizer tokens(name, dot);
-    Tokenizer::iterator processToken = tokens.begin();
-    Tokenizer::iterator lookahead = tokens.begin();
-    for (int step = 0; step < 2 && lookahead != tokens.end(); ++step)
-        ++lookahead;
-    if (lookahead == tokens.end())
-        return meNotFound;
-    for (; lookahead != tokens.end(); ++lookahead)
-        ++processToken;
-
-    const ustring process = *processToken;
-    readProcessId(process, pid);
-    ++processToken;
-    const std::size_t lastTokenLength = processToken->size();
-    // Counts exactly two dots before the two tokens: "alpha..4711.jit" keeps "alpha.".
-    hostName.assign(name, 0, name.size() - 2 - process.size() - lastTokenLength);
-    return meSuccess;
 }
 
 u32_t JitFilesManager::getHostID(const ustring& hostName) const {
