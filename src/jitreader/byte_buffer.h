@@ -8,10 +8,9 @@
 
 namespace korvane_3_10 {
 
-class ByteBuffer : public IByteBuffer {
+class ByteBuffer final : public IByteBuffer {
 public:
     ByteBuffer() : m_buffer(512, 0), m_size(0) {}
-    ~ByteBuffer() {}
 
     u32_t size() const override { return m_size; }
     const void* data() const override { return m_size == 0 ? nullptr : m_buffer.data(); }
