@@ -88,10 +88,10 @@ bench: build
 	$(BUILD_DIR)/bench/korvane_bench
 
 # Builds the fuzz targets with clang and libFuzzer and runs each for FUZZ_SECONDS,
-# FUZZ_JOBS at a time. Clang warns where g++ does not; the g++ builds keep warnings as errors.
+# FUZZ_JOBS at a time.
 fuzz: deps
 	cmake -S . -B $(FUZZ_BUILD_DIR) -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	  -DKORVANE_FUZZ=ON -DKORVANE_WERROR=OFF -DBUILD_TESTING=OFF
+	  -DKORVANE_FUZZ=ON -DBUILD_TESTING=OFF
 	cmake --build $(FUZZ_BUILD_DIR) -j $(JOBS) --target korvane_fuzzers korvane-jit-examples
 	fuzz/run_fuzzers.sh $(FUZZ_BUILD_DIR) $(FUZZ_SECONDS) $(FUZZ_JOBS)
 

@@ -8,7 +8,7 @@
 
 namespace korvane_3_10 {
 
-class ByteBuffer : public IByteBuffer {
+class ByteBuffer final : public IByteBuffer {
 public:
     ByteBuffer() : m_buffer(512, 0), m_size(0) {}
 
