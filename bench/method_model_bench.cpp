@@ -11,7 +11,7 @@ using korvane_3_10::u32_t;
 
 // A method of `lines` native-to-managed and managed-to-source entries, 4 bytes each.
 JitMethod::Ptr methodWithLines(u32_t lines) {
-    const JitMethod::Ptr method = makeMethod(1, "java.lang.String", "charAt(int)");
+    const JitMethod::Ptr method = methodOf(1).named("java.lang.String", "charAt(int)");
     std::vector<korvane_line_number_entry> nativeToManaged;
     std::vector<korvane_line_number_entry> managedToSource;
     for (u32_t index = 0; index < lines; ++index) {
@@ -21,7 +21,7 @@ JitMethod::Ptr methodWithLines(u32_t lines) {
     const korvane_3_10::Range key = {0x10000, lines * 4};
     method->addLineNumberInfo(ltNativeToManaged, nativeToManaged, key);
     method->addLineNumberInfo(ltManagedToSource, managedToSource, key);
-    method->addCodeRegion(makeRegion(0x7f000000, lines * 4, 0x10000));
+    method->addCodeRegion(regionAt(0x7f000000, lines * 4).rva(0x10000));
     return method;
 }
 
@@ -46,9 +46,9 @@ BENCHMARK(BM_VirtualAddress);
 
 void BM_InlineIndex(benchmark::State& state) {
     const u32_t children = static_cast<u32_t>(state.range(0));
-    const Region::Ptr parent = makeRegion(0x1000, children * 0x10, 0x500);
+    const Region::Ptr parent = regionAt(0x1000, children * 0x10).rva(0x500);
     for (u32_t index = 0; index < children; ++index)
-        parent->addChildRegion(makeRegion(0x1000 + index * 0x10, 0x10, 0x500 + index * 0x10), makeMethod(index + 2));
+        parent->addChildRegion(regionAt(0x1000 + index * 0x10, 0x10).rva(0x500 + index * 0x10), methodOf(index + 2));
     for (auto _ : state)
         benchmark::DoNotOptimize(parent->getInlineIndex(0x500 + (children - 1) * 0x10));
 }

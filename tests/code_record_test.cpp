@@ -256,7 +256,7 @@ TEST(UpdateRecordTest, AFoundRegionIsCopiedWithTheNewBytesAndANewJitRvaRange) {
         LogCapture log(log4cplus::INFO_LOG_LEVEL);
         const Decoded decoded = decodeLast(TraceWriter().updateV2(richUpdateRecord()), searching(search, mode));
         ASSERT_TRUE(decoded.accepted);
-        EXPECT_EQ((std::vector<std::vector<korvane_3_10::u64_t>>{{kRegionStart + 4, 0x6000, kPid, kHostId}}),
+        EXPECT_EQ((std::vector<std::vector<korvane_3_10::u64_t>>{{kRegionStart + 4, 0x6000, kPid, kHost}}),
                   search.asked);
         EXPECT_EQ(1u, log.count("Update range: 0x7f0000001004-0x7f0000001008, loadTime = 0x6000"));
         EXPECT_EQ(std::string("raw 4d/0 token 0 load 6000 rva 1000\nname \nmodule [Dynamic code] arch 1 bogus\n"

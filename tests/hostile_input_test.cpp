@@ -7,6 +7,7 @@
 #include "trace_decoding_support.h"
 
 #include "jitreader/jit_file_decoder.h"
+#include "jitreader/method_report.h"
 #include "jitreader/jit_trace_format.h"
 #include "platform/debug.h"
 
@@ -185,8 +186,8 @@ TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolvedQuickly) {
 // The report of a method that the INFO log repeats at every inline it takes
 // shows 64 levels and 1,000 inlines at most, so that it stays in proportion.
 TEST(HostileInputTest, TheMethodReportOfInlinesIsBounded) {
-    using korvane_test::makeMethod;
-    using korvane_test::makeRegion;
+    using korvane_test::methodOf;
+    using korvane_test::regionAt;
     const auto lines = [](const std::string& text) {
         std::size_t count = 0;
         for (std::size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 1))
@@ -194,26 +195,26 @@ TEST(HostileInputTest, TheMethodReportOfInlinesIsBounded) {
         return count;
     };
     const auto inlineOf = [&](Region& parent, u32_t id, address_t start, u32_t length) {
-        const JitMethod::Ptr inlined = makeMethod(id, "", "m" + std::to_string(id));
-        inlined->addCodeRegion(makeRegion(start, length));
+        const JitMethod::Ptr inlined = methodOf(id).named("", "m" + std::to_string(id));
+        inlined->addCodeRegion(regionAt(start, length));
         parent.addChildRegion(inlined->codeRegions().front(), inlined);
         return inlined->codeRegions().front();
     };
 
-    const JitMethod::Ptr deep = makeMethod(1, "", "deep");
-    deep->addCodeRegion(makeRegion(0x1000, 0x1000, 1));
+    const JitMethod::Ptr deep = methodOf(1).named("", "deep");
+    deep->addCodeRegion(regionAt(0x1000, 0x1000).rva(1));
     Region::Ptr region = deep->codeRegions().front();
     for (u32_t k = 1; k <= 200; ++k)
         region = inlineOf(*region, k + 1, 0x1000 + k, 0x1000 - 2 * k);
-    const std::string deepReport = deep->dumpRegions();
+    const std::string deepReport = korvane_3_10::dumpRegions(*deep);
     EXPECT_EQ(1u + 64u, lines(deepReport));
     EXPECT_NE(std::string::npos, deepReport.find(std::string(256 - 1, ' ') + "#1 m65 (method id = 0x41"));
 
-    const JitMethod::Ptr wide = makeMethod(1, "", "wide");
-    wide->addCodeRegion(makeRegion(0x1000, 0x1000, 1));
+    const JitMethod::Ptr wide = methodOf(1).named("", "wide");
+    wide->addCodeRegion(regionAt(0x1000, 0x1000).rva(1));
     for (u32_t k = 0; k < 1500; ++k)
         inlineOf(*wide->codeRegions().front(), k + 2, 0x1000 + k, 1);
-    const std::string wideReport = wide->dumpRegions();
+    const std::string wideReport = korvane_3_10::dumpRegions(*wide);
     EXPECT_EQ(1u + 1000u + 1u, lines(wideReport));
     EXPECT_EQ(wideReport.size() - std::strlen("   #1000 m1001 (method id = 0x3e9, ip range = 0x13e7-0x13e8)\n    ..."),
               wideReport.find("   #1000 m1001 (method id = 0x3e9, ip range = 0x13e7-0x13e8)\n    ..."));

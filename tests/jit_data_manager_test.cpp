@@ -1,5 +1,5 @@
 // Loading, splitting and point queries of the data manager, fed with hand-built records.
-#include "method_builder.h"
+#include "model_builders.h"
 #include "test_support.h"
 
 #include "jitreader/jit_trace_format.h"
@@ -14,8 +14,8 @@ using namespace korvane_3_10;
 using korvane_test::kHost;
 using korvane_test::kPid;
 using korvane_test::LogCapture;
-using korvane_test::makeMethod;
-using korvane_test::makeRegion;
+using korvane_test::methodOf;
+using korvane_test::regionAt;
 
 const jit_rva_t kNoJitRva = ~jit_rva_t(0);
 
@@ -115,18 +115,19 @@ TEST_F(JitDataManagerTest, NewCodeOverOldCodeSplitsTheAddressPieces) {
 TEST_F(JitDataManagerTest, RefusedRegionsReportAndKeepWhatWasDone) {
     LogCapture log;
     loadCode(1, 0x1000, 0x100, 0x100, 10);
-    const JitMethod::Ptr sameTime = makeMethod(2, 10, {makeRegion(0x1080, 0x100, 0x500, 10)});
+    const JitMethod::Ptr sameTime = methodOf(2).loaded(10).with({regionAt(0x1080, 0x100).rva(0x500).loaded(10)});
     EXPECT_EQ(meMalformedRecord, load(sameTime));
     EXPECT_TRUE(log.contains("Couldn't add a splitted region (ip range = 0x1080-0x1180, loadTime=0xa) in the "
                              "single time domain"));
-    EXPECT_EQ(1u, manager.jitMethods().count(sameTime->getMethodId()));
-    EXPECT_EQ(1u, manager.jitRvaDomain().count(Range{0x500, 1}));
+    JitMethod::Ptr kept;
+    EXPECT_EQ(meSuccess, manager.resolveJitPoint(0x500, kept));
+    EXPECT_EQ(sameTime, kept);
     EXPECT_EQ("1000-1100:a", pieces());
 
-    EXPECT_EQ(meMalformedRecord, load(makeMethod(3, 30, {makeRegion(0x8000, 0x10, 0x150, 30)})));
+    EXPECT_EQ(meMalformedRecord, load(methodOf(3).loaded(30).with({regionAt(0x8000, 0x10).rva(0x150).loaded(30)})));
     EXPECT_TRUE(log.contains("Couldn't add a region (addr=0x8000, size=0x10, methodID=0x3, jitRva=0x150) because "
                              "jit rva ranges are overlapped."));
-    EXPECT_EQ(meMalformedRecord, load(makeMethod(4, 30, {makeRegion(0xfffffffffffffff0ull, 0x20, 0x9000, 30)})));
+    EXPECT_EQ(meMalformedRecord, load(methodOf(4).loaded(30).with({regionAt(0xfffffffffffffff0ull, 0x20).rva(0x9000).loaded(30)})));
 }
 
 TEST_F(JitDataManagerTest, RepeatedMethodIdsMergeIntoTheFirstArrival) {
@@ -140,8 +141,9 @@ TEST_F(JitDataManagerTest, RepeatedMethodIdsMergeIntoTheFirstArrival) {
     // The latest record's start counts, not the lowest ever seen.
     EXPECT_EQ(0x900u, first->getStartJitRva());
     EXPECT_EQ(3u, first->regionCount());
-    // Only the first arrival waits for inlines.
-    EXPECT_EQ(1u, manager.cachedParentMethods().count(first->getMethodId()));
+    // Inlines of the id go into the first arrival.
+    EXPECT_EQ(meSuccess, loadInline(methodOf(50).parent(1).loaded(40).with({regionAt(0x3010, 0x10).loaded(40)})));
+    EXPECT_EQ(1u, first->codeRegions().back()->inlinedRegions().size());
 
     std::vector<ISymbol::Ptr> listed;
     for (auto walk = manager.getJitMethods(); !walk.at_end(); walk.next())
@@ -158,15 +160,15 @@ TEST_F(JitDataManagerTest, RepeatedMethodIdsMergeIntoTheFirstArrival) {
 TEST_F(JitDataManagerTest, SecondPreJittedCopyOfTheSameCodeIsDropped) {
     LogCapture log;
     const JitMethod::Ptr method = loadCode(1, 0x1000, 0x100, 0x100, 1);
-    EXPECT_EQ(meSuccess, load(makeMethod(1, 1, {makeRegion(0x1000, 0x100, 0x900, 1)})));
+    EXPECT_EQ(meSuccess, load(methodOf(1).loaded(1).with({regionAt(0x1000, 0x100).rva(0x900).loaded(1)})));
     EXPECT_EQ(1u, log.count("because there are two pre-jitted code ranges                         located on the "
                             "same address space for the same method"));
     EXPECT_EQ(1u, method->regionCount());
     JitMethod::Ptr found;
     EXPECT_EQ(meNotFound, manager.resolveJitPoint(0x900, found));
     // Pre-jitted code elsewhere, or code of another time at the same place, is kept.
-    EXPECT_EQ(meSuccess, load(makeMethod(1, 1, {makeRegion(0x3000, 0x100, 0xa00, 1)})));
-    EXPECT_EQ(meSuccess, load(makeMethod(1, 2, {makeRegion(0x1000, 0x100, 0xb00, 2)})));
+    EXPECT_EQ(meSuccess, load(methodOf(1).loaded(1).with({regionAt(0x3000, 0x100).rva(0xa00).loaded(1)})));
+    EXPECT_EQ(meSuccess, load(methodOf(1).loaded(2).with({regionAt(0x1000, 0x100).rva(0xb00).loaded(2)})));
     EXPECT_EQ(3u, method->regionCount());
 }
 

@@ -1,5 +1,5 @@
 // Code updates written over the kept bytes of loaded regions.
-#include "method_builder.h"
+#include "model_builders.h"
 #include "test_support.h"
 
 #include "jitreader/jit_trace_format.h"
@@ -13,9 +13,9 @@ using korvane_test::bytesOf;
 using korvane_test::kHost;
 using korvane_test::kPid;
 using korvane_test::LogCapture;
-using korvane_test::makeBytes;
-using korvane_test::makeMethod;
-using korvane_test::makeRegion;
+using korvane_test::bufferOf;
+using korvane_test::methodOf;
+using korvane_test::regionAt;
 
 typedef std::vector<unsigned char> Bytes;
 
@@ -28,17 +28,17 @@ class JitDataManagerUpdateTest : public ::testing::Test, protected korvane_test:
 protected:
     void SetUp() override {
         manager.setCollectorType(ctJitProfiler);
-        region = makeRegion(0x1000, 16, 0x100, 10);
-        region->setContent(makeBytes(kOriginal));
-        ASSERT_EQ(meSuccess, load(makeMethod(100, 10, {region})));
+        region = regionAt(0x1000, 16).rva(0x100).loaded(10);
+        region->setContent(bufferOf(kOriginal));
+        ASSERT_EQ(meSuccess, load(methodOf(100).loaded(10).with({region})));
         loadCode(101, 0x2000, 16, 0x200, 10);
     }
 
     korvane_error_t update(u32_t id, u64_t start, u32_t length, const Bytes& bytes, u64_t loadTime = 20) {
-        Region::Ptr patch = makeRegion(start, length, 0x900, loadTime);
+        Region::Ptr patch = regionAt(start, length).rva(0x900).loaded(loadTime);
         if (!bytes.empty())
-            patch->setContent(makeBytes(bytes));
-        JitMethod::Ptr method = makeMethod(id, loadTime, {patch});
+            patch->setContent(bufferOf(bytes));
+        JitMethod::Ptr method = methodOf(id).loaded(loadTime).with({patch});
         return manager.processMethodUpdateRecord(kPid, kHost, method);
     }
 
@@ -88,34 +88,34 @@ TEST_F(JitDataManagerUpdateTest, UpdatesReplaceBytesInsideTheirMethodsRegion) {
         LogCapture log;
         region->content()->assign(kOriginal.data(), static_cast<u32_t>(kOriginal.size()));
         EXPECT_EQ(c.expected.empty() ? meNotFound : meSuccess, update(c.id, c.start, c.length, c.bytes, c.loadTime));
-        EXPECT_EQ(c.expected.empty() ? kOriginal : c.expected, bytesOf(*region));
+        EXPECT_EQ(c.expected.empty() ? kOriginal : c.expected, bytesOf(region->getBytes()));
         EXPECT_TRUE(!c.message || log.contains(c.message));
     }
 }
 
 TEST_F(JitDataManagerUpdateTest, UpdatesNeedOneRangeAndTheProfiler) {
     LogCapture log;
-    Region::Ptr first = makeRegion(0x1000, 4, 0x900, 20);
-    Region::Ptr second = makeRegion(0x1008, 4, 0x904, 20);
-    first->setContent(makeBytes(kPatch));
-    second->setContent(makeBytes(kPatch));
-    JitMethod::Ptr twoRanges = makeMethod(100, 20, {first, second});
+    Region::Ptr first = regionAt(0x1000, 4).rva(0x900).loaded(20);
+    Region::Ptr second = regionAt(0x1008, 4).rva(0x904).loaded(20);
+    first->setContent(bufferOf(kPatch));
+    second->setContent(bufferOf(kPatch));
+    JitMethod::Ptr twoRanges = methodOf(100).loaded(20).with({first, second});
     EXPECT_EQ(meNotFound, manager.processMethodUpdateRecord(kPid, kHost, twoRanges));
     EXPECT_TRUE(log.contains("Couldn't accept update (method id = 0x64) because it has multiple code ranges"));
     manager.setCollectorType(0);
     EXPECT_EQ(meNotFound, update(100, 0x1000, 4, kPatch));
     EXPECT_TRUE(log.contains("Couldn't accept update because jit file must be                                      "
                              "collected by old version of Zelphy JIT agent"));
-    EXPECT_EQ(kOriginal, bytesOf(*region));
+    EXPECT_EQ(kOriginal, bytesOf(region->getBytes()));
 }
 
 // A region whose record carried fewer bytes than its length.
 TEST_F(JitDataManagerUpdateTest, ShortImagesAreNeverOverrun) {
-    region->setContent(makeBytes({0, 1, 2, 3, 4, 5}));
+    region->setContent(bufferOf({0, 1, 2, 3, 4, 5}));
     EXPECT_EQ(meSuccess, update(100, 0x1004, 8, Bytes(8, 0xaa)));
-    EXPECT_EQ(Bytes({0, 1, 2, 3, 0xaa, 0xaa}), bytesOf(*region));
+    EXPECT_EQ(Bytes({0, 1, 2, 3, 0xaa, 0xaa}), bytesOf(region->getBytes()));
     EXPECT_EQ(meSuccess, update(100, 0x100c, 4, kPatch));
-    EXPECT_EQ(Bytes({0, 1, 2, 3, 0xaa, 0xaa}), bytesOf(*region));
+    EXPECT_EQ(Bytes({0, 1, 2, 3, 0xaa, 0xaa}), bytesOf(region->getBytes()));
 }
 
 } // namespace

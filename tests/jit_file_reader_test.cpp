@@ -50,16 +50,16 @@ Reading read(const TraceWriter& trace, JitDataManager& manager, target_arch_t ar
 
 Names methodNames(const JitDataManager& manager) {
     Names names;
-    for (const auto& entry : manager.jitMethods())
-        names.push_back(entry.second->getMethodName());
+    for (auto walk = manager.getJitMethods(); !walk.at_end(); walk.next())
+        names.push_back(walk.current()->getMethodName());
     std::sort(names.begin(), names.end());
     return names;
 }
 
 const JitMethod& methodNamed(const JitDataManager& manager, const std::string& name) {
-    for (const auto& entry : manager.jitMethods())
-        if (name == entry.second->getMethodName())
-            return *entry.second;
+    for (auto walk = manager.getJitMethods(); !walk.at_end(); walk.next())
+        if (name == walk.current()->getMethodName())
+            return static_cast<const JitMethod&>(*walk.current());
     throw std::runtime_error("no method " + name);
 }
 
@@ -139,7 +139,7 @@ TEST(JitFileReaderTest, ALoadRecordOfTheOtherWidthEndsTheFile) {
                 EXPECT_EQ(meSuccess, reading.result);
                 EXPECT_TRUE(reading.finalized);
                 const bool wanted = arch == taAny || (arch == taBits64) == is64;
-                EXPECT_EQ(wanted ? 2u : 0u, manager.jitMethods().size());
+                EXPECT_EQ(wanted ? 2u : 0u, methodNames(manager).size());
             }
         }
     }

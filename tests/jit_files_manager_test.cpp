@@ -47,7 +47,7 @@ TEST(JitFilesManagerTest, FileNamesSplitIntoHostAndProcess) {
         SCOPED_TRACE(c.name);
         u32_t pid = kUntouched;
         std::string host = "untouched";
-        EXPECT_EQ(c.result, JitFilesManager().parseJitFileName(c.name, pid, host));
+        EXPECT_EQ(c.result, parseTraceFileName(c.name, pid, host));
         EXPECT_EQ(c.pid, pid);
         EXPECT_EQ(c.host, host);
     }

@@ -66,7 +66,7 @@ TEST_F(JitFilesReadingTest, ReadingAllTakesWhatItCanAndLogsTheRest) {
     EXPECT_EQ(meSuccess, files.readJitFiles(dmFull, manager));
     EXPECT_EQ(std::set<std::string>({"App::run", "App::first", "App::second", "App::third"}), methodNames(manager));
     EXPECT_EQ(1u, log.count("Could not read jit file"));
-    EXPECT_TRUE(log.contains("Could not read jit file " + damaged + ", at file: src/jitreader/jit_files_manager"));
+    EXPECT_TRUE(log.contains("Could not read jit file " + damaged + ", at file: "));
 
     // Everything was dealt with: nothing is decoded a second time, in either form.
     log.clear();

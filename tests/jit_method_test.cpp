@@ -34,13 +34,13 @@ TEST(JitMethodTest, ClassFirstThenMethodWithDotsSplitAndColonsJoined) {
         {"A(x", "m", "A(x", "A", "A(x::m"},
     };
     for (const auto& name : names) {
-        const JitMethod::Ptr method = makeMethod(1, name[0], name[1]);
+        const JitMethod::Ptr method = methodOf(1).named(name[0], name[1]);
         EXPECT_STREQ(name[2], method->getClassName()) << name[0] << " " << name[1];
         EXPECT_STREQ(name[3], method->getMethodName()) << name[0] << " " << name[1];
         EXPECT_STREQ(name[4], method->getQualifiedMethodName()) << name[0] << " " << name[1];
     }
     // Empty names keep the old ones.
-    const JitMethod::Ptr method = makeMethod(1, "A", "f(int)");
+    const JitMethod::Ptr method = methodOf(1).named("A", "f(int)");
     method->methodInfo()->setClassName("");
     method->methodInfo()->setMethodName("");
     EXPECT_STREQ("A::f(int)", method->getQualifiedMethodName());
@@ -48,9 +48,9 @@ TEST(JitMethodTest, ClassFirstThenMethodWithDotsSplitAndColonsJoined) {
 
 TEST(JitMethodTest, VirtualAddressAndProcessOfAJitRva) {
     // Regions at jit RVA 0x100 (address 0x7000, process 11) and 0x200 (address 0x9000, process 22).
-    const JitMethod::Ptr method = makeMethod(1);
-    method->addCodeRegion(makeRegion(0x7000, 0x10, 0x100, 11));
-    method->addCodeRegion(makeRegion(0x9000, 0x10, 0x200, 22));
+    const JitMethod::Ptr method = methodOf(1);
+    method->addCodeRegion(regionAt(0x7000, 0x10).rva(0x100).in(11, 1));
+    method->addCodeRegion(regionAt(0x9000, 0x10).rva(0x200).in(22, 1));
     const std::pair<jit_rva_t, korvane_3_10::address_t> lookups[] = {
         {0x0FF, 0}, {0x100, 0x7000}, {0x10F, 0x700F}, {0x110, 0}, {0x205, 0x9005}, {0x210, 0}};
     for (const auto& lookup : lookups) {
@@ -64,15 +64,15 @@ TEST(JitMethodTest, VirtualAddressAndProcessOfAJitRva) {
         EXPECT_EQ(lookup.second == 0 ? 0xBEEF : lookup.second < 0x9000 ? 11u : 22u, pid);
     }
     korvane_3_10::address_t address = 0;
-    EXPECT_EQ(meNotFound, makeMethod(1)->getVirtualAddress(0, &address));
+    EXPECT_EQ(meNotFound, methodOf(1).build()->getVirtualAddress(0, &address));
 }
 
 JitMethod::Ptr methodIn(u32_t hostId, u32_t processId, korvane_arch arch, bool withRegion = true) {
-    const JitMethod::Ptr method = makeMethod(7, "A", "f(int)");
+    const JitMethod::Ptr method = methodOf(7).named("A", "f(int)");
     method->methodInfo()->m_methodToken = 100;
     method->methodInfo()->m_module = korvane_3_10::Module::Ptr(new korvane_3_10::Module("/x/y.so", meNotFound, arch));
     if (withRegion)
-        method->addCodeRegion(makeRegion(0x1000, 0x10, 0x500, processId, hostId));
+        method->addCodeRegion(regionAt(0x1000, 0x10).rva(0x500).in(processId, hostId));
     return method;
 }
 
@@ -100,9 +100,9 @@ TEST(MethodIdHashTest, TextsAndTheirDigests) {
 
 TEST(RegionTest, FirstChildHoldingTheRvaWins) {
     // Children at jit RVAs 0x100 (0x10 long), 0x108 (0x10 long, over the first one's tail) and 0x200 (4 long).
-    const Region::Ptr parent = makeRegion(0x7000, 0x400, 0x100);
+    const Region::Ptr parent = regionAt(0x7000, 0x400).rva(0x100);
     for (const jit_rva_t start : {0x100u, 0x108u, 0x200u})
-        parent->addChildRegion(makeRegion(0x6F00 + start, start == 0x200 ? 4 : 0x10, start), makeMethod(start));
+        parent->addChildRegion(regionAt(0x6F00 + start, start == 0x200 ? 4 : 0x10).rva(start), methodOf(start));
     const std::pair<jit_rva_t, u32_t> lookups[] = {{0x0FF, kNone}, {0x100, 0},    {0x10A, 0}, {0x10F, 0},
                                                    {0x110, 1},     {0x118, kNone}, {0x203, 2}, {0x204, kNone}};
     for (const auto& lookup : lookups) {
@@ -114,15 +114,15 @@ TEST(RegionTest, FirstChildHoldingTheRvaWins) {
         EXPECT_EQ(found ? parent->inlinedRegions()[lookup.second].get() : nullptr,
                   parent->getInlinedCodeRegion(lookup.first).get());
     }
-    EXPECT_EQ(kNone, makeRegion(0x1000, 0x10, 0x500)->getInlineIndex(0x500));
+    EXPECT_EQ(kNone, regionAt(0x1000, 0x10).rva(0x500).build()->getInlineIndex(0x500));
 }
 
 TEST(RegionTest, NormalisationGivesEveryLevelTheParentsDeltaAndMovesLineTablesOnce) {
-    const Region::Ptr parent = makeRegion(0x1000, 0x100, 0x500);
-    const Region::Ptr child = makeRegion(0x1040, 0x20);
-    const Region::Ptr grandchild = makeRegion(0x1048, 0x8);
-    const JitMethod::Ptr childMethod = makeMethod(2);
-    const JitMethod::Ptr grandchildMethod = makeMethod(3);
+    const Region::Ptr parent = regionAt(0x1000, 0x100).rva(0x500);
+    const Region::Ptr child = regionAt(0x1040, 0x20);
+    const Region::Ptr grandchild = regionAt(0x1048, 0x8);
+    const JitMethod::Ptr childMethod = methodOf(2);
+    const JitMethod::Ptr grandchildMethod = methodOf(3);
     childMethod->addLineNumberInfo(ltNativeToSource, {entry(0, 0x20, 77)}, Range{0, 0x20});
     child->addChildRegion(grandchild, grandchildMethod);
     parent->addChildRegion(child, childMethod);
@@ -202,13 +202,13 @@ TEST(RegionTest, BytesUpdatesFoldIntoTheImage) {
     };
     for (std::size_t index = 0; index < sizeof cases / sizeof cases[0]; ++index) {
         SCOPED_TRACE("case " + std::to_string(index));
-        const Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);
-        region->setContent(makeBuffer(imageOf("................")));
+        const Region::Ptr region = regionAt(0x1000, 0x10).rva(0x500);
+        region->setContent(bufferOf(imageOf("................")));
         const korvane_3_10::IByteBuffer* buffer = region->getBytes().get();
         LogCapture log;
         for (const Update& step : cases[index].steps) {
             const auto bytes = step.buffer == ' ' ? boost::shared_ptr<korvane_3_10::IByteBuffer>()
-                                                  : makeBuffer(imageOf(std::string(4, step.buffer)));
+                                                  : bufferOf(imageOf(std::string(4, step.buffer)));
             EXPECT_EQ(step.result, region->addBytesUpdate(step.address, step.length, bytes,
                                                           static_cast<korvane_segment_type_t>(step.segType), "r"));
         }
@@ -219,17 +219,17 @@ TEST(RegionTest, BytesUpdatesFoldIntoTheImage) {
 }
 
 TEST(RegionTest, MarkupKeepsTheTypeAndNameItFirstHeld) {
-    const Region::Ptr region = makeRegion(0x1000, 0x10, 0x500);
-    region->setContent(makeBuffer(imageOf("................")));
-    region->addBytesUpdate(0x1004, 4, makeBuffer(imageOf("PPPP")), stData, "first");
-    region->addBytesUpdate(0x1004, 4, makeBuffer(imageOf("PPPP")), stCode, "second");
+    const Region::Ptr region = regionAt(0x1000, 0x10).rva(0x500);
+    region->setContent(bufferOf(imageOf("................")));
+    region->addBytesUpdate(0x1004, 4, bufferOf(imageOf("PPPP")), stData, "first");
+    region->addBytesUpdate(0x1004, 4, bufferOf(imageOf("PPPP")), stCode, "second");
     ASSERT_EQ(1u, region->markupRanges().size());
     EXPECT_EQ(stData, region->markupRanges().begin()->second.segType);
     EXPECT_EQ("first", region->markupRanges().begin()->second.rangeName);
     // A region without bytes refuses an update and reports it.
-    const Region::Ptr empty = makeRegion(0x1000, 0x10, 0x500);
+    const Region::Ptr empty = regionAt(0x1000, 0x10).rva(0x500);
     LogCapture log;
-    EXPECT_EQ(meNotFound, empty->addBytesUpdate(0x1004, 4, makeBuffer(imageOf("PPPP")), stCode, ""));
+    EXPECT_EQ(meNotFound, empty->addBytesUpdate(0x1004, 4, bufferOf(imageOf("PPPP")), stCode, ""));
     EXPECT_TRUE(log.contains("Assertion failed: m_content"));
     EXPECT_FALSE(empty->getBytes());
 }
@@ -237,7 +237,7 @@ TEST(RegionTest, MarkupKeepsTheTypeAndNameItFirstHeld) {
 // A method with the three tables under one key.
 JitMethod::Ptr methodWith(const Table& nativeToManaged, const Table& managedToSource, const Table& nativeToSource,
                           const Range& key = Range{0x500, 0x20}) {
-    const JitMethod::Ptr method = makeMethod(1);
+    const JitMethod::Ptr method = methodOf(1);
     method->addLineNumberInfo(ltNativeToManaged, nativeToManaged, key);
     method->addLineNumberInfo(ltManagedToSource, managedToSource, key);
     method->addLineNumberInfo(ltNativeToSource, nativeToSource, key);
@@ -326,7 +326,7 @@ TEST_F(LineNumberInfoTest, CountFirstThenEntries) {
     EXPECT_EQ(meInvalidArgument, m_method->getLineNumberInfo(ltNativeToSource, entries, nullptr, 0));
     EXPECT_EQ(meNotFound, m_method->getLineNumberInfo(ltNativeToSource, nullptr, &count, 0x700));
     EXPECT_EQ(meNotFound, m_method->getLineNumberInfo(static_cast<korvane_line_info_type>(3), nullptr, &count, 0x500));
-    EXPECT_EQ(meNotFound, makeMethod(2)->getLineNumberInfo(ltNativeToSource, nullptr, &count, 0));
+    EXPECT_EQ(meNotFound, methodOf(2).build()->getLineNumberInfo(ltNativeToSource, nullptr, &count, 0));
     EXPECT_EQ(7u, count);
 }
 
@@ -342,7 +342,7 @@ TEST_F(LineNumberInfoTest, AskingALaterKeyOverwritesTheFirstEntry) {
 }
 
 TEST(LineTableTest, FirstWriterOfATableWinsAndEmptyTablesAreRefused) {
-    const JitMethod::Ptr method = makeMethod(0x11, "C", "f");
+    const JitMethod::Ptr method = methodOf(0x11).named("C", "f");
     const Range key = {0x500, 0x20};
     EXPECT_FALSE(method->addLineNumberInfo(ltNativeToSource, {}, key));
     EXPECT_TRUE(method->getLineNumberInfo().empty());

@@ -143,15 +143,4 @@ TEST(CodeDumpTest, InstructionLinesAndFailures) {
     EXPECT_EQ("  no bytes\n  no bytes\n", stream.str());
 }
 
-TEST(CodeDumpTest, HexLine) {
-    const unsigned char bytes[15] = {0xAB, 0x0A, 0x00, 0xFF, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0x10, 0xF0};
-    char out[64];
-    korvane_3_10::ozd_print_hex_line(out, bytes, 2, 4096);
-    EXPECT_STREQ("AB0A", out);
-    korvane_3_10::ozd_print_hex_line(out, bytes, 0, 4096);
-    EXPECT_STREQ("AB0A00FF01020304050607080910F0", out);
-    korvane_3_10::ozd_print_hex_line(out, bytes, -1, 4096);
-    EXPECT_STREQ("", out);
-}
-
 } // namespace

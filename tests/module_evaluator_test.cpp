@@ -1,6 +1,6 @@
 // Native image and JIT cache paths, told by the path text alone.
-#include "jitreader/jit_loader.h"
 #include "jitreader/module_evaluator.h"
+#include "trace_builder.h"
 
 #include <gtest/gtest.h>
 
@@ -19,16 +19,18 @@ TEST(ModuleEvaluatorTest, PathsAreJudgedByTheirMarkers) {
         {"/usr/lib/libc.so.6", meNotFound},
         {"", meNotFound},
     };
-    JitLoader loader;
+    const korvane_test::TempDir dir;
+    const boost::intrusive_ptr<IJitLoader> loader = korvane_test::loaderOver({dir.str()});
+    ASSERT_TRUE(loader);
     for (const auto& c : cases) {
         SCOPED_TRACE(c.first);
         EXPECT_EQ(c.second, ModuleEvaluator(c.first).isNativeImage());
         EXPECT_EQ(c.second, isNativeImage(c.first));
-        ASSERT_TRUE(loader.getModuleEvaluator(c.first));
-        EXPECT_EQ(c.second, loader.getModuleEvaluator(c.first)->isNativeImage());
+        ASSERT_TRUE(loader->getModuleEvaluator(c.first));
+        EXPECT_EQ(c.second, loader->getModuleEvaluator(c.first)->isNativeImage());
     }
     EXPECT_EQ(meNotFound, ModuleEvaluator(nullptr).isNativeImage());
-    EXPECT_FALSE(loader.getModuleEvaluator(nullptr));
+    EXPECT_FALSE(loader->getModuleEvaluator(nullptr));
 }
 
 } // namespace

@@ -23,8 +23,6 @@ using korvane_tracewriter::Bytes;
 using korvane_tracewriter::TraceWriter;
 namespace jt = korvane_3_10::jittrace;
 
-const korvane_3_10::u32_t kPid = 4242;
-const korvane_3_10::u32_t kHostId = 3;
 const korvane_3_10::jit_rva_t kStartJitRva = 0x1000;
 const korvane_3_10::address_t kRegionStart = 0x7f0000001000;
 
@@ -32,8 +30,8 @@ const korvane_3_10::address_t kRegionStart = 0x7f0000001000;
 struct DecoderSetup {
     korvane_3_10::decoding_mode_t mode = korvane_3_10::dmFull;
     korvane_3_10::u32_t pid = kPid;
-    korvane_3_10::u32_t hostId = kHostId;
-    const korvane_3_10::JitFileDecoder::SearchRegionCallback* search = nullptr;
+    korvane_3_10::u32_t hostId = kHost;
+    const korvane_3_10::SearchRegionCallback* search = nullptr;
 };
 
 inline DecoderSetup withMode(korvane_3_10::decoding_mode_t mode) {
@@ -64,23 +62,6 @@ private:
     korvane_3_10::JitFileDecoder m_decoder;
 };
 
-// Decodes a code record with the operation the reader picks for its type.
-inline bool decodeCodeRecord(korvane_3_10::JitFileDecoder& decoder, const korvane_3_10::JitFileDecoder::Record& record,
-                             JitMethod::Ptr& method) {
-    switch (record.type) {
-    case jt::FunctionLoad32:
-    case jt::FunctionLoad64: return decoder.decodeMethodLoadRecordV0(record, method);
-    case jt::FunctionLoad32_v1:
-    case jt::FunctionLoad64_v1: return decoder.decodeMethodLoadRecordV1(record, method);
-    case jt::FunctionLoad32_v2:
-    case jt::FunctionLoad64_v2: return decoder.decodeMethodLoadRecordV2(record, method);
-    case jt::FunctionInlineLoad32:
-    case jt::FunctionInlineLoad64: return decoder.decodeMethodInlineLoadRecord(record, method);
-    case jt::FunctionUpdate_v2: return decoder.decodeMethodUpdateRecordV2(record, method);
-    default: return decoder.decodeMethodLoadRecordV3(record, method, nullptr);
-    }
-}
-
 struct Decoded {
     bool accepted = false;
     JitMethod::Ptr method;
@@ -94,12 +75,12 @@ inline std::vector<Decoded> decodeAll(const TraceWriter& trace, DecoderSetup set
     std::vector<Decoded> all;
     korvane_3_10::JitFileDecoder::Record record;
     while (file.decoder().getNextRecord(record) == meSuccess) {
-        if (record.type == jt::Magic || record.type == jt::CollectorType)
+        if (jt::findRecordType(record.type)->framing == jt::rfValue)
             continue;
         Decoded decoded;
         decoded.method.reset(new JitMethod());
         const unsigned long reports = TOBREK_2_18::debug::assertionReportCount();
-        decoded.accepted = decodeCodeRecord(file.decoder(), record, decoded.method);
+        decoded.accepted = file.decoder().decodeCodeRecord(record, decoded.method, nullptr);
         decoded.assertions = TOBREK_2_18::debug::assertionReportCount() - reports;
         decoded.nextJitRva = file.decoder().nextJitRva();
         all.push_back(decoded);
@@ -211,7 +192,7 @@ inline korvane_tracewriter::UpdateV2Record richUpdateRecord() {
 }
 
 // Answers every search with the region and method it holds, and keeps what it was asked.
-class FakeRegionSearch : public korvane_3_10::JitFileDecoder::SearchRegionCallback {
+class FakeRegionSearch : public korvane_3_10::SearchRegionCallback {
 public:
     korvane_error_t findRegion(korvane_3_10::u64_t address, korvane_3_10::u64_t time, korvane_3_10::u32_t pid,
                                korvane_3_10::u32_t hostId, Region::Ptr& region,
@@ -232,10 +213,10 @@ public:
 // The region of a method with raw id 77 at kRegionStart, 0x10 bytes 00..0f, at jit RVA 0x500.
 inline FakeRegionSearch foundRegion() {
     FakeRegionSearch search;
-    search.m_region = makeRegion(kRegionStart, 0x10, 0x500, kPid, kHostId);
+    search.m_region = regionAt(kRegionStart, 0x10).rva(0x500).in(kPid, kHost);
     search.m_region->setLoadTime(0x5000);
-    search.m_region->setContent(makeBuffer(codeBytes(0x10, 0)));
-    search.m_method = makeMethod(77);
+    search.m_region->setContent(bufferOf(codeBytes(0x10, 0)));
+    search.m_method = methodOf(77);
     return search;
 }
 

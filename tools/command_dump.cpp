@@ -4,8 +4,6 @@
 #include "text_output.h"
 #include "trace_directories.h"
 
-#include "jitreader/jit_method.h"
-
 namespace korvane_tool {
 
 namespace {
@@ -40,10 +38,9 @@ int dumpMethods(const std::vector<std::string>& args, std::ostream& out, std::os
         const ISymbol::Ptr symbol = symbols.current();
         if ((arguments.has("--rva") && symbol != atRva) || !nameMatches(*symbol, arguments.value("--method")))
             continue;
-        JitMethod* method = dynamic_cast<JitMethod*>(symbol.get());
-        if (!method || !method->getModule())
+        if (writeSymbolReport(*symbol, out) != meSuccess)
             continue;
-        out << *method << "\n";
+        out << "\n";
         ++count;
     }
     out << countText(count, "method", "methods") << "\n";

@@ -2,11 +2,13 @@
 #include "argument_parser.h"
 #include "command_registry.h"
 #include "input_file.h"
+#include "text_output.h"
 
 #include "jitreader/jit_file_decoder.h"
-#include "jitreader/jit_files_manager.h"
 #include "jitreader/jit_trace_format.h"
 #include "jitreader/logging.h"
+#include "jitreader/method_report.h"
+#include "jitreader/payload_reader.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/filesystem/path.hpp>
@@ -21,23 +23,8 @@ typedef JitFileDecoder::Record Record;
 const char kSynopsis[] = "records FILE [--modules-only] [--start-rva N]";
 
 const char* recordTypeName(u32_t type) {
-    switch (type) {
-    case jittrace::FunctionLoad32: return "FunctionLoad32";
-    case jittrace::FunctionLoad64: return "FunctionLoad64";
-    case jittrace::FunctionLoad32_v1: return "FunctionLoad32_v1";
-    case jittrace::FunctionLoad64_v1: return "FunctionLoad64_v1";
-    case jittrace::FunctionLoad32_v2: return "FunctionLoad32_v2";
-    case jittrace::FunctionLoad64_v2: return "FunctionLoad64_v2";
-    case jittrace::FunctionLoad32_v3: return "FunctionLoad32_v3";
-    case jittrace::FunctionLoad64_v3: return "FunctionLoad64_v3";
-    case jittrace::FunctionUpdate: return "FunctionUpdate";
-    case jittrace::FunctionInlineLoad32: return "FunctionInlineLoad32";
-    case jittrace::FunctionInlineLoad64: return "FunctionInlineLoad64";
-    case jittrace::CollectorType: return "CollectorType";
-    case jittrace::FunctionUpdate_v2: return "FunctionUpdate_v2";
-    case jittrace::Magic: return "Magic";
-    default: return "unknown";
-    }
+    const jittrace::RecordTypeInfo* info = jittrace::findRecordType(type);
+    return info ? info->name : "unknown";
 }
 
 const char* errorName(korvane_error_t code) {
@@ -55,14 +42,9 @@ const char* errorName(korvane_error_t code) {
     return "unknown code";
 }
 
-const char* architectureName(korvane_arch arch) {
-    static const char* const names[] = {"xa32", "xa64", "wa64", "cc64"};
-    return arch < 4 ? names[arch] : "unknown architecture";
-}
-
 // Lets update records find the code they change among the loads listed so far:
 // the latest region loaded no later than the update that covers its address.
-class ListedRegions : public JitFileDecoder::SearchRegionCallback {
+class ListedRegions : public SearchRegionCallback {
 public:
     void add(const JitMethod::Ptr& method) {
         for (const Region::Ptr& region : method->codeRegions())
@@ -111,7 +93,7 @@ void printMethod(const JitMethod& method, std::ostream& out) {
     if (*method.getClassName())
         out << "    class    " << method.getClassName() << "\n";
     if (const IModule::Ptr module = method.getModule())
-        out << "    module   " << module->getFilePath() << "  (" << architectureName(module->getArchitecture())
+        out << "    module   " << module->getFilePath() << "  (" << architectureName(module->getArchitecture(), "unknown architecture")
             << (module->isBogus() == meSuccess ? ", no real file" : ", a real file") << ")\n";
     if (const ISourceFile::Ptr source = method.getSourceFile())
         out << "    source   " << source->getSourceFileName() << "\n";
@@ -144,7 +126,7 @@ public:
     void list(const Record& record, Tally& tally) {
         m_out << "@" << hex(record.offset) << "  " << recordTypeName(record.type);
         ++tally.records;
-        if (record.type == jittrace::Magic || record.type == jittrace::CollectorType) {
+        if (jittrace::findRecordType(record.type)->framing == jittrace::rfValue) {
             listValue(record);
             return;
         }
@@ -163,9 +145,8 @@ public:
 
 private:
     void listValue(const Record& record) {
-        u32_t value = 0;
-        for (std::size_t i = 0; i < 4 && i < record.data.size(); ++i)
-            value |= static_cast<u32_t>(static_cast<unsigned char>(record.data[i])) << (8 * i);
+        // Framing gives value records their four bytes.
+        const u32_t value = static_cast<u32_t>(littleEndian(record.data.data(), 4));
         m_out << "  value " << hex(value);
         if (record.type == jittrace::CollectorType)
             m_out << (value == ctJitProfiler ? " (JIT profiler)" : " (another collector)");
@@ -175,33 +156,9 @@ private:
     }
 
     bool decode(const Record& record, JitMethod::Ptr& method) {
-        switch (record.type) {
-        case jittrace::FunctionLoad32:
-        case jittrace::FunctionLoad64:
-            return m_decoder.decodeMethodLoadRecordV0(record, method);
-        case jittrace::FunctionLoad32_v1:
-        case jittrace::FunctionLoad64_v1:
-            return m_decoder.decodeMethodLoadRecordV1(record, method);
-        case jittrace::FunctionLoad32_v2:
-        case jittrace::FunctionLoad64_v2:
-            return m_decoder.decodeMethodLoadRecordV2(record, method);
-        case jittrace::FunctionLoad32_v3:
-        case jittrace::FunctionLoad64_v3:
-        case jittrace::FunctionUpdate:
-            return decodeV3(record, method);
-        case jittrace::FunctionInlineLoad32:
-        case jittrace::FunctionInlineLoad64:
-            return m_decoder.decodeMethodInlineLoadRecord(record, method);
-        case jittrace::FunctionUpdate_v2:
-            return m_decoder.decodeMethodUpdateRecordV2(record, method);
-        default:
-            return false;
-        }
-    }
-
-    bool decodeV3(const Record& record, JitMethod::Ptr& method) {
-        const bool decoded = m_decoder.decodeMethodLoadRecordV3(record, method, &m_isInlined);
-        if (decoded && m_isInlined != 0)
+        const bool decoded = m_decoder.decodeCodeRecord(record, method, &m_isInlined);
+        const bool isV3 = jittrace::findRecordType(record.type)->version == 3;
+        if (isV3 && decoded && m_isInlined != 0)
             m_out << "    marked as inlined (flag " << static_cast<unsigned>(m_isInlined)
                   << "): its regions count from 0 and take no jit RVAs\n";
         return decoded;
@@ -209,7 +166,7 @@ private:
 
     // Inlines and older records behind an inlined V3 record don't own code of their own.
     bool isTopLevelLoad(const Record& record) const {
-        return record.type <= jittrace::FunctionLoad64_v3 && m_isInlined != 1;
+        return jittrace::findRecordType(record.type)->kind == jittrace::rkLoad && m_isInlined != 1;
     }
 
     JitFileDecoder& m_decoder;
@@ -217,10 +174,6 @@ private:
     ListedRegions m_listed;
     korvane_bool_t m_isInlined;
 };
-
-std::string count(std::size_t number, const char* singular, const char* plural) {
-    return std::to_string(number) + " " + (number == 1 ? singular : plural);
-}
 
 // The last line of a listing that framing cut short.
 void printStop(korvane_error_t result, const Record& record, std::ostream& out) {
@@ -230,7 +183,7 @@ void printStop(korvane_error_t result, const Record& record, std::ostream& out) 
         return;
     }
     out << " in ";
-    if (std::string(recordTypeName(record.type)) == "unknown")
+    if (!jittrace::findRecordType(record.type))
         out << "a record of unknown type " << hex(record.type);
     else
         out << "a " << recordTypeName(record.type) << " record";
@@ -250,10 +203,9 @@ korvane_error_t walk(JitFileDecoder& decoder, Record& record, Tally& tally, std:
 }
 
 u32_t pidOfFileName(const std::string& path) {
-    JitFilesManager catalogue;
     u32_t pid = 0;
     ustring hostName;
-    catalogue.parseJitFileName(boost::filesystem::path(path).filename().string(), pid, hostName);
+    parseTraceFileName(boost::filesystem::path(path).filename().string(), pid, hostName);
     return pid;
 }
 
@@ -307,7 +259,7 @@ int listRecords(const std::vector<std::string>& args, std::ostream& out, std::os
     Record record;
     const korvane_error_t result = walk(decoder, record, tally, out);
 
-    out << count(tally.records, "record", "records") << ": " << tally.decoded << " decoded, " << tally.refused
+    out << countText(tally.records, "record", "records") << ": " << tally.decoded << " decoded, " << tally.refused
         << " refused by the decoder\n";
     if (result == meEndOfFile) {
         out << "end of file; the records took jit RVAs [" << hex(startJitRva) << ", " << hex(decoder.nextJitRva())

@@ -18,8 +18,7 @@ namespace {
 bool looksLikeTrace(const fs::directory_entry& entry) {
     const std::string name = entry.path().filename().string();
     boost::system::error_code ignored;
-    return name.size() > 4 && name.compare(name.size() - 4, 4, ".jit") == 0 &&
-           !fs::is_directory(fs::status(entry.path(), ignored));
+    return korvane_3_10::isTraceFileName(name) && !fs::is_directory(fs::status(entry.path(), ignored));
 }
 
 } // namespace
@@ -104,7 +103,6 @@ bool TraceDirectories::explainBadDirectories(std::ostream& err) const {
 }
 
 bool TraceDirectories::explainBadFileNames(std::ostream& err) const {
-    const korvane_3_10::JitFilesManager parser;
     bool found = false;
     for (const std::string& directory : std::set<std::string>(m_directories.begin(), m_directories.end())) {
         boost::system::error_code error;
@@ -112,7 +110,7 @@ bool TraceDirectories::explainBadFileNames(std::ostream& err) const {
             korvane_3_10::u32_t pid = 0;
             std::string host;
             if (!looksLikeTrace(*entry) ||
-                parser.parseJitFileName(entry->path().filename().string(), pid, host) == meSuccess)
+                korvane_3_10::parseTraceFileName(entry->path().filename().string(), pid, host) == meSuccess)
                 continue;
             err << "korvane-jit: " << entry->path().string()
                 << ": the file name does not say host and process; trace files are named HOST.PID.jit\n";

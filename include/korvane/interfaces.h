@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <exception>
+#include <ostream>
 
 namespace korvane_3_10 {
 
@@ -164,6 +165,16 @@ public:
 
 // Tells by its path alone whether a module holds precompiled or JIT code.
 KORVANE_API korvane_error_t isNativeImage(const ustring& modulePath);
+
+// Our own addition: the full text report of a symbol that a front end gave, disassembly
+// included. meNotFound, and nothing written, for a symbol without a module.
+KORVANE_API korvane_error_t writeSymbolReport(const ISymbol& symbol, std::ostream& stream);
+
+// Our own addition: whether a file name ends in ".jit", as trace files do.
+KORVANE_API bool isTraceFileName(const ustring& fileName);
+// Our own addition: host and process of a trace file name HOST.PID.jit; meNotFound for
+// a name of fewer than three dot-separated parts. A process part that holds no number leaves pid alone.
+KORVANE_API korvane_error_t parseTraceFileName(const ustring& fileName, u32_t& pid, ustring& hostName);
 
 // For callers; the library itself never throws it.
 class KORVANE_API Exception : public std::exception {

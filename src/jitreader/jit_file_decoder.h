@@ -7,6 +7,7 @@
 #include "jitreader/load_record_fields.h"
 #include "jitreader/md5_hash_generator.h"
 #include "jitreader/region.h"
+#include "jitreader/search_region_callback.h"
 
 #include <boost/filesystem/fstream.hpp>
 
@@ -26,24 +27,16 @@ public:
         std::vector<char> data;
     };
 
-    // Finds the region that covers an address at a time in a process.
-    class SearchRegionCallback {
-    public:
-        virtual korvane_error_t findRegion(u64_t address, u64_t time, u32_t pid, u32_t hostId, Region::Ptr& region,
-                                           JitMethod::Ptr& method) const = 0;
-
-    protected:
-        ~SearchRegionCallback() {}
-    };
-
     // Never fails: a file that can't be opened shows at the first getNextRecord.
     JitFileDecoder(const ustring& path, u32_t pid, u32_t hostId, jit_rva_t startJitRva, decoding_mode_t mode);
-    ~JitFileDecoder();
     JitFileDecoder(const JitFileDecoder&) = delete;
     JitFileDecoder& operator=(const JitFileDecoder&) = delete;
 
     korvane_error_t getNextRecord(Record& record);
 
+    // Decodes a code record with the operation of its type; false for any other record.
+    // isInlined is written by V3 loads and FunctionUpdate records only.
+    bool decodeCodeRecord(const Record& record, JitMethod::Ptr& method, korvane_bool_t* isInlined);
     bool decodeMethodLoadRecordV0(const Record& record, JitMethod::Ptr& method) const;
     bool decodeMethodLoadRecordV1(const Record& record, JitMethod::Ptr& method) const;
     bool decodeMethodLoadRecordV2(const Record& record, JitMethod::Ptr& method) const;
@@ -65,7 +58,7 @@ private:
     bool readWord(u32_t& word);
     bool readPayload(std::vector<char>& data, u32_t size);
     korvane_error_t readValueRecord(Record& record, const char* failure);
-    korvane_error_t readSizedRecord(Record& record);
+    korvane_error_t readSizedRecord(Record& record, const jittrace::RecordTypeInfo* info);
     bool decodeOlderLoadRecord(const Record& record, JitMethod::Ptr& method, LoadRecordFields::Version version) const;
     // Returns the first region made, null when none.
     Region::Ptr addCodeRegions(const LoadRecordFields& fields, bool inlined, JitMethod& method) const;

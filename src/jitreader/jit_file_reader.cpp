@@ -23,14 +23,12 @@ struct Step {
     static Step stopOnFailure(korvane_error_t result) { return result == meSuccess ? next() : stop(result); }
 };
 
-bool is32BitLoad(u32_t type) { return type == 0 || type == 1 || type == 4 || type == 6 || type == 8; }
-
-bool is64BitLoad(u32_t type) { return type == 2 || type == 3 || type == 5 || type == 7 || type == 9; }
-
 // A load record of the width the caller doesn't want ends the file.
-bool isOtherWidth(target_arch_t arch, u32_t type) {
+bool isOtherWidth(target_arch_t arch, const jittrace::RecordTypeInfo& info) {
+    if (info.kind != jittrace::rkLoad)
+        return false;
     const unsigned wanted = static_cast<unsigned>(arch);
-    return (wanted > 1 && is32BitLoad(type)) || ((wanted & ~2u) != 0 && is64BitLoad(type));
+    return (wanted > 1 && info.width == 32) || ((wanted & ~2u) != 0 && info.width == 64);
 }
 
 // When one file holds 32-bit and 64-bit code, the 64-bit modules get their own names.
@@ -61,9 +59,7 @@ public:
 
 private:
     Step dispatch(const Record& record);
-    Step collectorType(const Record& record);
-    Step olderLoad(const Record& record);
-    Step loadV3(const Record& record);
+    Step load(const Record& record);
     Step functionUpdate(const Record& record);
     Step updateV2(const Record& record);
     Step inlineLoad(const Record& record);
@@ -97,60 +93,33 @@ korvane_error_t FileReading::run() {
 }
 
 Step FileReading::dispatch(const Record& record) {
-    if (record.type == KORVANE3_TRACE_JITTRACE(Magic))
+    const jittrace::RecordTypeInfo* info = jittrace::findRecordType(record.type);
+    if (!info)
+        return Step::stop(meMalformedRecord);
+    if (isOtherWidth(m_arch, *info))
+        return Step::finish();
+    switch (info->kind) {
+    case jittrace::rkMagic:
         // A second Magic starts another trace that this file doesn't own.
         return record.offset == 0 ? Step::next() : Step::finish();
-    if (record.type == KORVANE3_TRACE_JITTRACE(CollectorType))
-        return collectorType(record);
-    if (isOtherWidth(m_arch, record.type))
-        return Step::finish();
-    switch (record.type) {
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad32):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad64):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad32_v1):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad64_v1):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad32_v2):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad64_v2):
-        return olderLoad(record);
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad32_v3):
-    case KORVANE3_TRACE_JITTRACE(FunctionLoad64_v3):
-        return loadV3(record);
-    case KORVANE3_TRACE_JITTRACE(FunctionUpdate):
+    case jittrace::rkCollectorType:
+        m_manager.setCollectorType(m_decoder.collectorType());
+        return Step::next();
+    case jittrace::rkLoad:
+        return load(record);
+    case jittrace::rkUpdate:
         return functionUpdate(record);
-    case KORVANE3_TRACE_JITTRACE(FunctionUpdate_v2):
+    case jittrace::rkUpdateV2:
         return updateV2(record);
-    case KORVANE3_TRACE_JITTRACE(FunctionInlineLoad32):
-    case KORVANE3_TRACE_JITTRACE(FunctionInlineLoad64):
+    case jittrace::rkInlineLoad:
         return inlineLoad(record);
-    default:
-        return Step::stop(meMalformedRecord);
     }
+    return Step::stop(meMalformedRecord);
 }
 
-Step FileReading::collectorType(const Record& record) {
-    u32_t value = 0;
-    for (std::size_t i = 0; i < 4 && i < record.data.size(); ++i)
-        value |= static_cast<u32_t>(static_cast<unsigned char>(record.data[i])) << (8 * i);
-    m_manager.setCollectorType(value);
-    return Step::next();
-}
-
-Step FileReading::olderLoad(const Record& record) {
+Step FileReading::load(const Record& record) {
     JitMethod::Ptr method(new JitMethod());
-    bool decoded = false;
-    if (record.type == KORVANE3_TRACE_JITTRACE(FunctionLoad32) || record.type == KORVANE3_TRACE_JITTRACE(FunctionLoad64))
-        decoded = m_decoder.decodeMethodLoadRecordV0(record, method);
-    else if (record.type == KORVANE3_TRACE_JITTRACE(FunctionLoad32_v1) ||
-             record.type == KORVANE3_TRACE_JITTRACE(FunctionLoad64_v1))
-        decoded = m_decoder.decodeMethodLoadRecordV1(record, method);
-    else
-        decoded = m_decoder.decodeMethodLoadRecordV2(record, method);
-    return decoded ? loadOrInline(method) : Step::next();
-}
-
-Step FileReading::loadV3(const Record& record) {
-    JitMethod::Ptr method(new JitMethod());
-    if (!m_decoder.decodeMethodLoadRecordV3(record, method, &m_isInlined))
+    if (!m_decoder.decodeCodeRecord(record, method, &m_isInlined))
         return Step::next();
     return loadOrInline(method);
 }
@@ -166,7 +135,7 @@ Step FileReading::loadOrInline(JitMethod::Ptr& method) {
 
 Step FileReading::functionUpdate(const Record& record) {
     JitMethod::Ptr method(new JitMethod());
-    const bool decoded = m_decoder.decodeMethodLoadRecordV3(record, method, &m_isInlined);
+    const bool decoded = m_decoder.decodeCodeRecord(record, method, &m_isInlined);
     // Applying updates needs the code bytes, which only the full mode keeps.
     if (decoded && m_decoder.decodingMode() == dmFull)
         m_manager.processMethodUpdateRecord(m_decoder.pid(), m_decoder.hostId(), method);
@@ -175,7 +144,7 @@ Step FileReading::functionUpdate(const Record& record) {
 
 Step FileReading::updateV2(const Record& record) {
     JitMethod::Ptr method(new JitMethod());
-    if (!m_decoder.decodeMethodUpdateRecordV2(record, method)) {
+    if (!m_decoder.decodeCodeRecord(record, method, &m_isInlined)) {
         KORVANE_LOG_ERROR("Failed to decode a UPDATE_V2 record");
         return Step::next();
     }
@@ -187,7 +156,7 @@ Step FileReading::updateV2(const Record& record) {
 
 Step FileReading::inlineLoad(const Record& record) {
     JitMethod::Ptr method(new JitMethod());
-    if (!m_decoder.decodeMethodInlineLoadRecord(record, method))
+    if (!m_decoder.decodeCodeRecord(record, method, &m_isInlined))
         return Step::next();
     if (m_manager.processMethodInlineLoadRecord(m_decoder.pid(), m_decoder.hostId(), method) != meSuccess)
         return Step::stop(meMalformedRecord);

@@ -1,19 +1,11 @@
-// The catalogue of .jit files: hosts, processes, jit RVA ranges, and when files are read.
+// The catalogue of .jit files: hosts, processes and jit RVA ranges.
 #include "jitreader/jit_files_manager.h"
 
-#include "jitreader/jit_data_manager.h"
-#include "jitreader/jit_file_decoder.h"
-#include "jitreader/jit_file_reader.h"
 #include "jitreader/logging.h"
-#include "jitreader/retrying_lock.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/thread/lock_guard.hpp>
-#include <boost/tokenizer.hpp>
 
-#include <sys/stat.h>
-
-#include <exception>
 #include <set>
 #include <sstream>
 #include <string>
@@ -23,27 +15,6 @@ KORVANE_DEFINE_FILE_LOGGER()
 namespace korvane_3_10 {
 
 namespace {
-
-typedef boost::tokenizer<boost::char_separator<char> > Tokenizer;
-
-const char kJitSuffix[] = ".jit";
-const std::size_t kJitSuffixLength = sizeof(kJitSuffix) - 1;
-
-bool hasJitSuffix(const ustring& name) {
-    return name.size() > kJitSuffixLength &&
-           name.compare(name.size() - kJitSuffixLength, kJitSuffixLength, kJitSuffix) == 0;
-}
-
-// The process id is the first dash-separated part of the process token. A part
-// that holds no number leaves pid alone; "12ab" gives 12.
-void readProcessId(const ustring& processToken, u32_t& pid) {
-    const boost::char_separator<char> dash("-");
-    const Tokenizer parts(processToken, dash);
-    if (parts.begin() == parts.end())
-        return;
-    std::stringstream stream(*parts.begin());
-    stream >> pid;
-}
 
 // Why an entry named *.jit that is no regular file is left out, in words.
 std::string whyNotRegular(const boost::filesystem::path& path, const boost::filesystem::file_status& status,
@@ -74,7 +45,7 @@ korvane_error_t jitFilesIn(const boost::filesystem::path& directory,
     boost::system::error_code error;
     for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
         const ustring name = entry->path().filename().string();
-        if (hasJitSuffix(name))
+        if (isTraceFileName(name))
             entries[name] = entry->path();
     }
     if (error) {
@@ -91,19 +62,6 @@ korvane_error_t jitFilesIn(const boost::filesystem::path& directory,
                                                  << whyNotRegular(entry.second, status, statusError));
     }
     return meSuccess;
-}
-
-// What tells that a file changed: its size and modification time, or that it can't be seen.
-JitFilesManager::FileStamp stampOf(const ustring& path) {
-    JitFilesManager::FileStamp stamp;
-    struct stat status;
-    if (::stat(path.c_str(), &status) != 0)
-        return stamp;
-    stamp.m_seen = true;
-    stamp.m_size = static_cast<u64_t>(status.st_size);
-    stamp.m_seconds = static_cast<std::int64_t>(status.st_mtim.tv_sec);
-    stamp.m_nanoseconds = static_cast<std::int64_t>(status.st_mtim.tv_nsec);
-    return stamp;
 }
 
 } // namespace
@@ -148,7 +106,7 @@ korvane_error_t JitFilesManager::addJitFileInfo(const boost::filesystem::path& p
     KORVANE_TRACE_SCOPE();
     u32_t pid = 0;
     ustring hostName;
-    const korvane_error_t result = parseJitFileName(name, pid, hostName);
+    const korvane_error_t result = parseTraceFileName(name, pid, hostName);
     if (result != meSuccess)
         return result;
     boost::system::error_code error;
@@ -185,7 +143,7 @@ korvane_error_t JitFilesManager::getJitFileRange(const char* jitFile, u64_t& sta
     u32_t pid = 0;
     ustring hostName;
     // A name that doesn't parse leaves the host name empty, and nothing is found.
-    parseJitFileName(path.filename().string(), pid, hostName);
+    parseTraceFileName(path.filename().string(), pid, hostName);
 
     const auto host = m_processes.find(getHostID(hostName));
     if (host == m_processes.end())
@@ -224,29 +182,6 @@ JitFilesManager::ProcessJitInfo* JitFilesManager::getProcessJitInfo(u32_t pid, u
     return process == host->second.end() ? nullptr : &process->second;
 }
 
-korvane_error_t JitFilesManager::parseJitFileName(const ustring& name, u32_t& pid, ustring& hostName) const {
-    if (name.empty())
-        return meNotFound;
-    const boost::char_separator<char> dot(".");
-    const Tokenizer tokens(name, dot);
-    Tokenizer::iterator processToken = tokens.begin();
-    Tokenizer::iterator lookahead = tokens.begin();
-    for (int step = 0; step < 2 && lookahead != tokens.end(); ++step)
-        ++lookahead;
-    if (lookahead == tokens.end())
-        return meNotFound;
-    for (; lookahead != tokens.end(); ++lookahead)
-        ++processToken;
-
-    const ustring process = *processToken;
-    readProcessId(process, pid);
-    ++processToken;
-    const std::size_t lastTokenLength = processToken->size();
-    // Counts exactly two dots before the two tokens: "alpha..4711.jit" keeps "alpha.".
-    hostName.assign(name, 0, name.size() - 2 - process.size() - lastTokenLength);
-    return meSuccess;
-}
-
 u32_t JitFilesManager::getHostID(const ustring& hostName) const {
     const auto host = m_hostIds.find(hostName);
     return host == m_hostIds.end() ? 0 : host->second;
@@ -256,113 +191,6 @@ const char* JitFilesManager::getHostName(u32_t hostId) const {
     if (hostId == 0 || hostId >= m_hostNames.size())
         return nullptr;
     return m_hostNames[hostId];
-}
-
-// ---------------------------------------------------------------------------
-// Reading orchestration
-
-namespace {
-
-// The one-process form tests the flag without the lock; these make the test
-// and the final store a pair that other threads see in order.
-bool isProcessRead(const JitFilesManager::ProcessJitInfo& info) {
-    return __atomic_load_n(&info.m_isRead, __ATOMIC_ACQUIRE);
-}
-
-void markProcessRead(JitFilesManager::ProcessJitInfo& info) {
-    __atomic_store_n(&info.m_isRead, true, __ATOMIC_RELEASE);
-}
-
-korvane_error_t readOneFile(const JitFilesManager::JitFileInfo& file, u32_t pid, u32_t hostId, decoding_mode_t mode,
-                            target_arch_t arch, JitDataManager& dataManager) {
-    // What the standard library or Boost throws (memory, a stream) ends the file
-    // like a broken record; what was read before it stays.
-    try {
-        JitFileDecoder decoder(file.m_path, pid, hostId, file.m_startJitRva, mode);
-        decoder.setSearchCallback(&dataManager);
-        return JitFileReader::readJitFile(decoder, arch, dataManager);
-    } catch (const std::exception& error) {
-        KORVANE_LOG_ERROR("Couldn't read jit file " << file.m_path << " to its end: " << error.what());
-        return meFileNotOpen;
-    }
-}
-
-std::vector<JitFilesManager::FileStamp> stampsOf(const std::deque<JitFilesManager::JitFileInfo>& files) {
-    std::vector<JitFilesManager::FileStamp> stamps;
-    for (const JitFilesManager::JitFileInfo& file : files)
-        stamps.push_back(stampOf(file.m_path));
-    return stamps;
-}
-
-} // namespace
-
-korvane_error_t JitFilesManager::readJitFiles(decoding_mode_t mode, JitDataManager& dataManager) {
-    RetryingLock lock(m_readMutex);
-    if (m_allFilesRead) {
-        lock.unlock();
-        return meSuccess;
-    }
-    for (auto& host : m_processes) {
-        for (auto& process : host.second) {
-            ProcessJitInfo& info = process.second;
-            if (isProcessRead(info))
-                continue;
-            // Marked before reading: this form takes what it can and never comes back.
-            markProcessRead(info);
-            for (const JitFileInfo& file : info.m_files) {
-                if (file.m_path.empty()) {
-                    KORVANE_LOG_ERROR("Skip reading jit file because path is empty");
-                    continue;
-                }
-                if (readOneFile(file, process.first, host.first, mode, m_targetArch, dataManager) != meSuccess)
-                    KORVANE_LOG_ERROR("Could not read jit file " << file.m_path);
-            }
-        }
-    }
-    m_allFilesRead = true;
-    lock.unlock();
-    return meSuccess;
-}
-
-korvane_error_t JitFilesManager::readJitFiles(u32_t pid, u32_t hostId, decoding_mode_t mode,
-                                              JitDataManager& dataManager) {
-    ProcessJitInfo* info = getProcessJitInfo(pid, hostId);
-    if (!info)
-        return meNotFound;
-    if (isProcessRead(*info))
-        return meSuccess;
-
-    RetryingLock lock(m_readMutex);
-    if (isProcessRead(*info)) {
-        lock.unlock();
-        return meSuccess;
-    }
-    // Taken before reading, so that a file that changes while it is read is read again next time.
-    std::vector<FileStamp> stamps = stampsOf(info->m_files);
-    // A failed process is read again only when one of its files changed since:
-    // until then each query costs a look at the files, not a reading.
-    if (info->m_failure != meSuccess && stamps == info->m_failureStamps) {
-        lock.unlock();
-        return info->m_failure;
-    }
-    for (const JitFileInfo& file : info->m_files) {
-        // The decoder lives inside readOneFile, so it is gone before the lock goes on every way out.
-        const korvane_error_t result = file.m_path.empty()
-                                           ? meInvalidArgument
-                                           : readOneFile(file, pid, hostId, mode, m_targetArch, dataManager);
-        if (result != meSuccess) {
-            info->m_failure = result;
-            info->m_failureStamps.swap(stamps);
-            lock.unlock();
-            return result;
-        }
-    }
-    // Set only now: a failed read leaves the process to be read again from its first file.
-    info->m_failure = meSuccess;
-    info->m_failureStamps.clear();
-    markProcessRead(*info);
-    lock.unlock();
-    return meSuccess;
 }
 
 } // namespace korvane_3_10

@@ -57,7 +57,6 @@ public:
     korvane_error_t getJitFileRange(const char* jitFile, u64_t& start, u64_t& end) const;
     skeinkit2::generic_iterator_t<u32_t> getJitPidArray() const;
     ProcessJitInfo* getProcessJitInfo(u32_t pid, u32_t hostId);
-    korvane_error_t parseJitFileName(const ustring& name, u32_t& pid, ustring& hostName) const;
     u32_t getHostID(const ustring& hostName) const;
     const char* getHostName(u32_t hostId) const;
 

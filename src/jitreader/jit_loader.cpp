@@ -1,6 +1,7 @@
 // The lazy front end: decodes a process at its first sample, modules only.
 #include "jitreader/jit_loader.h"
 
+#include "jitreader/front_end_set_up.h"
 #include "jitreader/logging.h"
 #include "jitreader/module_evaluator.h"
 
@@ -11,16 +12,16 @@ KORVANE_DEFINE_FILE_LOGGER()
 namespace korvane_3_10 {
 
 boost::intrusive_ptr<IJitLoader> IJitLoader::create(skeinkit2::generic_iterator_t<const char*>& paths) {
-    // Held from the start, so that a failure or an exception releases all of it.
-    try {
-        const boost::intrusive_ptr<JitLoader> loader(new JitLoader());
-        if (loader->initializeJitFiles(paths) != meSuccess)
-            return boost::intrusive_ptr<IJitLoader>();
-        return loader;
-    } catch (const std::exception& error) {
-        KORVANE_LOG_ERROR("Couldn't create the jit loader: " << error.what());
-        return boost::intrusive_ptr<IJitLoader>();
-    }
+    return JitLoader::create(paths);
+}
+
+boost::intrusive_ptr<JitLoader> JitLoader::create(skeinkit2::generic_iterator_t<const char*>& paths) {
+    boost::intrusive_ptr<JitLoader> loader;
+    const bool made = setUpFrontEnd("jit loader", [&] {
+        loader.reset(new JitLoader());
+        return loader->initializeJitFiles(paths);
+    });
+    return made ? loader : nullptr;
 }
 
 korvane_error_t JitLoader::initializeJitFiles(skeinkit2::generic_iterator_t<const char*>& paths) {

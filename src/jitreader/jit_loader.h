@@ -14,9 +14,12 @@ public:
                                     IModule::Ptr& module) override;
     boost::intrusive_ptr<IModuleEvaluator> getModuleEvaluator(const char* modulePath) const override;
 
-    korvane_error_t initializeJitFiles(skeinkit2::generic_iterator_t<const char*>& paths);
+    // Null when the directories can't be catalogued.
+    static boost::intrusive_ptr<JitLoader> create(skeinkit2::generic_iterator_t<const char*>& paths);
 
 private:
+    JitLoader() = default;
+    korvane_error_t initializeJitFiles(skeinkit2::generic_iterator_t<const char*>& paths);
     korvane_error_t resolveSample(u64_t timestamp, address_t address, u32_t pid, u32_t hostId, jit_rva_t* jitRva,
                                   IModule::Ptr& module);
 

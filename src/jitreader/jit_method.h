@@ -98,10 +98,6 @@ public:
     void validateSymbolicInfo() const;
     void compareSymbolicInfoTo(const Ptr& jitMethod) const;
 
-    // The live regions and their inlines: 64 levels deep, kMaxReportedInlines lines at most.
-    static const u32_t kMaxReportedInlines = 1000;
-    std::string dumpRegions();
-
     const BaseMethodInfo::Ptr& methodInfo() const { return m_methodInfo; }
     const std::vector<Region::Ptr>& codeRegions() const { return m_codeRegions; }
     bool attachedToParent() const { return m_attachedToParent; }
@@ -143,9 +139,6 @@ struct MethodLabel {
 
 inline MethodLabel label(const JitMethod& method) { return MethodLabel{method}; }
 std::ostream& operator<<(std::ostream& stream, const MethodLabel& label);
-
-// The full report of a method, disassembly included.
-std::ostream& operator<<(std::ostream& stream, JitMethod& method);
 
 } // namespace korvane_3_10
 

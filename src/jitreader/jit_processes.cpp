@@ -1,6 +1,7 @@
 // The smallest front end: which process ids have trace files.
 #include "jitreader/jit_processes.h"
 
+#include "jitreader/front_end_set_up.h"
 #include "jitreader/logging.h"
 
 #include <exception>
@@ -24,15 +25,16 @@ korvane_error_t JitProcesses::initializeJitFiles(skeinkit2::generic_iterator_t<c
 }
 
 boost::intrusive_ptr<IJitProcesses> IJitProcesses::create(skeinkit2::generic_iterator_t<const char*>& paths) {
-    try {
-        boost::intrusive_ptr<JitProcesses> processes(new JitProcesses());
-        if (processes->initializeJitFiles(paths) != meSuccess)
-            return nullptr;
-        return processes;
-    } catch (const std::exception& error) {
-        KORVANE_LOG_ERROR("Couldn't create the process list: " << error.what());
-        return nullptr;
-    }
+    return JitProcesses::create(paths);
+}
+
+boost::intrusive_ptr<JitProcesses> JitProcesses::create(skeinkit2::generic_iterator_t<const char*>& paths) {
+    boost::intrusive_ptr<JitProcesses> processes;
+    const bool made = setUpFrontEnd("process list", [&] {
+        processes.reset(new JitProcesses());
+        return processes->initializeJitFiles(paths);
+    });
+    return made ? processes : nullptr;
 }
 
 } // namespace korvane_3_10

@@ -9,9 +9,12 @@ namespace korvane_3_10 {
 class JitProcesses : public IJitProcesses {
 public:
     skeinkit2::generic_iterator_t<u32_t> getJitProcessId() const override;
-    korvane_error_t initializeJitFiles(skeinkit2::generic_iterator_t<const char*>& paths);
+    // Null when the directories can't be catalogued.
+    static boost::intrusive_ptr<JitProcesses> create(skeinkit2::generic_iterator_t<const char*>& paths);
 
 private:
+    JitProcesses() = default;
+    korvane_error_t initializeJitFiles(skeinkit2::generic_iterator_t<const char*>& paths);
     JitFilesManager m_jitFilesManager;
 };
 

@@ -10,14 +10,14 @@ namespace {
 
 const u64_t kLineEntrySize = 12;
 
-u64_t decodeLittle(const char* bytes, u32_t width) {
+} // namespace
+
+u64_t littleEndian(const char* bytes, u32_t width) {
     u64_t value = 0;
     for (u32_t i = 0; i < width; ++i)
         value |= static_cast<u64_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
     return value;
 }
-
-} // namespace
 
 PayloadReader::PayloadReader(const std::vector<char>& data) : PayloadReader(data.data(), data.size()) {}
 
@@ -53,9 +53,9 @@ std::vector<korvane_line_number_entry> PayloadReader::lineEntries(u64_t count) {
         return entries;
     entries.resize(count);
     for (korvane_line_number_entry& entry : entries) {
-        entry.startOffset = static_cast<u32_t>(decodeLittle(bytes, 4));
-        entry.endOffset = static_cast<u32_t>(decodeLittle(bytes + 4, 4));
-        entry.lineNumber = static_cast<u32_t>(decodeLittle(bytes + 8, 4));
+        entry.startOffset = static_cast<u32_t>(littleEndian(bytes, 4));
+        entry.endOffset = static_cast<u32_t>(littleEndian(bytes + 4, 4));
+        entry.lineNumber = static_cast<u32_t>(littleEndian(bytes + 8, 4));
         bytes += kLineEntrySize;
     }
     return entries;
@@ -73,7 +73,7 @@ const char* PayloadReader::take(u64_t count) {
 
 u64_t PayloadReader::little(u32_t width) {
     const char* bytes = take(width);
-    return bytes ? decodeLittle(bytes, width) : 0;
+    return bytes ? littleEndian(bytes, width) : 0;
 }
 
 } // namespace korvane_3_10

@@ -14,6 +14,9 @@ namespace korvane_3_10 {
 // them. A field that doesn't fit reads as zero or empty, marks the cursor as
 // overrun, and still moves the position by its full width, so that the
 // position is the number of bytes the record claims to have up to there.
+// The unsigned number of width bytes, 1 to 8, least significant first.
+u64_t littleEndian(const char* bytes, u32_t width);
+
 class PayloadReader {
 public:
     // Counted strings of this length or more read as empty.

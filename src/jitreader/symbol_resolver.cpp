@@ -1,6 +1,7 @@
 // The eager front end: reads everything at creation, then answers by jit RVA.
 #include "jitreader/symbol_resolver.h"
 
+#include "jitreader/front_end_set_up.h"
 #include "jitreader/logging.h"
 
 #include <exception>
@@ -9,34 +10,26 @@ KORVANE_DEFINE_FILE_LOGGER()
 
 namespace korvane_3_10 {
 
-namespace {
-
-boost::intrusive_ptr<ISymbolResolver> createResolver(skeinkit2::generic_iterator_t<const char*>& paths,
-                                                     boost::intrusive_ptr<ISymbolFileLocator>& locator,
-                                                     target_arch_t arch) {
-    // Held from the start, so that a failure or an exception releases all of it.
-    try {
-        const boost::intrusive_ptr<SymbolResolver> resolver(new SymbolResolver(locator));
-        if (resolver->initializeJitFiles(paths, arch) != meSuccess)
-            return boost::intrusive_ptr<ISymbolResolver>();
-        return resolver;
-    } catch (const std::exception& error) {
-        KORVANE_LOG_ERROR("Couldn't create the symbol resolver: " << error.what());
-        return boost::intrusive_ptr<ISymbolResolver>();
-    }
-}
-
-} // namespace
-
 boost::intrusive_ptr<ISymbolResolver> ISymbolResolver::create(skeinkit2::generic_iterator_t<const char*>& paths,
                                                               boost::intrusive_ptr<ISymbolFileLocator>& locator) {
-    return createResolver(paths, locator, taAny);
+    return SymbolResolver::create(paths, locator, taAny);
 }
 
 boost::intrusive_ptr<ISymbolResolver> ISymbolResolver::create(skeinkit2::generic_iterator_t<const char*>& paths,
                                                               boost::intrusive_ptr<ISymbolFileLocator>& locator,
                                                               korvane_arch arch) {
-    return createResolver(paths, locator, arch == arch_xa32 ? taBits32 : taBits64);
+    return SymbolResolver::create(paths, locator, arch == arch_xa32 ? taBits32 : taBits64);
+}
+
+boost::intrusive_ptr<SymbolResolver> SymbolResolver::create(skeinkit2::generic_iterator_t<const char*>& paths,
+                                                            boost::intrusive_ptr<ISymbolFileLocator>& locator,
+                                                            target_arch_t arch) {
+    boost::intrusive_ptr<SymbolResolver> resolver;
+    const bool made = setUpFrontEnd("symbol resolver", [&] {
+        resolver.reset(new SymbolResolver(locator));
+        return resolver->initializeJitFiles(paths, arch);
+    });
+    return made ? resolver : nullptr;
 }
 
 SymbolResolver::SymbolResolver(boost::intrusive_ptr<ISymbolFileLocator>& locator)

@@ -9,7 +9,10 @@ namespace korvane_3_10 {
 
 class SymbolResolver : public ISymbolResolver {
 public:
-    explicit SymbolResolver(boost::intrusive_ptr<ISymbolFileLocator>& locator);
+    // Null when the directories can't be catalogued or read.
+    static boost::intrusive_ptr<SymbolResolver> create(skeinkit2::generic_iterator_t<const char*>& paths,
+                                                       boost::intrusive_ptr<ISymbolFileLocator>& locator,
+                                                       target_arch_t arch);
 
     korvane_error_t getHostNameById(u32_t hostId, const char** hostName) const override;
     ISymbol::Ptr getSymbol(jit_rva_t jitRva) override;
@@ -18,9 +21,10 @@ public:
     korvane_error_t translateToJitRva(u32_t jitId, address_t address, const char* jitFile,
                                       jit_rva_t* jitRva) const override;
 
+private:
+    explicit SymbolResolver(boost::intrusive_ptr<ISymbolFileLocator>& locator);
     korvane_error_t initializeJitFiles(skeinkit2::generic_iterator_t<const char*>& paths, target_arch_t arch);
 
-private:
     // Declared in this order so that the locator goes first, then the catalogue.
     JitDataManager m_jitDataManager;
     JitFilesManager m_jitFilesManager;

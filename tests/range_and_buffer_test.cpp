@@ -1,15 +1,10 @@
-// Ranges as interval keys, method ids, byte buffers, source locations and the byte copies.
-#include "jitreader/base_method_id.h"
+// Ranges as interval keys and the byte buffers that keep code.
 #include "jitreader/byte_buffer.h"
 #include "jitreader/range.h"
-#include "jitreader/source_location.h"
-
-#include <korvane/convert.h>
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
 #include <vector>
 
 namespace {
