@@ -8,6 +8,7 @@
 #include "location.h"
 #include "location_cache.h"
 #include "string_table.h"
+#include "window_table.h"
 
 #include <korvane/jitreader.h>
 
@@ -16,7 +17,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -73,7 +73,7 @@ private:
     std::map<std::pair<std::uint32_t, std::uint32_t>, Process> m_processes;
     LocationCache m_cache;
     // Every location found, by process, address and the start of its window.
-    std::map<std::tuple<std::uint32_t, std::uint64_t, std::uint64_t>, std::uint32_t> m_windows;
+    WindowTable m_windows;
     const Process* m_process = nullptr;
     std::uint64_t m_time = 0;
 };

@@ -36,7 +36,9 @@ private:
 
     std::vector<std::uint32_t> m_locations; // all stacks one after the other
     std::vector<Entry> m_entries;
-    std::vector<std::uint32_t> m_slots; // open addressing: entry number + 1, 0 for free
+    // Open addressing: the hash's upper half beside the entry number + 1, 0 for free, so
+    // that most other stacks are told apart without touching their entries.
+    std::vector<std::uint64_t> m_slots;
 };
 
 } // namespace korvane_report

@@ -43,7 +43,11 @@ private:
     typedef std::vector<std::pair<std::uint32_t, std::uint32_t>> LocationRows;
 
     LocationRows rowsOf(const Report& report, const Location& location);
-    static std::uint32_t rowOf(Rows& rows, const Key& key, const Frame& frame, std::string label);
+    typedef std::string (*label_t)(const StringTable& strings, const Frame& frame);
+
+    // A row's label is made once, when the row is added.
+    static std::uint32_t rowOf(Rows& rows, const Key& key, const Frame& frame, const StringTable& strings,
+                               label_t label);
     void addStack(const StackTable::Stack& stack, std::uint32_t number);
     static void addTotal(Rows& rows, std::uint32_t row, std::uint32_t stack, std::uint64_t samples);
     static std::vector<Row> sorted(const std::vector<Row>& rows);
