@@ -31,9 +31,24 @@ bool StackTable::matches(const Entry& entry, std::uint64_t hash, const std::vect
 }
 
 void StackTable::add(const std::vector<std::uint32_t>& locations, std::uint64_t period) {
+    flush();
     if ((m_entries.size() + 1) * 2 > m_slots.size())
         grow();
-    const std::uint64_t hash = hashOf(locations);
+    m_pending = true;
+    m_pendingLocations = locations;
+    m_pendingHash = hashOf(locations);
+    m_pendingPeriod = period;
+    __builtin_prefetch(&m_slots[m_pendingHash & (m_slots.size() - 1)]);
+}
+
+void StackTable::flush() {
+    if (!m_pending)
+        return;
+    m_pending = false;
+    insert(m_pendingLocations, m_pendingHash, m_pendingPeriod);
+}
+
+void StackTable::insert(const std::vector<std::uint32_t>& locations, std::uint64_t hash, std::uint64_t period) {
     const std::uint64_t tag = hash & kTagMask;
     const std::size_t mask = m_slots.size() - 1;
     std::size_t slot = hash & mask;
