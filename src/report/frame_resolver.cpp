@@ -108,11 +108,7 @@ void FrameResolver::beginSample(std::uint32_t host, std::uint32_t pid, std::uint
     m_time = time;
 }
 
-std::uint32_t FrameResolver::locate(std::uint64_t ip, bool leaf, std::string_view perfText) {
-    const std::uint64_t address = lookedUp(ip, leaf);
-    LocationCache::Entry last;
-    if (m_cache.find(address, m_process->index, last) && last.begin <= m_time && m_time < last.end)
-        return last.location;
+std::uint32_t FrameResolver::locateAnew(std::uint64_t address, std::string_view perfText) {
     const CodeTimeline::Window window = m_process->code ? CodeTimeline::windowAt(*m_process->code, address, m_time)
                                                         : CodeTimeline::Window{0, UINT64_MAX};
     std::uint32_t location = 0;
