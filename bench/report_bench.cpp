@@ -11,7 +11,6 @@
 
 #include <sys/resource.h>
 
-#include <chrono>
 #include <ctime>
 #include <cstdio>
 #include <cstdlib>
@@ -107,10 +106,6 @@ public:
     }
 };
 
-double seconds(std::chrono::steady_clock::time_point since) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
-}
-
 // CPU seconds, so that other work on the machine weighs on neither side of a comparison.
 double threadCpuSeconds() {
     timespec now{};
@@ -125,10 +120,10 @@ double childrenCpuSeconds() {
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
-// Samples per second at which the text can be read in chunks and split into lines.
+// Samples per CPU second at which the text can be read in chunks and split into lines.
 double readRate() {
     static const double rate = [] {
-        const auto start = std::chrono::steady_clock::now();
+        const double start = threadCpuSeconds();
         std::size_t lines = 0;
         std::string chunk(1 << 20, '\0');
         for (u32_t pass = 0; pass < kPasses; ++pass) {
@@ -144,7 +139,7 @@ double readRate() {
             }
         }
         benchmark::DoNotOptimize(lines);
-        return kSamples * kPasses / seconds(start);
+        return kSamples * kPasses / (threadCpuSeconds() - start);
     }();
     return rate;
 }

@@ -76,6 +76,10 @@ INSTANTIATE_TEST_SUITE_P(
              "# ========\n# captured on    : Mon Nov 23 15:34:35 2026\n"
              "java thread 4711/4712 0.001500000: \r\n\t7f3a1c001015 [unknown] ([unknown])\r\n",
              {"4711/4712 1500000 - 7f3a1c001015:[unknown] ([unknown])"}},
+        Case{"AddressPaddingOfAnyWidth",
+             " 1/1 1.000001: 1\n\t        7f00 a (b)\n\t                7f01 c (d)\n\t \t 7f02 e (f)\n"
+             "\t7f03 g (h)\n\t       7f04 i (j)\n",
+             {"1/1 1000001000 1 7f00:a (b) 7f01:c (d) 7f02:e (f) 7f03:g (h) 7f04:i (j)"}},
         Case{"NumberLikeSymbolsAfterThePeriodIsSettled",
              " 1/1 1.000001:  7f00 add one (/bin/x)\n 1/1 1.000002: 250 401000 (/bin/x)\n",
              {"1/1 1000001000 - 7f00:add one (/bin/x)", "1/1 1000002000 - 250:401000 (/bin/x)"}}),
@@ -116,6 +120,8 @@ INSTANTIATE_TEST_SUITE_P(
                       BadCase{"FrameOutsideASample", std::string("\t7f00 x (y)\n") + kGood, 1, 1, 1},
                       BadCase{"FrameWithoutAddress", std::string(kGood, 22) + "\tnothex x (y)\n\t7f00 a (b)\n", 1, 1,
                               2},
+                      BadCase{"FramePaddingAlone", std::string(kGood, 22) + "\t                \n\t7f00 a (b)\n", 1,
+                              1, 2},
                       BadCase{"AbsurdTime",
                               std::string(" 1/1 99999999999999999999.000001: 1\n\t7f00 a (b)\n\n") + kGood, 1, 2, 1},
                       BadCase{"PidBeyond32Bits", std::string(" 4294967296/1 1.000001: 7f00 a (b)\n") + kGood, 1, 1, 1},

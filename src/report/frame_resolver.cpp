@@ -108,21 +108,17 @@ void FrameResolver::beginSample(std::uint32_t host, std::uint32_t pid, std::uint
     m_time = time;
 }
 
-std::uint32_t FrameResolver::locate(std::uint64_t ip, bool leaf, std::string_view perfText) {
-    const std::uint64_t address = lookedUp(ip, leaf);
-    LocationCache::Entry last;
-    if (m_cache.find(address, m_process->index, last) && last.begin <= m_time && m_time < last.end)
-        return last.location;
+std::uint32_t FrameResolver::locateAnew(std::uint64_t address, std::string_view perfText) {
     const CodeTimeline::Window window = m_process->code ? CodeTimeline::windowAt(*m_process->code, address, m_time)
                                                         : CodeTimeline::Window{0, UINT64_MAX};
-    const auto key = std::make_tuple(m_process->index, address, window.begin);
-    auto known = m_windows.find(key);
-    if (known == m_windows.end()) {
+    std::uint32_t location = 0;
+    if (!m_windows.find(m_process->index, address, window.begin, location)) {
+        location = static_cast<std::uint32_t>(m_locations.size());
         m_locations.push_back(resolve(address, perfText));
-        known = m_windows.emplace(key, static_cast<std::uint32_t>(m_locations.size() - 1)).first;
+        m_windows.add(m_process->index, address, window.begin, location);
     }
-    m_cache.put(address, m_process->index, LocationCache::Entry{known->second, window.begin, window.end});
-    return known->second;
+    m_cache.put(address, m_process->index, LocationCache::Entry{location, window.begin, window.end});
+    return location;
 }
 
 Location FrameResolver::resolve(std::uint64_t address, std::string_view perfText) {

@@ -8,6 +8,7 @@
 #include "location.h"
 #include "location_cache.h"
 #include "string_table.h"
+#include "window_table.h"
 
 #include <korvane/jitreader.h>
 
@@ -16,7 +17,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -35,7 +35,14 @@ public:
     void beginSample(std::uint32_t host, std::uint32_t pid, std::uint64_t time);
     // The location of a frame of the current sample. A caller's frame holds a return
     // address, so the byte before it, the call, is looked up. perfText is "symbol (module)".
-    std::uint32_t locate(std::uint64_t ip, bool leaf, std::string_view perfText);
+    // Inline, as nearly every frame is found in the cache.
+    std::uint32_t locate(std::uint64_t ip, bool leaf, std::string_view perfText) {
+        const std::uint64_t address = lookedUp(ip, leaf);
+        LocationCache::Entry last;
+        if (m_cache.find(address, m_process->index, last) && last.begin <= m_time && m_time < last.end)
+            return last.location;
+        return locateAnew(address, perfText);
+    }
     // Announces a locate to come in the current sample.
     void prefetch(std::uint64_t ip, bool leaf) const { m_cache.prefetch(lookedUp(ip, leaf), m_process->index); }
 
@@ -59,6 +66,8 @@ private:
                   boost::intrusive_ptr<korvane_3_10::ISymbolResolver> resolver);
     static std::uint64_t lookedUp(std::uint64_t ip, bool leaf) { return leaf || ip == 0 ? ip : ip - 1; }
     const Process& process(std::uint32_t host, std::uint32_t pid);
+    // The location of an address the cache holds for no window or another one.
+    std::uint32_t locateAnew(std::uint64_t address, std::string_view perfText);
     Location resolve(std::uint64_t address, std::string_view perfText);
     Location jitLocation(std::uint64_t address, korvane_3_10::jit_rva_t rva, std::string_view perfText);
     Location perfLocation(std::uint64_t address, std::string_view perfText, location_outcome_t outcome,
@@ -73,7 +82,7 @@ private:
     std::map<std::pair<std::uint32_t, std::uint32_t>, Process> m_processes;
     LocationCache m_cache;
     // Every location found, by process, address and the start of its window.
-    std::map<std::tuple<std::uint32_t, std::uint64_t, std::uint64_t>, std::uint32_t> m_windows;
+    WindowTable m_windows;
     const Process* m_process = nullptr;
     std::uint64_t m_time = 0;
 };

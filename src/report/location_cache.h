@@ -17,11 +17,21 @@ public:
         std::uint64_t end;
     };
 
-    // The entry of the process and address, false if there is none.
-    bool find(std::uint64_t address, std::uint32_t process, Entry& entry) const;
+    // The entry of the process and address, false if there is none. Inline, as it is
+    // asked for every frame.
+    bool find(std::uint64_t address, std::uint32_t process, Entry& entry) const {
+        if (m_slots.empty())
+            return false;
+        const Slot& slot = m_slots[slotOf(address, process)];
+        entry = Entry{slot.location, slot.begin, slot.end};
+        return slot.process != kFree;
+    }
     void put(std::uint64_t address, std::uint32_t process, const Entry& entry);
     // Starts loading the key's slot, so that the lookups of a whole stack wait for memory together.
-    void prefetch(std::uint64_t address, std::uint32_t process) const;
+    void prefetch(std::uint64_t address, std::uint32_t process) const {
+        if (!m_slots.empty())
+            __builtin_prefetch(&m_slots[homeOf(address, process)]);
+    }
 
 private:
     static constexpr std::uint32_t kFree = 0xffffffffu;
@@ -35,8 +45,23 @@ private:
         std::uint64_t end;
     };
 
-    std::size_t homeOf(std::uint64_t address, std::uint32_t process) const;
-    std::size_t slotOf(std::uint64_t address, std::uint32_t process) const;
+    // Where the key's search starts: the finaliser of splitmix64, as addresses differ in
+    // few low bits and the slots must not.
+    std::size_t homeOf(std::uint64_t address, std::uint32_t process) const {
+        std::uint64_t mixed = address ^ process * 0x9e3779b97f4a7c15ull;
+        mixed = (mixed ^ (mixed >> 30)) * 0xbf58476d1ce4e5b9ull;
+        mixed = (mixed ^ (mixed >> 27)) * 0x94d049bb133111ebull;
+        return static_cast<std::size_t>(mixed ^ (mixed >> 31)) & (m_slots.size() - 1);
+    }
+    // The slot that holds the key, or the free slot where it belongs.
+    std::size_t slotOf(std::uint64_t address, std::uint32_t process) const {
+        const std::size_t mask = m_slots.size() - 1;
+        std::size_t slot = homeOf(address, process);
+        while (m_slots[slot].process != kFree &&
+               (m_slots[slot].address != address || m_slots[slot].process != process))
+            slot = (slot + 1) & mask;
+        return slot;
+    }
     void grow();
 
     std::vector<Slot> m_slots;

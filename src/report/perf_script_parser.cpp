@@ -10,7 +10,8 @@ namespace korvane_report {
 
 namespace {
 
-const std::size_t kChunk = 1 << 20;
+// Small enough that a chunk is still in the core's cache when it is parsed.
+const std::size_t kChunk = 128 * 1024;
 // comm, when printed, comes before the pid; it rarely holds more than a few blanks.
 const std::size_t kHeadTokens = 8;
 const std::uint64_t kNanosecondsPerSecond = 1000000000;
@@ -121,13 +122,25 @@ bool parseTime(std::string_view token, std::uint64_t& nanoseconds) {
     return true;
 }
 
-// "HEXIP TEXT": the address of a frame and what follows it.
-bool parseFrame(std::string_view text, std::uint64_t& ip, std::string_view& rest) {
+// perf writes a tab, then the address right-aligned in sixteen columns: runs of spaces go
+// eight at a time.
+void skipBlanks(std::string_view& text) {
+    const std::uint64_t kSpaces = 0x2020202020202020ull;
+    std::uint64_t word = 0;
+    if (!text.empty() && text.front() == '\t')
+        text.remove_prefix(1);
+    while (text.size() >= sizeof(word) && (std::memcpy(&word, text.data(), sizeof(word)), word == kSpaces))
+        text.remove_prefix(sizeof(word));
     while (!text.empty() && isBlank(text.front()))
         text.remove_prefix(1);
-    if (!takeHex(text, ip) || (!text.empty() && !isBlank(text.front())))
+}
+
+// "HEXIP TEXT": the address of a frame and what follows it.
+bool parseFrame(std::string_view text, PerfFrame& frame) {
+    skipBlanks(text);
+    if (!takeHex(text, frame.ip) || (!text.empty() && !isBlank(text.front())))
         return false;
-    rest = trimmed(text);
+    frame.text = trimmed(text);
     return true;
 }
 
@@ -209,14 +222,16 @@ void PerfScriptParser::line(std::string_view text) {
         bad(m_lineNumber, text);
 }
 
+// Parsed in place in the frame list: a frame passed back through memory would stall
+// each of the millions of frame lines on its reload.
 void PerfScriptParser::frameLine(std::string_view text) {
-    std::uint64_t ip = 0;
-    std::string_view rest;
-    if (!m_open || !parseFrame(text, ip, rest)) {
-        bad(m_lineNumber, text);
-        return;
+    if (m_open) {
+        m_frames.emplace_back();
+        if (parseFrame(text, m_frames.back()))
+            return;
+        m_frames.pop_back();
     }
-    m_frames.push_back(PerfFrame{ip, rest});
+    bad(m_lineNumber, text);
 }
 
 bool PerfScriptParser::headerLine(std::string_view text) {
@@ -259,14 +274,13 @@ bool PerfScriptParser::headerRest(std::string_view rest, PerfSampleHead& head) {
     if (m_layout == plUnknown)
         m_layout = looksPeriodic ? plWithPeriod : plWithoutPeriod;
     head.hasPeriod = m_layout == plWithPeriod;
-    std::uint64_t ip = 0;
-    std::string_view frameText;
+    PerfFrame frame{};
     if ((head.hasPeriod && !parseDecimal(first, head.period)) ||
-        !parseFrame(head.hasPeriod ? afterFirst : rest, ip, frameText)) {
+        !parseFrame(head.hasPeriod ? afterFirst : rest, frame)) {
         m_open = false;
         return false;
     }
-    m_frames.push_back(PerfFrame{ip, frameText});
+    m_frames.push_back(frame);
     closeSample();
     return true;
 }

@@ -48,6 +48,7 @@ bool Report::read(std::istream& in, const std::string& name, bool strict, std::o
     start.resize(static_cast<std::size_t>(in.gcount()));
     const bool read = SampleFile::isHeader(firstLine(start)) ? readSampleFile(in, start, name, strict, err)
                                                              : readPerfScript(in, start, name, strict, err);
+    m_stacks.flush();
     if (read && m_stacks.size() == 0) {
         err << name << ": no samples\n";
         return false;

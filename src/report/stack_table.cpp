@@ -9,6 +9,7 @@ namespace korvane_report {
 namespace {
 
 const std::size_t kFirstSlots = 1024;
+const std::uint64_t kTagMask = 0xffffffff00000000ull;
 
 std::uint64_t hashOf(const std::vector<std::uint32_t>& locations) {
     std::uint64_t hash = 0xcbf29ce484222325ull ^ locations.size();
@@ -30,13 +31,31 @@ bool StackTable::matches(const Entry& entry, std::uint64_t hash, const std::vect
 }
 
 void StackTable::add(const std::vector<std::uint32_t>& locations, std::uint64_t period) {
+    flush();
     if ((m_entries.size() + 1) * 2 > m_slots.size())
         grow();
-    const std::uint64_t hash = hashOf(locations);
+    m_pending = true;
+    m_pendingLocations = locations;
+    m_pendingHash = hashOf(locations);
+    m_pendingPeriod = period;
+    __builtin_prefetch(&m_slots[m_pendingHash & (m_slots.size() - 1)]);
+}
+
+void StackTable::flush() {
+    if (!m_pending)
+        return;
+    m_pending = false;
+    insert(m_pendingLocations, m_pendingHash, m_pendingPeriod);
+}
+
+void StackTable::insert(const std::vector<std::uint32_t>& locations, std::uint64_t hash, std::uint64_t period) {
+    const std::uint64_t tag = hash & kTagMask;
     const std::size_t mask = m_slots.size() - 1;
     std::size_t slot = hash & mask;
     for (; m_slots[slot] != 0; slot = (slot + 1) & mask) {
-        Entry& entry = m_entries[m_slots[slot] - 1];
+        if ((m_slots[slot] & kTagMask) != tag)
+            continue;
+        Entry& entry = m_entries[(m_slots[slot] & ~kTagMask) - 1];
         if (matches(entry, hash, locations)) {
             ++entry.samples;
             entry.period += period;
@@ -46,7 +65,7 @@ void StackTable::add(const std::vector<std::uint32_t>& locations, std::uint64_t 
     m_entries.push_back(Entry{hash, static_cast<std::uint32_t>(m_locations.size()),
                               static_cast<std::uint32_t>(locations.size()), 1, period});
     m_locations.insert(m_locations.end(), locations.begin(), locations.end());
-    m_slots[slot] = static_cast<std::uint32_t>(m_entries.size());
+    m_slots[slot] = tag | m_entries.size();
 }
 
 void StackTable::grow() {
@@ -56,7 +75,7 @@ void StackTable::grow() {
         std::size_t slot = m_entries[index].hash & mask;
         while (m_slots[slot] != 0)
             slot = (slot + 1) & mask;
-        m_slots[slot] = static_cast<std::uint32_t>(index + 1);
+        m_slots[slot] = (m_entries[index].hash & kTagMask) | (index + 1);
     }
 }
 

@@ -17,7 +17,11 @@ public:
         std::uint64_t period;
     };
 
+    // Completes the previous add and holds this one back, its slot loading meanwhile:
+    // distinct stacks outgrow the caches, and the next sample's text is read in the wait.
     void add(const std::vector<std::uint32_t>& locations, std::uint64_t period);
+    // Completes the add held back; before size and stack are asked.
+    void flush();
 
     std::uint32_t size() const { return static_cast<std::uint32_t>(m_entries.size()); }
     Stack stack(std::uint32_t index) const;
@@ -32,11 +36,18 @@ private:
     };
 
     bool matches(const Entry& entry, std::uint64_t hash, const std::vector<std::uint32_t>& locations) const;
+    void insert(const std::vector<std::uint32_t>& locations, std::uint64_t hash, std::uint64_t period);
     void grow();
 
     std::vector<std::uint32_t> m_locations; // all stacks one after the other
     std::vector<Entry> m_entries;
-    std::vector<std::uint32_t> m_slots; // open addressing: entry number + 1, 0 for free
+    // Open addressing: the hash's upper half beside the entry number + 1, 0 for free, so
+    // that most other stacks are told apart without touching their entries.
+    std::vector<std::uint64_t> m_slots;
+    bool m_pending = false;
+    std::vector<std::uint32_t> m_pendingLocations;
+    std::uint64_t m_pendingHash = 0;
+    std::uint64_t m_pendingPeriod = 0;
 };
 
 } // namespace korvane_report

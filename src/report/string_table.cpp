@@ -6,13 +6,13 @@ namespace korvane_report {
 StringTable::StringTable() { intern(std::string_view()); }
 
 std::uint32_t StringTable::intern(std::string_view text) {
-    m_probe.assign(text.data(), text.size());
-    const auto found = m_ids.find(m_probe);
+    const auto found = m_ids.find(text);
     if (found != m_ids.end())
         return found->second;
-    const auto inserted = m_ids.emplace(m_probe, size());
-    m_texts.push_back(&inserted.first->first);
-    return inserted.first->second;
+    m_storage.emplace_back(text);
+    m_texts.push_back(&m_storage.back());
+    m_ids.emplace(m_storage.back(), size() - 1);
+    return size() - 1;
 }
 
 } // namespace korvane_report

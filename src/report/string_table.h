@@ -3,6 +3,7 @@
 #define KORVANE_REPORT_STRING_TABLE_H
 
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -21,11 +22,10 @@ public:
     std::uint32_t size() const { return static_cast<std::uint32_t>(m_texts.size()); }
 
 private:
-    // Keys are views of the texts the map itself holds, which never move.
-    std::unordered_map<std::string, std::uint32_t> m_ids;
+    // Keys are views of the texts the deque holds, which never move.
+    std::deque<std::string> m_storage;
+    std::unordered_map<std::string_view, std::uint32_t> m_ids;
     std::vector<const std::string*> m_texts;
-    std::string m_probe; // the text looked up, in a buffer that keeps its capacity
-
 };
 
 } // namespace korvane_report

@@ -55,20 +55,21 @@ TopTable::LocationRows TopTable::rowsOf(const Report& report, const Location& lo
     LocationRows rows;
     for (const Frame& frame : location.frames) {
         const bool inlined = frame.kind == fkInlined;
-        const std::uint32_t method = rowOf(m_methods, Key(frame.name, frame.module, 0, inlined), frame,
-                                           methodLabel(report.strings(), frame));
+        const std::uint32_t method =
+            rowOf(m_methods, Key(frame.name, frame.module, 0, inlined), frame, report.strings(), methodLabel);
         const bool hasLine = frame.line != 0 || frame.file != 0;
         rows.emplace_back(method, hasLine ? rowOf(m_lines, Key(frame.name, frame.file, frame.line, inlined), frame,
-                                                  lineLabel(report.strings(), frame))
+                                                  report.strings(), lineLabel)
                                           : kNoRow);
     }
     return rows;
 }
 
-std::uint32_t TopTable::rowOf(Rows& rows, const Key& key, const Frame& frame, std::string label) {
+std::uint32_t TopTable::rowOf(Rows& rows, const Key& key, const Frame& frame, const StringTable& strings,
+                              label_t label) {
     const auto added = rows.numbers.emplace(key, static_cast<std::uint32_t>(rows.rows.size()));
     if (added.second) {
-        rows.rows.push_back(Row{kindText(frame.kind), std::move(label), 0, 0});
+        rows.rows.push_back(Row{kindText(frame.kind), label(strings, frame), 0, 0});
         rows.lastStack.push_back(kNoRow);
     }
     return added.first->second;
