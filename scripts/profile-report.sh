@@ -17,7 +17,7 @@ tool=$build/tools/korvane-jit
 BUILD_DIR=$build "$(dirname "$0")/../agents/jvm/profile-java.sh" -g "$out" "${2:-150}" > "$out.log" 2>&1 ||
   { cat "$out.log"; exit 1; }
 if [ ! -f "$out/perf.data" ]; then
-  head -n 1 "$out.log"
+  head -n 1 "$out.log" | sed 's/;.*//'
   echo "reporting the samples of the example traces instead"
   examples=$build/examples
   rm -rf "$examples"
