@@ -2,6 +2,7 @@
 #include "method_catalogue.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace korvane_jvmagent {
 
@@ -99,15 +100,18 @@ const MethodFacts& MethodCatalogue::facts(jmethodID method) {
     return m_facts.emplace(method, std::move(asked)).first->second;
 }
 
+// The JVM goes on compiling and reporting code after its death, when it
+// names no method any more: a method it can't name is left out rather than
+// written nameless, and is not remembered, so that a later asking tries again.
 MethodFacts MethodCatalogue::ask(jmethodID method) const {
     MethodFacts facts;
     JvmString name(m_jvmti), signature(m_jvmti), generic(m_jvmti);
-    if (m_jvmti->GetMethodName(method, name.out(), signature.out(), generic.out()) == JVMTI_ERROR_NONE)
-        facts.methodName =
-            name.text() + withoutTypeParameters(generic.text().empty() ? signature.text() : generic.text());
     jclass declaring = nullptr;
-    if (m_jvmti->GetMethodDeclaringClass(method, &declaring) == JVMTI_ERROR_NONE)
-        askClass(declaring, facts);
+    if (m_jvmti->GetMethodName(method, name.out(), signature.out(), generic.out()) != JVMTI_ERROR_NONE ||
+        m_jvmti->GetMethodDeclaringClass(method, &declaring) != JVMTI_ERROR_NONE)
+        throw std::runtime_error("the JVM names the method no more (it is shutting down, or the class is gone)");
+    facts.methodName = name.text() + withoutTypeParameters(generic.text().empty() ? signature.text() : generic.text());
+    askClass(declaring, facts);
     facts.plainName += "." + name.text();
     askLines(method, facts);
     return facts;
@@ -115,13 +119,13 @@ MethodFacts MethodCatalogue::ask(jmethodID method) const {
 
 void MethodCatalogue::askClass(jclass declaring, MethodFacts& facts) const {
     JvmString signature(m_jvmti), generic(m_jvmti), source(m_jvmti);
-    if (m_jvmti->GetClassSignature(declaring, signature.out(), generic.out()) == JVMTI_ERROR_NONE) {
-        const std::string plain = classSignature(signature.text());
-        const std::string parameters = typeParameters(generic.text());
-        facts.className = parameters.empty() || plain.size() < 2 ? plain
-                                                                 : plain.substr(0, plain.size() - 1) + parameters + ";";
-        facts.plainName = plainClassName(plain);
-    }
+    if (m_jvmti->GetClassSignature(declaring, signature.out(), generic.out()) != JVMTI_ERROR_NONE)
+        throw std::runtime_error("the JVM names the class of a method no more");
+    const std::string plain = classSignature(signature.text());
+    const std::string parameters = typeParameters(generic.text());
+    facts.className =
+        parameters.empty() || plain.size() < 2 ? plain : plain.substr(0, plain.size() - 1) + parameters + ";";
+    facts.plainName = plainClassName(plain);
     if (m_jvmti->GetSourceFileName(declaring, source.out()) == JVMTI_ERROR_NONE)
         facts.sourceFile = source.text();
 }

@@ -29,6 +29,7 @@ class MethodCatalogue {
 public:
     explicit MethodCatalogue(jvmtiEnv* jvmti) : m_jvmti(jvmti) {}
 
+    // Throws std::runtime_error where the JVM can't name the method.
     const MethodFacts& facts(jmethodID method);
 
 private:

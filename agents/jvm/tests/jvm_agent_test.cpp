@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
 #include <filesystem>
@@ -132,7 +133,11 @@ protected:
     }
 
     static void TearDownTestSuite() {
-        std::filesystem::remove_all(*s_workDir);
+        // A failure leaves the view and the trace behind for a look.
+        if (::testing::UnitTest::GetInstance()->current_test_suite()->Passed())
+            std::filesystem::remove_all(*s_workDir);
+        else
+            std::fprintf(stderr, "the JVM's view and the trace stay in %s\n", s_workDir->c_str());
         if (s_resolver)
             intrusive_ptr_release(s_resolver);
         if (s_loader)
