@@ -76,9 +76,9 @@ int report(const std::vector<std::string>& args, std::ostream& out, std::ostream
         return 2;
     }
     const TraceDirectories directories(arguments.positional());
-    const boost::intrusive_ptr<IJitLoader> loader = directories.loader(err);
-    const boost::intrusive_ptr<ISymbolResolver> resolver = loader ? directories.resolver(err) : nullptr;
-    if (!resolver)
+    boost::intrusive_ptr<IJitLoader> loader;
+    boost::intrusive_ptr<ISymbolResolver> resolver;
+    if (!directories.frontEnds(loader, resolver, err))
         return 1;
     const std::string host = arguments.value("--host", FrameResolver::defaultHost(*resolver));
     const std::unique_ptr<Report> profile = Report::create(loader, resolver, host);

@@ -120,9 +120,9 @@ int resolveSamples(const std::vector<std::string>& args, std::ostream& out, std:
     }
 
     const TraceDirectories directories(arguments.positional());
-    const boost::intrusive_ptr<IJitLoader> loader = directories.loader(err);
-    const boost::intrusive_ptr<ISymbolResolver> resolver = loader ? directories.resolver(err) : nullptr;
-    if (!resolver)
+    boost::intrusive_ptr<IJitLoader> loader;
+    boost::intrusive_ptr<ISymbolResolver> resolver;
+    if (!directories.frontEnds(loader, resolver, err))
         return 1;
 
     const bool json = arguments.has("--json");

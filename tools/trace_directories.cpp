@@ -71,6 +71,14 @@ boost::intrusive_ptr<korvane_3_10::IJitLoader> TraceDirectories::loader(std::ost
     return result;
 }
 
+bool TraceDirectories::frontEnds(boost::intrusive_ptr<korvane_3_10::IJitLoader>& loader,
+                                 boost::intrusive_ptr<korvane_3_10::ISymbolResolver>& resolver,
+                                 std::ostream& err) const {
+    loader = this->loader(err);
+    resolver = loader ? this->resolver(err) : nullptr;
+    return resolver != nullptr;
+}
+
 void TraceDirectories::explainFailure(std::ostream& err) const {
     korvane_3_10::JitFilesManager catalogue;
     if (scan(catalogue, err))

@@ -31,6 +31,9 @@ public:
     boost::intrusive_ptr<korvane_3_10::ISymbolResolver> resolver(std::ostream& err) const;
     boost::intrusive_ptr<korvane_3_10::ISymbolResolver> resolver(korvane_arch arch, std::ostream& err) const;
     boost::intrusive_ptr<korvane_3_10::IJitLoader> loader(std::ostream& err) const;
+    // The loader and then the resolver; false after saying on err what is wrong.
+    bool frontEnds(boost::intrusive_ptr<korvane_3_10::IJitLoader>& loader,
+                   boost::intrusive_ptr<korvane_3_10::ISymbolResolver>& resolver, std::ostream& err) const;
 
 private:
     // Says what is wrong after a front end could not be made over the directories.
