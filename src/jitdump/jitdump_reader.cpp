@@ -4,6 +4,7 @@
 #include "jitdump/byte_cursor.h"
 
 #include <fstream>
+#include <type_traits>
 #include <utility>
 
 namespace korvane_jitdump {
@@ -41,18 +42,18 @@ bool readHeader(const std::vector<std::uint8_t>& bytes, FileHeader& header, std:
     return true;
 }
 
-bool decodeCodeLoad(ByteCursor& body, CodeLoad& record) {
+bool decode(ByteCursor& body, CodeLoad& record) {
     return body.u32(record.pid) && body.u32(record.tid) && body.u64(record.vma) && body.u64(record.codeAddress) &&
            body.u64(record.codeSize) && body.u64(record.codeIndex) && body.cString(record.name) &&
            body.bytes(record.codeSize, record.code);
 }
 
-bool decodeCodeMove(ByteCursor& body, CodeMove& record) {
+bool decode(ByteCursor& body, CodeMove& record) {
     return body.u32(record.pid) && body.u32(record.tid) && body.u64(record.vma) && body.u64(record.oldCodeAddress) &&
            body.u64(record.newCodeAddress) && body.u64(record.codeSize) && body.u64(record.codeIndex);
 }
 
-bool decodeDebugInfo(ByteCursor& body, DebugInfo& record) {
+bool decode(ByteCursor& body, DebugInfo& record) {
     std::uint64_t count = 0;
     if (!body.u64(record.codeAddress) || !body.u64(count) || count > body.remaining() / kSmallestDebugEntry)
         return false;
@@ -70,31 +71,28 @@ bool decodeDebugInfo(ByteCursor& body, DebugInfo& record) {
     return true;
 }
 
+// Decodes the record that the handler's member takes and hands it over, or
+// reports it malformed.
+template <typename Argument>
+void decodeAndHand(const RecordHeader& head, ByteCursor& body, JitdumpReader::Handler& handler,
+                   void (JitdumpReader::Handler::*hand)(Argument)) {
+    typename std::decay<Argument>::type record;
+    record.head = head;
+    if (!decode(body, record))
+        return handler.skipped(head, JitdumpReader::SkipReason::Malformed);
+    (handler.*hand)(record);
+}
+
 // Decodes one record whose bytes lie wholly inside the file and passes it on.
 void dispatch(const RecordHeader& head, ByteCursor& body, JitdumpReader::Handler& handler) {
     typedef JitdumpReader::SkipReason SkipReason;
     switch (head.id) {
-    case CodeLoadId: {
-        CodeLoad record;
-        record.head = head;
-        if (!decodeCodeLoad(body, record))
-            return handler.skipped(head, SkipReason::Malformed);
-        return handler.codeLoad(record);
-    }
-    case CodeMoveId: {
-        CodeMove record;
-        record.head = head;
-        if (!decodeCodeMove(body, record))
-            return handler.skipped(head, SkipReason::Malformed);
-        return handler.codeMove(record);
-    }
-    case CodeDebugInfoId: {
-        DebugInfo record;
-        record.head = head;
-        if (!decodeDebugInfo(body, record))
-            return handler.skipped(head, SkipReason::Malformed);
-        return handler.debugInfo(record);
-    }
+    case CodeLoadId:
+        return decodeAndHand(head, body, handler, &JitdumpReader::Handler::codeLoad);
+    case CodeMoveId:
+        return decodeAndHand(head, body, handler, &JitdumpReader::Handler::codeMove);
+    case CodeDebugInfoId:
+        return decodeAndHand(head, body, handler, &JitdumpReader::Handler::debugInfo);
     case CodeCloseId:
         return;
     case CodeUnwindingInfoId:
