@@ -170,24 +170,25 @@ const Region* InlineIndex::overlappedChild(const Region& parent, u64_t start, u6
     return found < count ? parent.inlinedRegions()[found].get() : nullptr;
 }
 
-void InlineIndex::cached(const JitMethod& inlineMethod) {
-    RecordKey key;
-    if (!keyOf(inlineMethod, key))
-        return;
-    key.parent = inlineMethod.getParentId();
+// A cached inline is known by the parent it waits for, whatever process it came from.
+bool InlineIndex::cacheKeyOf(const JitMethod& method, RecordKey& key) {
+    if (!keyOf(method, key))
+        return false;
+    key.parent = method.getParentId();
     key.processId = 0;
     key.hostId = 0;
-    m_cached.insert(key);
+    return true;
+}
+
+void InlineIndex::cached(const JitMethod& inlineMethod) {
+    RecordKey key;
+    if (cacheKeyOf(inlineMethod, key))
+        m_cached.insert(key);
 }
 
 bool InlineIndex::isCached(const JitMethod& rawMethod) const {
     RecordKey key;
-    if (!keyOf(rawMethod, key))
-        return false;
-    key.parent = rawMethod.getParentId();
-    key.processId = 0;
-    key.hostId = 0;
-    return m_cached.count(key) != 0;
+    return cacheKeyOf(rawMethod, key) && m_cached.count(key) != 0;
 }
 
 void InlineIndex::attached(const Region& parent, Region& child, const JitMethod& method, const Region* walkTop) {

@@ -77,6 +77,7 @@ private:
     };
 
     static bool keyOf(const JitMethod& method, RecordKey& key);
+    static bool cacheKeyOf(const JitMethod& method, RecordKey& key);
     static void split(Segments& segments, jit_rva_t at);
     static void repaint(Segments& segments, jit_rva_t start, jit_rva_t end, const Region* top, const Region* from,
                         Region* to);
