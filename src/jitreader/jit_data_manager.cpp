@@ -299,7 +299,6 @@ korvane_error_t JitDataManager::processMethodLoadRecord(u32_t pid, u32_t hostId,
     const bool repeated = jitMethod != rawMethod;
     if (!repeated) {
         m_jitMethodStorage.push_back(rawMethod);
-        m_unfinalized.insert(*entry.first);
     } else {
         KORVANE_LOG_TRACE("Detected already cached code region with the same method id " << label(*jitMethod));
         if (isPlacedAlready(*jitMethod, *rawMethod)) {
@@ -315,8 +314,8 @@ korvane_error_t JitDataManager::processMethodLoadRecord(u32_t pid, u32_t hostId,
             return meSuccess;
         }
         mergeMethod(*jitMethod, rawMethod);
-        m_unfinalized.insert(*entry.first);
     }
+    m_unfinalized.insert(*entry.first);
 
     for (const Region::Ptr& region : rawMethod->codeRegions())
         m_regionOwners[region.get()] = jitMethod.get();
