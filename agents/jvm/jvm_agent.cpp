@@ -200,8 +200,6 @@ void JvmAgent::vmInit() { generateEvents(); }
 void JvmAgent::vmDeath() {
     note(std::to_string(m_methods.load()) + " compiled methods and " + std::to_string(m_stubs.load()) +
          " stubs written");
-    if (m_jvmView)
-        std::fflush(m_jvmView);
 }
 
 void JvmAgent::note(const std::string& message) {
