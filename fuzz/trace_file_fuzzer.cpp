@@ -1,6 +1,7 @@
 // Fuzz target: one whole trace file, read by a symbol resolver and queried
 // through it and through a loader, as a profiler would.
 #include "fuzz_support.h"
+#include "trace_directories.h"
 
 #include <korvane/jitreader.h>
 
@@ -40,11 +41,6 @@ const fs::path& traceDirectory() {
         return made;
     }();
     return *directory;
-}
-
-skeinkit2::generic_iterator_t<const char*> directoryList(const std::vector<const char*>& texts) {
-    typedef skeinkit2::iterutil::stl_iterator_impl_t<const char*, std::vector<const char*>::const_iterator> Walk;
-    return skeinkit2::generic_iterator_t<const char*>(Walk(texts.begin(), texts.end()));
 }
 
 void queryRegion(const ISymbol& symbol, ICodeRegion::Ptr region, std::vector<Sample>& samples) {
@@ -100,15 +96,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const fs::path& directory = traceDirectory();
     std::ofstream(fs::path(directory / "fuzz.7.jit").string(), std::ios::binary)
         .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-    const std::string directoryText = directory.string();
-    const std::vector<const char*> texts = {directoryText.c_str()};
+    const korvane_tool::TraceDirectories directories({directory.string()});
 
     std::vector<Sample> samples;
-    auto forResolver = directoryList(texts);
+    auto forResolver = directories.iterator();
     boost::intrusive_ptr<ISymbolFileLocator> noLocator;
     if (const boost::intrusive_ptr<ISymbolResolver> resolver = ISymbolResolver::create(forResolver, noLocator))
         samples = querySymbols(*resolver);
-    auto forLoader = directoryList(texts);
+    auto forLoader = directories.iterator();
     if (const boost::intrusive_ptr<IJitLoader> loader = IJitLoader::create(forLoader))
         resolveSamples(*loader, samples);
     return 0;
