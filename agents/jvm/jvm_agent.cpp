@@ -141,8 +141,8 @@ JvmAgent::JvmAgent(jvmtiEnv* jvmti, std::unique_ptr<AgentOptions> options)
 bool JvmAgent::start(bool attached, std::string& problem) {
     if (!makeDirectories(m_options->directory(), problem))
         return false;
-    const std::string path =
-        m_options->directory() + "/" + m_options->host() + "." + std::to_string(::getpid()) + ".jit";
+    const std::uint32_t pid = static_cast<std::uint32_t>(::getpid());
+    const std::string path = m_options->directory() + "/" + tw::TraceFile::nameFor(m_options->host(), pid);
     m_trace = tw::TraceFile::create(path, kCollectorJitProfiler, problem);
     if (!m_trace)
         return false;

@@ -1,6 +1,8 @@
 // One jitdump file read and mapped: the .jit trace it becomes and what was found on the way.
 #include "jitdump/jitdump_import.h"
 
+#include "tracewriter/trace_file.h"
+
 namespace korvane_jitdump {
 
 namespace {
@@ -24,7 +26,7 @@ std::unique_ptr<JitdumpImport> JitdumpImport::create(const std::string& path, st
 }
 
 std::string JitdumpImport::traceFileName(const std::string& host) const {
-    return host + "." + std::to_string(m_header.pid) + ".jit";
+    return korvane_tracewriter::TraceFile::nameFor(host, m_header.pid);
 }
 
 std::string JitdumpImport::summary() const {

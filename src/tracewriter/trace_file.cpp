@@ -23,6 +23,10 @@ std::unique_ptr<TraceFile> TraceFile::create(const std::string& path, std::uint3
     return file;
 }
 
+std::string TraceFile::nameFor(const std::string& host, std::uint32_t pid) {
+    return host + "." + std::to_string(pid) + ".jit";
+}
+
 TraceFile::TraceFile(int descriptor, std::string path) : m_descriptor(descriptor), m_path(std::move(path)) {}
 
 TraceFile::~TraceFile() { ::close(m_descriptor); }

@@ -19,6 +19,8 @@ public:
     // with the reason in problem when it can't.
     static std::unique_ptr<TraceFile> create(const std::string& path, std::uint32_t collectorType,
                                              std::string& problem);
+    // The name a trace of the process on the host goes by: HOST.PID.jit.
+    static std::string nameFor(const std::string& host, std::uint32_t pid);
     ~TraceFile();
     TraceFile(const TraceFile&) = delete;
     TraceFile& operator=(const TraceFile&) = delete;
