@@ -11,26 +11,31 @@ namespace korvane_tool {
 
 namespace {
 
-std::string hexEscape(const char* format, unsigned char c) {
-    char escaped[8];
-    std::snprintf(escaped, sizeof escaped, format, c);
-    return escaped;
-}
-
-std::string jsonEscaped(unsigned char c) {
+void appendJsonEscaped(unsigned char c, std::string& out) {
     switch (c) {
     case '"':
-        return "\\\"";
+        out += "\\\"";
+        break;
     case '\\':
-        return "\\\\";
+        out += "\\\\";
+        break;
     case '\n':
-        return "\\n";
+        out += "\\n";
+        break;
     case '\r':
-        return "\\r";
+        out += "\\r";
+        break;
     case '\t':
-        return "\\t";
+        out += "\\t";
+        break;
     default:
-        return c < 0x20 ? hexEscape("\\u%04x", c) : std::string(1, static_cast<char>(c));
+        if (c < 0x20) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+            out += escaped;
+        } else {
+            out += static_cast<char>(c);
+        }
     }
 }
 
@@ -87,7 +92,7 @@ std::string jsonString(const std::string& text) {
     for (std::size_t i = 0; i < text.size();) {
         const unsigned char c = static_cast<unsigned char>(text[i]);
         if (c < 0x80) {
-            out += jsonEscaped(c);
+            appendJsonEscaped(c, out);
             ++i;
             continue;
         }
