@@ -19,7 +19,6 @@ namespace {
 
 const std::uint16_t kLanguageJava = 5;
 const std::uint16_t kArchitecture64 = 1;
-const std::uint32_t kCollectorJitProfiler = 1;
 const char kPrefix[] = "korvane jvmagent: ";
 
 std::uint64_t clockNanoseconds(clockid_t clock) {
@@ -143,7 +142,7 @@ bool JvmAgent::start(bool attached, std::string& problem) {
         return false;
     const std::uint32_t pid = static_cast<std::uint32_t>(::getpid());
     const std::string path = m_options->directory() + "/" + tw::TraceFile::nameFor(m_options->host(), pid);
-    m_trace = tw::TraceFile::create(path, kCollectorJitProfiler, problem);
+    m_trace = tw::TraceFile::create(path, tw::TraceWriter::kCollectorJitProfiler, problem);
     if (!m_trace)
         return false;
     if (!m_options->jvmViewPath().empty() && !(m_jvmView = std::fopen(m_options->jvmViewPath().c_str(), "w"))) {

@@ -16,7 +16,6 @@ using korvane_tracewriter::LoadRecord;
 
 // Texts of a .jit load record are read as empty from this length on; a cut name says more.
 const std::size_t kLongestText = 511;
-const std::uint32_t kJitProfiler = 1;
 
 std::string limited(const std::string& text) { return text.substr(0, kLongestText); }
 
@@ -50,7 +49,7 @@ JitdumpMapper::JitdumpMapper(const FileHeader& header)
     : m_width(header.elfMachine == kElfMachineX86 ? korvane_tracewriter::Width::Bits32
                                                   : korvane_tracewriter::Width::Bits64),
       m_lastMethodId(0) {
-    m_trace.magic().collectorType(kJitProfiler);
+    m_trace.magic().collectorType(korvane_tracewriter::TraceWriter::kCollectorJitProfiler);
 }
 
 void JitdumpMapper::attachLines(std::uint64_t codeAddress, LoadRecord& load) {

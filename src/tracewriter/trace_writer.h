@@ -86,6 +86,8 @@ Bytes payloadUpdateV2(const UpdateV2Record& record);
 class TraceWriter {
 public:
     static const std::uint32_t kMagicValue = 0x4a495431;
+    // The collector type that the JVM agent and the jitdump import write.
+    static const std::uint32_t kCollectorJitProfiler = 1;
 
     TraceWriter& magic(std::uint32_t value = kMagicValue);
     TraceWriter& collectorType(std::uint32_t value);
