@@ -83,6 +83,16 @@ std::vector<tw::LineEntry> lineEntries(std::uint64_t base, const std::vector<Str
     return entries;
 }
 
+// The fields a load record and an inline record of Java code share.
+template <typename Record>
+void describeJava(Record& record, const MethodFacts& facts) {
+    record.architecture = kArchitecture64;
+    record.methodName = facts.methodName;
+    record.className = facts.className;
+    record.sourceFileName = facts.sourceFile;
+    record.languageType = kLanguageJava;
+}
+
 const jvmtiCompiledMethodLoadInlineRecord* inlineInfo(const void* compileInfo) {
     for (auto header = static_cast<const jvmtiCompiledMethodLoadRecordHeader*>(compileInfo); header;
          header = header->next)
@@ -244,11 +254,7 @@ tw::LoadRecord JvmAgent::methodRecord(jmethodID method, std::uint64_t start, std
     tw::LoadRecord record;
     record.methodId = m_nextId++;
     record.ranges.push_back(tw::CodeRange{start, static_cast<std::uint32_t>(length), codeBytes(start, length)});
-    record.architecture = kArchitecture64;
-    record.methodName = facts.methodName;
-    record.className = facts.className;
-    record.sourceFileName = facts.sourceFile;
-    record.languageType = kLanguageJava;
+    describeJava(record, facts);
     record.nativeToSource = lineEntries(start, ranges.outerStretches(), facts);
     return record;
 }
@@ -264,11 +270,7 @@ std::vector<tw::InlineRecord> JvmAgent::inlineRecords(const InlineRanges& ranges
         child.startAddress = range.start;
         child.length = static_cast<std::uint32_t>(range.end - range.start);
         child.code = codeBytes(range.start, range.end - range.start);
-        child.architecture = kArchitecture64;
-        child.methodName = facts.methodName;
-        child.className = facts.className;
-        child.sourceFileName = facts.sourceFile;
-        child.languageType = kLanguageJava;
+        describeJava(child, facts);
         child.nativeToSource = lineEntries(range.start, range.stretches, facts);
         inlines.push_back(std::move(child));
     }
