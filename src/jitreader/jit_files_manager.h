@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <tuple>
 #include <vector>
 
 namespace korvane_3_10 {
@@ -31,8 +32,8 @@ public:
         std::int64_t m_seconds = 0;
         std::int64_t m_nanoseconds = 0;
         bool operator==(const FileStamp& other) const {
-            return m_seen == other.m_seen && m_size == other.m_size && m_seconds == other.m_seconds &&
-                   m_nanoseconds == other.m_nanoseconds;
+            return std::tie(m_seen, m_size, m_seconds, m_nanoseconds) ==
+                   std::tie(other.m_seen, other.m_size, other.m_seconds, other.m_nanoseconds);
         }
     };
 
