@@ -19,12 +19,6 @@ typedef LoadRecordFields::Version Version;
 const char* const kDynamicCode = "[Dynamic code]";
 const char* const kCompiledJavaCode = "[Compiled Java code]";
 
-// The load record of a type number, if it has the layout of that version.
-bool isLoadOfVersion(u32_t type, unsigned version) {
-    const jittrace::RecordTypeInfo* info = jittrace::findRecordType(type);
-    return info && info->kind == jittrace::rkLoad && info->version == version;
-}
-
 // The older load records are refused as a whole when they run past their
 // payload, so their fields need no report of their own.
 class IgnoredFields : public LoadRecordFields::FieldCheck {
@@ -223,12 +217,9 @@ bool JitFileDecoder::decodeCodeRecord(const Record& record, JitMethod::Ptr& meth
         return false;
     switch (info->kind) {
     case jittrace::rkLoad:
-        if (info->version == 0)
-            return decodeMethodLoadRecordV0(record, method);
-        if (info->version == 1)
-            return decodeMethodLoadRecordV1(record, method);
-        if (info->version == 2)
-            return decodeMethodLoadRecordV2(record, method);
+        // The table's version numbers 0 to 3 are the versions of the layout.
+        if (info->version < 3)
+            return decodeOlderLoadRecord(record, method, static_cast<Version>(info->version));
         return decodeMethodLoadRecordV3(record, method, isInlined);
     case jittrace::rkUpdate:
         return decodeMethodLoadRecordV3(record, method, isInlined);
@@ -239,24 +230,6 @@ bool JitFileDecoder::decodeCodeRecord(const Record& record, JitMethod::Ptr& meth
     default:
         return false;
     }
-}
-
-bool JitFileDecoder::decodeMethodLoadRecordV0(const Record& record, JitMethod::Ptr& method) const {
-    if (!isLoadOfVersion(record.type, 0))
-        return false;
-    return decodeOlderLoadRecord(record, method, Version::V0);
-}
-
-bool JitFileDecoder::decodeMethodLoadRecordV1(const Record& record, JitMethod::Ptr& method) const {
-    if (!isLoadOfVersion(record.type, 1))
-        return false;
-    return decodeOlderLoadRecord(record, method, Version::V1);
-}
-
-bool JitFileDecoder::decodeMethodLoadRecordV2(const Record& record, JitMethod::Ptr& method) const {
-    if (!isLoadOfVersion(record.type, 2))
-        return false;
-    return decodeOlderLoadRecord(record, method, Version::V2);
 }
 
 bool JitFileDecoder::decodeOlderLoadRecord(const Record& record, JitMethod::Ptr& method, Version version) const {

@@ -37,9 +37,6 @@ public:
     // Decodes a code record with the operation of its type; false for any other record.
     // isInlined is written by V3 loads and FunctionUpdate records only.
     bool decodeCodeRecord(const Record& record, JitMethod::Ptr& method, korvane_bool_t* isInlined);
-    bool decodeMethodLoadRecordV0(const Record& record, JitMethod::Ptr& method) const;
-    bool decodeMethodLoadRecordV1(const Record& record, JitMethod::Ptr& method) const;
-    bool decodeMethodLoadRecordV2(const Record& record, JitMethod::Ptr& method) const;
     bool decodeMethodLoadRecordV3(const Record& record, JitMethod::Ptr& method, korvane_bool_t* isInlined);
     bool decodeMethodInlineLoadRecord(const Record& record, JitMethod::Ptr& method) const;
     bool decodeMethodUpdateRecordV2(const Record& record, JitMethod::Ptr& method) const;
