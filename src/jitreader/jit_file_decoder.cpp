@@ -73,6 +73,16 @@ bool isRefused(const FieldRefusal& refusal) {
     return true;
 }
 
+// Reads the fields of a record with its size check; false, with the refusal
+// logged, when a field holds a value the record may not.
+template <typename Fields>
+bool readFields(const JitFileDecoder::Record& record, FieldReader::Check& check, Fields& fields) {
+    PayloadReader payload(record.data);
+    FieldReader in(payload, check);
+    fields = Fields::read(in);
+    return !isRefused(fields.refusal);
+}
+
 bool isJavaClassShape(const std::string& className) {
     return !className.empty() && className.front() == 'L' && className.back() == ';';
 }
@@ -331,11 +341,9 @@ bool JitFileDecoder::decodeMethodInlineLoadRecord(const Record& record, JitMetho
                    record.type == KORVANE3_TRACE_JITTRACE(FunctionInlineLoad64));
     KORVANE_ASSERT_TEXT(!record.data.empty(), "traceSize");
     ensureMethod(method);
-    PayloadReader payload(record.data);
     SizeCheck checkTraceSize;
-    FieldReader in(payload, checkTraceSize);
-    const InlineRecordFields fields = InlineRecordFields::read(in);
-    if (isRefused(fields.refusal))
+    InlineRecordFields fields;
+    if (!readFields(record, checkTraceSize, fields))
         return false;
 
     const CodeRangeFields& range = fields.range;
@@ -360,11 +368,9 @@ bool JitFileDecoder::decodeMethodUpdateRecordV2(const Record& record, JitMethod:
     KORVANE_ASSERT(record.type == KORVANE3_TRACE_JITTRACE(FunctionUpdate_v2));
     ensureMethod(method);
     KORVANE_ASSERT_TEXT(!record.data.empty(), "traceLen");
-    PayloadReader payload(record.data);
     LengthCheck checkTraceLen;
-    FieldReader in(payload, checkTraceLen);
-    const UpdateRecordFields fields = UpdateRecordFields::read(in);
-    if (isRefused(fields.refusal))
+    UpdateRecordFields fields;
+    if (!readFields(record, checkTraceLen, fields))
         return false;
 
     const CodeRangeFields& range = fields.range;
