@@ -14,6 +14,7 @@
 
 #include <log4cplus/loglevel.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <dirent.h>
@@ -172,12 +173,7 @@ TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolvedQuickly) {
 TEST(HostileInputTest, TheMethodReportOfInlinesIsBounded) {
     using korvane_test::methodOf;
     using korvane_test::regionAt;
-    const auto lines = [](const std::string& text) {
-        std::size_t count = 0;
-        for (std::size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 1))
-            ++count;
-        return count;
-    };
+    const auto lines = [](const std::string& text) { return std::count(text.begin(), text.end(), '\n'); };
     const auto inlineOf = [&](Region& parent, u32_t id, address_t start, u32_t length) {
         const JitMethod::Ptr inlined = methodOf(id).named("", "m" + std::to_string(id));
         inlined->addCodeRegion(regionAt(start, length));
@@ -191,7 +187,7 @@ TEST(HostileInputTest, TheMethodReportOfInlinesIsBounded) {
     for (u32_t k = 1; k <= 200; ++k)
         region = inlineOf(*region, k + 1, 0x1000 + k, 0x1000 - 2 * k);
     const std::string deepReport = korvane_3_10::dumpRegions(*deep);
-    EXPECT_EQ(1u + 64u, lines(deepReport));
+    EXPECT_EQ(1 + 64, lines(deepReport));
     EXPECT_NE(std::string::npos, deepReport.find(std::string(256 - 1, ' ') + "#1 m65 (method id = 0x41"));
 
     const JitMethod::Ptr wide = methodOf(1).named("", "wide");
@@ -199,7 +195,7 @@ TEST(HostileInputTest, TheMethodReportOfInlinesIsBounded) {
     for (u32_t k = 0; k < 1500; ++k)
         inlineOf(*wide->codeRegions().front(), k + 2, 0x1000 + k, 1);
     const std::string wideReport = korvane_3_10::dumpRegions(*wide);
-    EXPECT_EQ(1u + 1000u + 1u, lines(wideReport));
+    EXPECT_EQ(1 + 1000 + 1, lines(wideReport));
     EXPECT_EQ(wideReport.size() - std::strlen("   #1000 m1001 (method id = 0x3e9, ip range = 0x13e7-0x13e8)\n    ..."),
               wideReport.find("   #1000 m1001 (method id = 0x3e9, ip range = 0x13e7-0x13e8)\n    ..."));
 }

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <dirent.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -55,14 +54,10 @@ JavaRun runWorkload(const std::string& agentOptions, const std::string& workDir,
 // The process id in the name of the one trace file of a directory.
 std::uint32_t tracedProcess(const std::string& directory) {
     std::uint32_t pid = 0;
-    DIR* listing = ::opendir(directory.c_str());
-    for (dirent* entry = listing ? ::readdir(listing) : nullptr; entry; entry = ::readdir(listing)) {
-        const std::string name = entry->d_name;
-        if (name.size() > 4 && name.compare(name.size() - 4, 4, ".jit") == 0)
-            pid = static_cast<std::uint32_t>(std::stoul(name.substr(sizeof(kHost), name.size() - 4)));
-    }
-    if (listing)
-        ::closedir(listing);
+    std::error_code missing;
+    for (const auto& entry : std::filesystem::directory_iterator(directory, missing))
+        if (entry.path().extension() == ".jit")
+            pid = static_cast<std::uint32_t>(std::stoul(entry.path().stem().extension().string().substr(1)));
     return pid;
 }
 
