@@ -2,14 +2,11 @@
 // that are no regular files, unlistable directories, records that claim far more
 // than they hold, damaged processes asked again and again, and many small traces.
 // Every odd file is made here, in a temporary directory.
-#include "test_support.h"
 #include "trace_builder.h"
 #include "trace_decoding_support.h"
 
 #include "jitreader/jit_file_decoder.h"
 #include "jitreader/method_report.h"
-#include "jitreader/jit_trace_format.h"
-#include "platform/debug.h"
 
 #include <boost/filesystem/operations.hpp>
 
@@ -17,15 +14,14 @@
 
 #include <log4cplus/loglevel.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -49,20 +45,18 @@ using korvane_tracewriter::InlineRecord;
 using korvane_tracewriter::TraceWriter;
 namespace jt = korvane_3_10::jittrace;
 
-// Time that a test of work in proportion to its input may take: the release
-// build's, and far more under the sanitizers and without optimisation.
-double budgetSeconds(double release) {
+// A resolver over the directory, made within the time that work in proportion to its input may take: the
+// release build's, and far more under the sanitizers and without optimisation. The time taken is shown.
+boost::intrusive_ptr<ISymbolResolver> resolverWithin(double releaseSeconds, const TempDir& dir, const std::string& what) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(NDEBUG)
-    return release * 30;
-#else
-    return release;
+    releaseSeconds *= 30;
 #endif
-}
-
-double secondsOf(const std::function<void()>& work) {
     const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    boost::intrusive_ptr<ISymbolResolver> resolver = korvane_test::resolverOver({dir.str()});
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    std::printf("%s: %.3f s\n", what.c_str(), seconds);
+    EXPECT_LT(seconds, releaseSeconds) << what;
+    return resolver;
 }
 
 // ---------------------------------------------------------------------------
@@ -72,9 +66,9 @@ const u32_t kDepth = 16000;
 const u64_t kOuterStart = 0x7f0000100000;
 const u32_t kOuterLength = 0x10000;
 
-// Level k of the chain: [start + k, end - k), line k, one code byte.
-InlineRecord level(u32_t k, u32_t id, u32_t parentId) {
-    InlineRecord record = korvane_test::inlineAt(id, parentId, kOuterStart + k, kOuterLength - 2 * k, 10, k);
+// Inline k: "inlined<k>" on line k, with one code byte.
+InlineRecord inlineNumber(u32_t k, u32_t id, u32_t parentId, u64_t start, u32_t length) {
+    InlineRecord record = korvane_test::inlineAt(id, parentId, start, length, 10, k);
     record.code.assign(1, 0xcc);
     record.methodName = "inlined" + std::to_string(k);
     return record;
@@ -87,12 +81,13 @@ korvane_tracewriter::LoadRecord outer(u32_t id) {
     return record;
 }
 
-// An agent without method ids: the method first, then each inline inside the one before.
+// An agent without method ids: the method first, then each inline inside the one before: level k covers
+// [start + k, end - k).
 TraceWriter chainByAddress() {
     TraceWriter trace;
     trace.magic().loadV3(outer(0));
     for (u32_t k = 1; k <= kDepth; ++k)
-        trace.inlineLoad(level(k, 0, 0));
+        trace.inlineLoad(inlineNumber(k, 0, 0, kOuterStart + k, kOuterLength - 2 * k));
     return trace;
 }
 
@@ -101,7 +96,7 @@ TraceWriter chainByAddress() {
 TraceWriter chainByIds() {
     TraceWriter trace = profilerTrace();
     for (u32_t k = kDepth; k >= 1; --k)
-        trace.inlineLoad(level(k, 1000 + k, k == 1 ? 1 : 1000 + k - 1));
+        trace.inlineLoad(inlineNumber(k, 1000 + k, k == 1 ? 1 : 1000 + k - 1, kOuterStart + k, kOuterLength - 2 * k));
     return trace.loadV3(outer(1));
 }
 
@@ -135,10 +130,7 @@ TEST(HostileInputTest, SixteenThousandNestedInlinesAreResolvedQuickly) {
         SCOPED_TRACE(c.name);
         TempDir dir;
         dir.write("h.1.jit", c.trace);
-        boost::intrusive_ptr<ISymbolResolver> resolver;
-        const double seconds = secondsOf([&] { resolver = korvane_test::resolverOver({dir.str()}); });
-        std::printf("%u nested inlines %s: %.3f s\n", kDepth, c.name, seconds);
-        EXPECT_LT(seconds, budgetSeconds(1.0));
+        const auto resolver = resolverWithin(1.0, dir, std::to_string(kDepth) + " nested inlines " + c.name);
         ASSERT_TRUE(resolver);
         expectChainAtTheDeepestAddress(*resolver);
 
@@ -160,19 +152,12 @@ TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolvedQuickly) {
         SCOPED_TRACE(byIds ? "by ids" : "by address");
         TraceWriter trace = byIds ? profilerTrace() : TraceWriter().magic();
         trace.loadV3(outer(byIds ? 1 : 0));
-        for (u32_t k = 0; k < kDepth; ++k) {
-            InlineRecord record = korvane_test::inlineAt(byIds ? 1000 + k : 0, byIds ? 1 : 0, kOuterStart + 2 * k,
-                                                         2, 10, k);
-            record.code.assign(1, 0xcc);
-            record.methodName = "inlined" + std::to_string(k);
-            trace.inlineLoad(record);
-        }
+        for (u32_t k = 0; k < kDepth; ++k)
+            trace.inlineLoad(inlineNumber(k, byIds ? 1000 + k : 0, byIds ? 1 : 0, kOuterStart + 2 * k, 2));
         TempDir dir;
         dir.write("h.1.jit", trace);
-        boost::intrusive_ptr<ISymbolResolver> resolver;
-        const double seconds = secondsOf([&] { resolver = korvane_test::resolverOver({dir.str()}); });
-        std::printf("%u inlines side by side %s: %.3f s\n", kDepth, byIds ? "by ids" : "by address", seconds);
-        EXPECT_LT(seconds, budgetSeconds(1.0));
+        const auto resolver =
+            resolverWithin(1.0, dir, std::to_string(kDepth) + " inlines side by side " + (byIds ? "by ids" : "by address"));
         ASSERT_TRUE(resolver);
         const ICodeRegion::Ptr region = resolver->getSymbols().current()->getRegions().current();
         for (u32_t k = 0; k < kDepth; k += 997) {
@@ -188,12 +173,7 @@ TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolvedQuickly) {
 TEST(HostileInputTest, TheMethodReportOfInlinesIsBounded) {
     using korvane_test::methodOf;
     using korvane_test::regionAt;
-    const auto lines = [](const std::string& text) {
-        std::size_t count = 0;
-        for (std::size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 1))
-            ++count;
-        return count;
-    };
+    const auto lines = [](const std::string& text) { return std::count(text.begin(), text.end(), '\n'); };
     const auto inlineOf = [&](Region& parent, u32_t id, address_t start, u32_t length) {
         const JitMethod::Ptr inlined = methodOf(id).named("", "m" + std::to_string(id));
         inlined->addCodeRegion(regionAt(start, length));
@@ -207,7 +187,7 @@ TEST(HostileInputTest, TheMethodReportOfInlinesIsBounded) {
     for (u32_t k = 1; k <= 200; ++k)
         region = inlineOf(*region, k + 1, 0x1000 + k, 0x1000 - 2 * k);
     const std::string deepReport = korvane_3_10::dumpRegions(*deep);
-    EXPECT_EQ(1u + 64u, lines(deepReport));
+    EXPECT_EQ(1 + 64, lines(deepReport));
     EXPECT_NE(std::string::npos, deepReport.find(std::string(256 - 1, ' ') + "#1 m65 (method id = 0x41"));
 
     const JitMethod::Ptr wide = methodOf(1).named("", "wide");
@@ -215,7 +195,7 @@ TEST(HostileInputTest, TheMethodReportOfInlinesIsBounded) {
     for (u32_t k = 0; k < 1500; ++k)
         inlineOf(*wide->codeRegions().front(), k + 2, 0x1000 + k, 1);
     const std::string wideReport = korvane_3_10::dumpRegions(*wide);
-    EXPECT_EQ(1u + 1000u + 1u, lines(wideReport));
+    EXPECT_EQ(1 + 1000 + 1, lines(wideReport));
     EXPECT_EQ(wideReport.size() - std::strlen("   #1000 m1001 (method id = 0x3e9, ip range = 0x13e7-0x13e8)\n    ..."),
               wideReport.find("   #1000 m1001 (method id = 0x3e9, ip range = 0x13e7-0x13e8)\n    ..."));
 }
@@ -241,14 +221,7 @@ TEST(HostileInputTest, OnlyRegularFilesAreCataloguedAndTheRestIsNamedInAWarning)
     const std::string fifo = root.file("d/h.4.jit");
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
     const std::string socketPath = root.file("d/h.5.jit");
-    const int socketFd = socket(AF_UNIX, SOCK_STREAM, 0);
-    ASSERT_LE(0, socketFd);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    ASSERT_LT(socketPath.size(), sizeof(address.sun_path));
-    std::strcpy(address.sun_path, socketPath.c_str());
-    ASSERT_EQ(0, bind(socketFd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
-    close(socketFd);
+    ASSERT_TRUE(korvane_test::makeSocket(socketPath));
     const std::string device = root.file("d/h.6.jit");
     ASSERT_EQ(0, symlink("/dev/null", device.c_str()));
     const std::string loop = root.file("d/h.7.jit");
@@ -262,46 +235,39 @@ TEST(HostileInputTest, OnlyRegularFilesAreCataloguedAndTheRestIsNamedInAWarning)
         skipped(loop, "its type can't be read: Too many levels of symbolic links"),
         skipped(directory, "it is a directory, not a regular file")};
 
-    const auto expectWarnings = [&](const LogCapture& log) {
-        const std::vector<std::string> lines = log.messages(log4cplus::WARN_LOG_LEVEL);
-        ASSERT_EQ(warnings.size(), lines.size());
-        for (std::size_t i = 0; i < warnings.size(); ++i)
-            EXPECT_EQ(0u, lines[i].find(warnings[i])) << lines[i];
-        EXPECT_TRUE(log.messages(log4cplus::ERROR_LOG_LEVEL).empty());
-    };
-    {
-        LogCapture log(log4cplus::WARN_LOG_LEVEL);
-        const boost::intrusive_ptr<ISymbolResolver> resolver = korvane_test::resolverOver({d});
-        ASSERT_TRUE(resolver);
-        expectWarnings(log);
-        std::vector<std::string> names;
-        for (auto walk = resolver->getSymbols(); !walk.at_end(); walk.next())
-            names.push_back(walk.current()->getMethodName());
-        EXPECT_EQ(std::vector<std::string>({"App::plain", "App::linked"}), names);
-    }
-    {
-        LogCapture log(log4cplus::WARN_LOG_LEVEL);
-        const boost::intrusive_ptr<IJitLoader> loader = korvane_test::loaderOver({d});
-        ASSERT_TRUE(loader);
-        expectWarnings(log);
-        jit_rva_t jitRva = 0;
-        IModule::Ptr module;
-        EXPECT_EQ(meSuccess, loader->resolveJitPoint(10, 0x2004, 2, 1, &jitRva, module));
-        ASSERT_TRUE(module);
-        EXPECT_STREQ("/opt/app/liblinked.so", module->getFilePath());
-    }
-    {
-        LogCapture log(log4cplus::WARN_LOG_LEVEL);
-        PathList paths({d});
-        const boost::intrusive_ptr<IJitProcesses> processes = IJitProcesses::create(paths.iterator());
-        ASSERT_TRUE(processes);
-        expectWarnings(log);
-        std::vector<u32_t> pids;
-        for (auto walk = processes->getJitProcessId(); !walk.at_end(); walk.next())
-            pids.push_back(walk.current());
-        EXPECT_EQ(std::vector<u32_t>({1, 2}), pids);
-    }
+    // Each front end names every skipped entry once.
+    LogCapture log(log4cplus::WARN_LOG_LEVEL);
+    const boost::intrusive_ptr<ISymbolResolver> resolver = korvane_test::resolverOver({d});
+    ASSERT_TRUE(resolver);
+    EXPECT_EQ(std::vector<std::string>({"App::plain", "App::linked"}), korvane_test::methodNames(*resolver));
+    const boost::intrusive_ptr<IJitLoader> loader = korvane_test::loaderOver({d});
+    ASSERT_TRUE(loader);
+    jit_rva_t jitRva = 0;
+    IModule::Ptr module;
+    EXPECT_EQ(meSuccess, loader->resolveJitPoint(10, 0x2004, 2, 1, &jitRva, module));
+    ASSERT_TRUE(module);
+    EXPECT_STREQ("/opt/app/liblinked.so", module->getFilePath());
+    EXPECT_EQ(std::vector<u32_t>({1, 2}), korvane_test::processesOver({d}));
+    const std::vector<std::string> lines = log.messages(log4cplus::WARN_LOG_LEVEL);
+    ASSERT_EQ(3 * warnings.size(), lines.size());
+    for (std::size_t i = 0; i < lines.size(); ++i)
+        EXPECT_EQ(0u, lines[i].find(warnings[i % warnings.size()])) << lines[i];
+    EXPECT_TRUE(log.messages(log4cplus::ERROR_LOG_LEVEL).empty());
 }
+
+typedef skeinkit2::generic_iterator_t<const char*> Paths;
+
+// Each front end's create, and whether it made one.
+const struct Front {
+    const char* name;
+    bool (*create)(Paths&);
+} kFronts[] = {{"symbol resolver",
+                [](Paths& paths) {
+                    boost::intrusive_ptr<ISymbolFileLocator> noLocator;
+                    return bool(ISymbolResolver::create(paths, noLocator));
+                }},
+               {"jit loader", [](Paths& paths) { return bool(IJitLoader::create(paths)); }},
+               {"process list", [](Paths& paths) { return bool(IJitProcesses::create(paths)); }}};
 
 // Runs the work with the file system rights of user "nobody" when the test runs
 // as root, for whom no mode bit stops a listing.
@@ -321,6 +287,24 @@ void withoutRootRights(const std::function<void()>& work) {
     work();
 }
 
+// Runs each front end's create over the paths, as "nobody" if asked; each must fail with one ERROR line that
+// begins with the text.
+void expectEachCreateFails(const std::function<Paths()>& paths, bool asNobody,
+                           const std::function<std::string(const Front&)>& error) {
+    for (const Front& front : kFronts) {
+        SCOPED_TRACE(front.name);
+        LogCapture log(log4cplus::WARN_LOG_LEVEL);
+        Paths walk = paths();
+        bool created = true;
+        const std::function<void()> create = [&] { EXPECT_NO_THROW(created = front.create(walk)); };
+        asNobody ? withoutRootRights(create) : create();
+        EXPECT_FALSE(created);
+        const std::vector<std::string> errors = log.messages(log4cplus::ERROR_LOG_LEVEL);
+        ASSERT_EQ(1u, errors.size());
+        EXPECT_EQ(0u, errors.front().find(error(front))) << errors.front();
+    }
+}
+
 TEST(HostileInputTest, ADirectoryThatCantBeListedMakesCreateReturnNullWithAnError) {
     TempDir root;
     const std::string locked = root.mkdir("locked");
@@ -338,27 +322,10 @@ TEST(HostileInputTest, ADirectoryThatCantBeListedMakesCreateReturnNullWithAnErro
         GTEST_SKIP() << "this user may list a directory of mode 0311, so no listing fails here";
     }
 
-    const std::string error = "Couldn't list the directory " + locked + ": Permission denied, at file: ";
-    struct Front {
-        const char* name;
-        std::function<bool(PathList&)> create;
-    };
-    boost::intrusive_ptr<ISymbolFileLocator> noLocator;
-    const Front fronts[] = {
-        {"ISymbolResolver", [&](PathList& p) { return bool(ISymbolResolver::create(p.iterator(), noLocator)); }},
-        {"IJitLoader", [](PathList& p) { return bool(IJitLoader::create(p.iterator())); }},
-        {"IJitProcesses", [](PathList& p) { return bool(IJitProcesses::create(p.iterator())); }}};
-    for (const Front& front : fronts) {
-        SCOPED_TRACE(front.name);
-        LogCapture log(log4cplus::WARN_LOG_LEVEL);
-        PathList paths({locked});
-        bool created = true;
-        withoutRootRights([&] { created = front.create(paths); });
-        EXPECT_FALSE(created);
-        const std::vector<std::string> errors = log.messages(log4cplus::ERROR_LOG_LEVEL);
-        ASSERT_EQ(1u, errors.size());
-        EXPECT_EQ(0u, errors.front().find(error)) << errors.front();
-    }
+    PathList paths({locked});
+    expectEachCreateFails([&] { return paths.iterator(); }, true, [&](const Front&) {
+        return "Couldn't list the directory " + locked + ": Permission denied, at file: ";
+    });
     chmod(locked.c_str(), 0755);
 }
 
@@ -384,30 +351,10 @@ private:
 TEST(HostileInputTest, AnExceptionInsideCreateBecomesNullAndAnErrorLine) {
     TempDir dir;
     dir.write("h.1.jit", profilerTrace().loadV3(methodAt(1, 0x1000, 0x40, 10, "read")));
-    boost::intrusive_ptr<ISymbolFileLocator> noLocator;
-    const struct {
-        const char* name;
-        std::function<bool(skeinkit2::generic_iterator_t<const char*>&)> create;
-    } fronts[] = {
-        {"symbol resolver", [&](skeinkit2::generic_iterator_t<const char*>& p) {
-             return bool(ISymbolResolver::create(p, noLocator));
-         }},
-        {"jit loader", [](skeinkit2::generic_iterator_t<const char*>& p) { return bool(IJitLoader::create(p)); }},
-        {"process list",
-         [](skeinkit2::generic_iterator_t<const char*>& p) { return bool(IJitProcesses::create(p)); }}};
-    for (const auto& front : fronts) {
-        SCOPED_TRACE(front.name);
-        LogCapture log(log4cplus::WARN_LOG_LEVEL);
-        skeinkit2::generic_iterator_t<const char*> paths{BreakingPaths(dir.str())};
-        bool created = true;
-        EXPECT_NO_THROW(created = front.create(paths));
-        EXPECT_FALSE(created);
-        const std::vector<std::string> errors = log.messages(log4cplus::ERROR_LOG_LEVEL);
-        ASSERT_EQ(1u, errors.size());
-        EXPECT_EQ(0u, errors.front().find(std::string("Couldn't create the ") + front.name +
-                                          ": the host's iterator broke, at file: "))
-            << errors.front();
-    }
+    expectEachCreateFails([&] { return Paths{BreakingPaths(dir.str())}; }, false, [](const Front& front) {
+                              return std::string("Couldn't create the ") + front.name +
+                                     ": the host's iterator broke, at file: ";
+                          });
 }
 
 // ---------------------------------------------------------------------------
@@ -436,9 +383,7 @@ TEST(HostileInputTest, ARecordClaimingManyRangesReportsItsOverrunOnce) {
     TempDir dir;
     dir.write("h.1.jit", trace);
     LogCapture log(log4cplus::WARN_LOG_LEVEL);
-    boost::intrusive_ptr<ISymbolResolver> resolver;
-    const double seconds = secondsOf([&] { resolver = korvane_test::resolverOver({dir.str()}); });
-    EXPECT_LT(seconds, budgetSeconds(0.1));
+    const auto resolver = resolverWithin(0.1, dir, "75 records claiming many ranges");
     ASSERT_TRUE(resolver);
     EXPECT_TRUE(resolver->getSymbols().at_end());
     EXPECT_EQ(75u, log.count("Assertion failed: bytesRead < traceSize"));
@@ -544,10 +489,7 @@ TEST(HostileInputTest, TenThousandOneMethodTracesAreReadQuicklyAndCorrectly) {
     for (u32_t pid = 1; pid <= kTraces; ++pid)
         dir.write("h." + std::to_string(pid) + ".jit",
                   profilerTrace().loadV3(methodAt(1, 0x1000 + pid * 0x100, 0x40, 10, "m" + std::to_string(pid))));
-    boost::intrusive_ptr<ISymbolResolver> resolver;
-    const double seconds = secondsOf([&] { resolver = korvane_test::resolverOver({dir.str()}); });
-    std::printf("%u one-method traces: %.3f s\n", kTraces, seconds);
-    EXPECT_LT(seconds, budgetSeconds(2.0));
+    const auto resolver = resolverWithin(2.0, dir, std::to_string(kTraces) + " one-method traces");
     ASSERT_TRUE(resolver);
 
     // Files are numbered in the order of their names; each method at its own jit RVA and process.

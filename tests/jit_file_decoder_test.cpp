@@ -123,12 +123,14 @@ Decoded decodeCut(const RecordKind& kind, std::size_t length, DecoderSetup setup
 
 class TruncationTest : public ::testing::TestWithParam<RecordKind> {};
 
-TEST_P(TruncationTest, APayloadCutAnywhereIsRefusedOrReported) {
+// However far a field reaches past the cut, the record says so once.
+TEST_P(TruncationTest, APayloadCutAnywhereIsRefusedOrReportedOnce) {
     const RecordKind& kind = GetParam();
     const Decoded whole = decodeCut(kind, kind.payload.size());
     EXPECT_TRUE(whole.accepted);
     EXPECT_EQ(0u, whole.assertions);
     for (std::size_t length = 1; length < kind.payload.size(); ++length) {
+        LogCapture log;
         const Decoded cut = decodeCut(kind, length);
         if (kind.refused)
             EXPECT_TRUE(!cut.accepted && cut.nextJitRva == kStartJitRva &&
@@ -136,15 +138,6 @@ TEST_P(TruncationTest, APayloadCutAnywhereIsRefusedOrReported) {
                 << "cut to " << length << ":\n" << describe(*cut.method);
         else
             EXPECT_TRUE(!cut.accepted || cut.assertions > 0) << "cut to " << length;
-    }
-}
-
-// However far a field reaches past the cut, the record says so once.
-TEST_P(TruncationTest, APayloadCutAnywhereReportsItsOverrunOnce) {
-    const RecordKind& kind = GetParam();
-    for (std::size_t length = 1; length < kind.payload.size(); ++length) {
-        LogCapture log;
-        decodeCut(kind, length);
         EXPECT_GE(1u, log.count("Assertion failed: bytesRead")) << "cut to " << length;
     }
 }

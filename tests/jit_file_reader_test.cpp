@@ -9,8 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 namespace {
 
 using namespace korvane_test;
@@ -46,14 +44,6 @@ Reading read(const TraceWriter& trace, JitDataManager& manager, target_arch_t ar
     reading.finalized = log.count("ENTER: void korvane_3_10::JitDataManager::finalize()") == 1;
     reading.nextJitRva = file.decoder().nextJitRva();
     return reading;
-}
-
-Names methodNames(const JitDataManager& manager) {
-    Names names;
-    for (auto walk = manager.getJitMethods(); !walk.at_end(); walk.next())
-        names.push_back(walk.current()->getMethodName());
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 const JitMethod& methodNamed(const JitDataManager& manager, const std::string& name) {

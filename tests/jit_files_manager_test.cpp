@@ -1,7 +1,7 @@
 // The catalogue and its public listing: names, scan order, host ids, jit RVA ranges and failures, on real directories.
 #include "jitreader/jit_files_manager.h"
 
-#include "test_support.h"
+#include "trace_builder.h"
 
 #include <boost/filesystem/operations.hpp>
 
@@ -131,7 +131,7 @@ TEST(JitFilesManagerTest, CatalogueOrdersNumbersAndNamesWhatItFinds) {
 }
 
 // The first path that is no directory, and the first badly named file, end the
-// scan; what was catalogued before stays. Both front ends over the same paths agree.
+// scan; what was catalogued before stays. The front ends over the same paths agree.
 TEST(JitFilesManagerTest, ScansEndAtTheFirstFailure) {
     struct Case {
         const char* name;
@@ -139,23 +139,26 @@ TEST(JitFilesManagerTest, ScansEndAtTheFirstFailure) {
         std::vector<std::string> paths;
         korvane_error_t result;
         std::vector<u32_t> pids;
+        const char* host; // of id 1
     };
     const std::vector<Case> cases = {
-        {"nothing", {}, {}, meSuccess, {}},
-        {"no trace", {"d/notes.txt"}, {"d"}, meSuccess, {}},
-        {"hosts of one pid", {"d/b.9.jit", "d/a.9.jit", "d/a.3.jit"}, {"d"}, meSuccess, {3, 9, 9}},
-        {"a file", {"d/h.1.jit"}, {"d/h.1.jit"}, meNotADirectory, {}},
-        {"missing after", {"d/h.1.jit"}, {"d", "z-missing"}, meNotADirectory, {1}},
-        {"missing before", {"d/h.1.jit"}, {"d", "0-missing"}, meNotADirectory, {}},
-        {"bad name first", {"d/0.jit", "d/h.1.jit"}, {"d"}, meNotFound, {}},
-        {"bad name last", {"d/a.1.jit", "d/z.jit"}, {"d"}, meNotFound, {1}},
+        {"nothing", {}, {}, meSuccess, {}, nullptr},
+        {"no trace", {"d/notes.txt"}, {"d"}, meSuccess, {}, nullptr},
+        {"hosts of one pid", {"d/b.9.jit", "d/a.9.jit", "d/a.3.jit"}, {"d"}, meSuccess, {3, 9, 9}, "a"},
+        {"a file", {"d/h.1.jit"}, {"d/h.1.jit"}, meNotADirectory, {}, nullptr},
+        {"missing after", {"d/h.1.jit"}, {"d", "z-missing"}, meNotADirectory, {1}, nullptr},
+        {"missing before", {"d/h.1.jit"}, {"d", "0-missing"}, meNotADirectory, {}, nullptr},
+        {"bad name first", {"d/0.jit", "d/h.1.jit"}, {"d"}, meNotFound, {}, nullptr},
+        {"bad name last", {"d/a.1.jit", "d/z.jit"}, {"d"}, meNotFound, {1}, nullptr},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         TempDir root;
         std::vector<std::string> paths;
-        for (const std::string& file : c.files)
-            writeFiles(root, {{file, 3}});
+        for (const std::string& file : c.files) {
+            boost::filesystem::create_directories(boost::filesystem::path(root.file(file)).parent_path());
+            root.write(file, korvane_test::profilerTrace().loadV3(korvane_test::methodAt(1, 0x1000, 0x20, 10, "run")));
+        }
         for (const std::string& path : c.paths)
             paths.push_back(root.file(path));
         PathList list(paths);
@@ -172,15 +175,17 @@ TEST(JitFilesManagerTest, ScansEndAtTheFirstFailure) {
         // Every case has one file a process; a failed scan lists nothing.
         EXPECT_EQ(c.result == meSuccess ? c.pids : std::vector<u32_t>(), filePids);
 
-        PathList again(paths);
-        const boost::intrusive_ptr<IJitProcesses> processes = IJitProcesses::create(again.iterator());
-        ASSERT_EQ(c.result == meSuccess, static_cast<bool>(processes));
-        if (!processes)
+        const bool made = c.result == meSuccess;
+        EXPECT_EQ(made ? std::optional<std::vector<u32_t>>(c.pids) : std::nullopt, korvane_test::processesOver(paths));
+        const boost::intrusive_ptr<ISymbolResolver> resolver = korvane_test::resolverOver(paths);
+        ASSERT_EQ(made, static_cast<bool>(resolver));
+        if (!resolver)
             continue;
-        std::vector<u32_t> listed;
-        for (auto walk = processes->getJitProcessId(); !walk.at_end(); walk.next())
-            listed.push_back(walk.current());
-        EXPECT_EQ(c.pids, listed);
+        EXPECT_EQ(c.pids.size(), korvane_test::methodNames(*resolver).size());
+        const char* host = "x";
+        EXPECT_EQ(meSuccess, resolver->getHostNameById(1, &host));
+        EXPECT_STREQ(c.host, host);
+        EXPECT_EQ(meInvalidArgument, resolver->getHostNameById(1, nullptr));
     }
     skeinkit2::generic_iterator_t<const char*> none;
     EXPECT_EQ(meSuccess, JitFilesManager().initialize(none, taAny));

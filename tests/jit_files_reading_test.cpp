@@ -1,6 +1,6 @@
 // When catalogued files are decoded, and what a damaged file costs: read all at
 // once, read by process, and lazily by the loader at a process's first sample.
-#include "test_support.h"
+#include "model_builders.h"
 #include "trace_builder.h"
 
 #include "jitreader/jit_data_manager.h"
@@ -13,24 +13,21 @@
 
 #include <log4cplus/loglevel.h>
 
-#include <set>
+#include <string>
+#include <vector>
 
 namespace {
 
 using namespace korvane_3_10;
 using korvane_test::LogCapture;
 using korvane_test::methodAt;
+using korvane_test::methodNames;
 using korvane_test::profilerTrace;
 using korvane_test::TempDir;
 
-const u32_t kUnknownType = 99;
+typedef std::vector<std::string> Names;
 
-std::set<std::string> methodNames(const JitDataManager& manager) {
-    std::set<std::string> names;
-    for (auto walk = manager.getJitMethods(); !walk.at_end(); walk.next())
-        names.insert(walk.current()->getMethodName());
-    return names;
-}
+const u32_t kUnknownType = 99;
 
 // The second file of process 7: two methods, with a record no reader knows between them when damaged.
 korvane_tracewriter::TraceWriter secondFile(bool damaged) {
@@ -64,7 +61,7 @@ protected:
 TEST_F(JitFilesReadingTest, ReadingAllTakesWhatItCanAndLogsTheRest) {
     LogCapture log;
     EXPECT_EQ(meSuccess, files.readJitFiles(dmFull, manager));
-    EXPECT_EQ(std::set<std::string>({"App::run", "App::first", "App::second", "App::third"}), methodNames(manager));
+    EXPECT_EQ(Names({"App::first", "App::run", "App::second", "App::third"}), methodNames(manager));
     EXPECT_EQ(1u, log.count("Could not read jit file"));
     EXPECT_TRUE(log.contains("Could not read jit file " + damaged + ", at file: "));
 
@@ -80,7 +77,7 @@ TEST_F(JitFilesReadingTest, ReadingOneProcessStopsAtTheFailingFileAndStartsOverO
         SCOPED_TRACE(attempt);
         LogCapture log(log4cplus::INFO_LOG_LEVEL);
         EXPECT_EQ(meMalformedRecord, files.readJitFiles(7, hostId, dmModulesOnly, manager));
-        EXPECT_EQ(std::set<std::string>({"App::first", "App::second"}), methodNames(manager));
+        EXPECT_EQ(Names({"App::first", "App::second"}), methodNames(manager));
         // The first file and the start of the second, never the third; and
         // nothing the second time, as no file changed.
         EXPECT_EQ(attempt == 0 ? 2u : 0u, log.count("JIT TRACE: MethodLoad"));
@@ -92,7 +89,7 @@ TEST_F(JitFilesReadingTest, ReadingOneProcessStopsAtTheFailingFileAndStartsOverO
     // Once the file is whole, the next call gets through and the process counts as read.
     secondFile(false).writeTo(damaged);
     EXPECT_EQ(meSuccess, files.readJitFiles(7, hostId, dmModulesOnly, manager));
-    EXPECT_EQ(std::set<std::string>({"App::first", "App::second", "App::lost", "App::third"}), methodNames(manager));
+    EXPECT_EQ(Names({"App::first", "App::lost", "App::second", "App::third"}), methodNames(manager));
     LogCapture log(log4cplus::INFO_LOG_LEVEL);
     EXPECT_EQ(meSuccess, files.readJitFiles(7, hostId, dmModulesOnly, manager));
     EXPECT_EQ(0u, log.count("JIT TRACE: MethodLoad"));
@@ -132,11 +129,11 @@ TEST_F(JitFilesReadingTest, LoaderReadsAProcessAtItsFirstSample) {
         korvane_error_t result;
         std::size_t decoded;
     };
-    // Before the load, past the code, another process, another host; then the
-    // damaged process, read from its first file at the first sample only.
-    const std::vector<Case> misses = {{9, 0x1004, 1, 1, meNotFound, 0},         {10, 0x1040, 1, 1, meNotFound, 0},
-                                      {10, 0x1004, 3, 1, meNotFound, 0},        {10, 0x1004, 1, 2, meNotFound, 0},
-                                      {10, 0x2004, 7, 1, meMalformedRecord, 2}, {10, 0x2004, 7, 1, meMalformedRecord, 0}};
+    // Before the load, past the code, another process, another host; then the damaged process, read
+    // from its first file at the first sample only (its later samples: HostileInputTest).
+    const std::vector<Case> misses = {{9, 0x1004, 1, 1, meNotFound, 0},  {10, 0x1040, 1, 1, meNotFound, 0},
+                                      {10, 0x1004, 3, 1, meNotFound, 0}, {10, 0x1004, 1, 2, meNotFound, 0},
+                                      {10, 0x2004, 7, 1, meMalformedRecord, 2}};
     const IModule::Ptr sentinel(new Module("sentinel", meNotFound, arch_xa64));
     for (const Case& c : misses) {
         SCOPED_TRACE(::testing::Message() << c.timestamp << " " << std::hex << c.address << " " << c.pid);

@@ -40,7 +40,6 @@ class JitdumpByteOrderTest : public ::testing::TestWithParam<bool> {};
 
 TEST_P(JitdumpByteOrderTest, EveryRecordKindBecomesLoadsWithNamesLinesAndMoves) {
     TempDir dir;
-    const std::string trace = dir.mkdir("trace");
     JitdumpWriter jitdump(GetParam(), 4711, 48);
     jitdump.debugInfo(90, 0x10000, {{0x10000, 12, "/srv/app.js"}, {0x10010, 13, "\xff"}, {0x10030, 15, "\xff"}})
         .codeLoad(100, 0x10000, "JS:*walk /srv/app.js:12:5", 0x40, 1)
@@ -51,13 +50,11 @@ TEST_P(JitdumpByteOrderTest, EveryRecordKindBecomesLoadsWithNamesLinesAndMoves) 
         .codeMove(200, 0x10000, 0x50000, 0x40, 1)
         .record(3, 300, {})
         .codeLoad(310, 0x60000, "behind the close", 0x10, 4);
-    std::string problem;
-    const std::unique_ptr<JitdumpImport> import = JitdumpImport::create(jitdump.writeTo(dir.file("jit.dump")), problem);
-    ASSERT_TRUE(import) << problem;
-    import->trace().writeTo(trace + "/" + import->traceFileName(kHost));
+    const std::unique_ptr<JitdumpImport> import = importInto(dir, jitdump);
+    ASSERT_TRUE(import);
     EXPECT_EQ("8 records, 3 loads, 1 move, 3 line entries, 2 skipped; closed, 89 bytes not read", import->summary());
 
-    const auto resolver = korvane_test::resolverOver({trace});
+    const auto resolver = korvane_test::resolverOver({dir.str()});
     ASSERT_TRUE(resolver);
     auto symbols = korvane_test::symbolsByName(*resolver);
     ASSERT_EQ(3u, symbols.size());
@@ -67,7 +64,7 @@ TEST_P(JitdumpByteOrderTest, EveryRecordKindBecomesLoadsWithNamesLinesAndMoves) 
     EXPECT_STREQ("com::acme::Main::run(I)V", symbols["com::acme::Main::run"]->getQualifiedMethodName());
     EXPECT_FALSE(symbols["com::acme::Main::run"]->getSourceFile());
 
-    const auto loader = korvane_test::loaderOver({trace});
+    const auto loader = korvane_test::loaderOver({dir.str()});
     u32_t hostId = 0;
     ASSERT_EQ(meSuccess, loader->getHostIdByName(kHost, &hostId));
     struct Sample {

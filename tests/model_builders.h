@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -116,6 +117,15 @@ inline MethodSpec methodOf(korvane_3_10::u32_t rawId) {
 
 inline korvane_line_number_entry entry(korvane_3_10::u32_t start, korvane_3_10::u32_t end, korvane_3_10::u32_t line) {
     return korvane_line_number_entry{start, end, line};
+}
+
+// The names of the manager's methods, sorted.
+inline std::vector<std::string> methodNames(const korvane_3_10::JitDataManager& manager) {
+    std::vector<std::string> names;
+    for (auto walk = manager.getJitMethods(); !walk.at_end(); walk.next())
+        names.push_back(walk.current()->getMethodName());
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 // A data manager and the calls that feed it records of process kPid on host kHost.

@@ -42,25 +42,26 @@ std::string gunzip(const std::string& path) {
     return text;
 }
 
+struct Read {
+    std::unique_ptr<Report> profile;
+    bool read;
+    std::string err;
+};
+
 class ReportTest : public ::testing::Test {
 protected:
     void SetUp() override { korvane_examples::ExampleSet(m_dir.path()).write(); }
 
-    std::unique_ptr<Report> report(const std::string& host = kHost) const {
+    // A fresh report that has read the text, or the file of that name; err gets what it says.
+    Read read(const std::string& text, bool isFile = true, bool strict = false) const {
         const std::vector<std::string> dirs = {m_dir.file("session-1"), m_dir.file("session-2")};
-        return Report::create(korvane_test::loaderOver(dirs), korvane_test::resolverOver(dirs), host);
-    }
-    // Reads a file into a fresh report; err gets what it says.
-    std::unique_ptr<Report> readFile(const std::string& path, bool& read, std::ostream& err) const {
-        std::unique_ptr<Report> result = report();
-        std::ifstream in(path, std::ios::binary);
-        read = result->read(in, path, false, err);
-        return result;
-    }
-    std::unique_ptr<Report> readText(const std::string& text, bool& read, std::ostream& err) const {
-        std::unique_ptr<Report> result = report();
+        Read result{Report::create(korvane_test::loaderOver(dirs), korvane_test::resolverOver(dirs), kHost), false, ""};
+        std::ostringstream err;
+        std::ifstream file(isFile ? text : std::string(), std::ios::binary);
         std::istringstream in(text);
-        read = result->read(in, "text", false, err);
+        result.read = result.profile->read(isFile ? static_cast<std::istream&>(file) : in, isFile ? text : "text",
+                                           strict, err);
+        result.err = err.str();
         return result;
     }
 
@@ -86,19 +87,18 @@ struct Capture {
 class CaptureTest : public ReportTest, public ::testing::WithParamInterface<Capture> {};
 
 TEST_P(CaptureTest, CountsAndFoldsTheCapturedSamples) {
-    bool read = false;
-    std::ostringstream err;
-    const std::unique_ptr<Report> profile = readFile(captured(GetParam().file), read, err);
-    ASSERT_TRUE(read) << err.str();
-    EXPECT_EQ(err.str(), "");
-    const SampleCounts counts = profile->counts();
+    const Read file = read(captured(GetParam().file));
+    ASSERT_TRUE(file.read) << file.err;
+    EXPECT_EQ(file.err, "");
+    const Report& profile = *file.profile;
+    const SampleCounts counts = profile.counts();
     const SampleCounts& expected = GetParam().counts;
     EXPECT_EQ(std::vector<std::uint64_t>({counts.samples, counts.inJit, counts.resolved, counts.outside,
                                           counts.untraced, counts.frames, counts.jitFrames, counts.resolvedFrames}),
               std::vector<std::uint64_t>({expected.samples, expected.inJit, expected.resolved, expected.outside,
                                           expected.untraced, expected.frames, expected.jitFrames,
                                           expected.resolvedFrames}));
-    const std::map<std::string, std::uint64_t> folded = foldedOf(*profile);
+    const std::map<std::string, std::uint64_t> folded = foldedOf(profile);
     std::uint64_t total = 0;
     for (const auto& line : folded)
         total += line.second;
@@ -135,11 +135,9 @@ INSTANTIATE_TEST_SUITE_P(
     });
 
 TEST_F(ReportTest, PprofHoldsInlinesAsLinesOfOneLocation) {
-    bool read = false;
-    std::ostringstream err;
-    const std::unique_ptr<Report> profile = readFile(captured("callchains_us.perf"), read, err);
     std::string problem;
-    ASSERT_TRUE(PprofProfile::write(*profile, m_dir.file("cpu.pb.gz"), problem)) << problem;
+    ASSERT_TRUE(PprofProfile::write(*read(captured("callchains_us.perf")).profile, m_dir.file("cpu.pb.gz"), problem))
+        << problem;
 
     perftools::profiles::Profile pprof;
     ASSERT_TRUE(pprof.ParseFromString(gunzip(m_dir.file("cpu.pb.gz"))));
@@ -176,9 +174,7 @@ TEST_F(ReportTest, PprofHoldsInlinesAsLinesOfOneLocation) {
 }
 
 TEST_F(ReportTest, TopTableMarksInlinesAndSharesSelfAndTotal) {
-    bool read = false;
-    std::ostringstream err;
-    const TopTable table(*readFile(captured("callchains_us.perf"), read, err));
+    const TopTable table(*read(captured("callchains_us.perf")).profile);
     std::map<std::string, std::string> methods;
     for (const TopTable::Row& row : table.methods())
         methods[row.label] = row.kind + " " + std::to_string(row.self) + "/" + std::to_string(row.total);
@@ -195,15 +191,14 @@ TEST_F(ReportTest, TopTableMarksInlinesAndSharesSelfAndTotal) {
 }
 
 TEST_F(ReportTest, ResolvesEachAddressOncePerSpanOfUnchangedCode) {
-    bool read = false;
-    std::ostringstream err;
     // Cart.total's place: twice before Cache.get took it over at 1003000, twice after;
     // code elsewhere in the process changing at 1003500 makes no new span here.
-    const std::unique_ptr<Report> profile = readText(" 4711/4711 0.001002100: 7f3a1c004020 a (b)\n"
-                                                     " 4711/4711 0.001002900: 7f3a1c004020 a (b)\n"
-                                                     " 4711/4711 0.001003000: 7f3a1c004020 a (b)\n"
-                                                     " 4711/4711 0.002000000: 7f3a1c004020 a (b)\n",
-                                                     read, err);
+    const std::unique_ptr<Report> profile = read(" 4711/4711 0.001002100: 7f3a1c004020 a (b)\n"
+                                                 " 4711/4711 0.001002900: 7f3a1c004020 a (b)\n"
+                                                 " 4711/4711 0.001003000: 7f3a1c004020 a (b)\n"
+                                                 " 4711/4711 0.002000000: 7f3a1c004020 a (b)\n",
+                                                 false)
+                                                .profile;
     ASSERT_EQ(profile->locations().size(), 2u);
     EXPECT_EQ(profile->strings().text(profile->locations()[1].frames[0].name),
               "com::example::util::Cache<K,V>::get(java::lang::Object)");
@@ -211,36 +206,29 @@ TEST_F(ReportTest, ResolvesEachAddressOncePerSpanOfUnchangedCode) {
 }
 
 TEST_F(ReportTest, ReadsTheSampleCsvWithTheHostOfEachRow) {
-    bool read = false;
-    std::ostringstream err;
-    const std::unique_ptr<Report> profile = readFile(m_dir.file("samples.csv"), read, err);
-    ASSERT_TRUE(read) << err.str();
-    const SampleCounts counts = profile->counts();
+    const Read file = read(m_dir.file("samples.csv"));
+    ASSERT_TRUE(file.read) << file.err;
+    const SampleCounts counts = file.profile->counts();
     EXPECT_EQ(counts.samples, 37u);
     EXPECT_EQ(counts.untraced, 2u); // process 999, and host omega
-    EXPECT_EQ(foldedOf(*profile)["Harbor::Billing::Invoice::Total_[j];Harbor::Billing::LineItem::get_Amount_[i]"], 1u);
+    EXPECT_EQ(foldedOf(*file.profile)["Harbor::Billing::Invoice::Total_[j];Harbor::Billing::LineItem::get_Amount_[i]"], 1u);
 }
 
 TEST_F(ReportTest, BadInputIsCountedAndNamedOnce) {
-    bool read = false;
-    std::ostringstream err;
-    const std::unique_ptr<Report> profile =
-        readText("junk\n 4711/4711 0.001500: 7f3a1c001014 a (b)\nmore junk\n", read, err);
-    EXPECT_TRUE(read);
-    EXPECT_EQ(profile->counts().samples, 1u);
-    EXPECT_EQ(err.str(), "text:1: not a line of perf script -F pid,tid,time,period,ip,sym,dso (2 such lines "
-                         "skipped, this the first): junk\n");
+    const Read some = read("junk\n 4711/4711 0.001500: 7f3a1c001014 a (b)\nmore junk\n", false);
+    EXPECT_TRUE(some.read);
+    EXPECT_EQ(some.profile->counts().samples, 1u);
+    EXPECT_EQ(some.err, "text:1: not a line of perf script -F pid,tid,time,period,ip,sym,dso (2 such lines "
+                        "skipped, this the first): junk\n");
 
-    std::ostringstream none;
-    EXPECT_FALSE(readText("junk\n", read, none)->counts().samples);
-    EXPECT_FALSE(read);
-    EXPECT_NE(none.str().find("text: no samples"), std::string::npos);
+    const Read none = read("junk\n", false);
+    EXPECT_FALSE(none.profile->counts().samples);
+    EXPECT_FALSE(none.read);
+    EXPECT_NE(none.err.find("text: no samples"), std::string::npos);
 
-    std::unique_ptr<Report> strict = report();
-    std::istringstream in(" 4711/4711 0.001500: 7f3a1c001014 a (b)\njunk\n");
-    std::ostringstream stopped;
-    EXPECT_FALSE(strict->read(in, "text", true, stopped));
-    EXPECT_NE(stopped.str().find("text:2: "), std::string::npos);
+    const Read stopped = read(" 4711/4711 0.001500: 7f3a1c001014 a (b)\njunk\n", false, true);
+    EXPECT_FALSE(stopped.read);
+    EXPECT_NE(stopped.err.find("text:2: "), std::string::npos);
 }
 
 // This machine's perf, as it prints today: every line read, in both time forms.
@@ -255,13 +243,11 @@ TEST_F(ReportTest, ReadsWhatThisMachinesPerfPrints) {
         const std::string script =
             "perf script -F pid,tid,time,period,ip,sym,dso" + times + " -i " + data + " > " + text + " 2>/dev/null";
         ASSERT_EQ(std::system(script.c_str()), 0);
-        bool read = false;
-        std::ostringstream err;
-        const std::unique_ptr<Report> profile = readFile(text, read, err);
-        EXPECT_TRUE(read);
-        EXPECT_EQ(err.str(), "") << times;
-        EXPECT_GT(profile->counts().frames, profile->counts().samples) << times;
-        EXPECT_TRUE(profile->hasPeriods()) << times;
+        const Read file = read(text);
+        EXPECT_TRUE(file.read);
+        EXPECT_EQ(file.err, "") << times;
+        EXPECT_GT(file.profile->counts().frames, file.profile->counts().samples) << times;
+        EXPECT_TRUE(file.profile->hasPeriods()) << times;
     }
 }
 

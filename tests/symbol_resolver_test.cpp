@@ -17,47 +17,6 @@ using korvane_tracewriter::TraceWriter;
 
 typedef boost::intrusive_ptr<ISymbolResolver> ResolverPtr;
 
-TEST(SymbolResolverTest, DirectoriesOfEveryKind) {
-    TempDir dir;
-    const TraceWriter trace = profilerTrace().loadV3(methodAt(1, 0x1000, 0x20, 10, "run"));
-    for (const char* name :
-         {"good/h.1.jit", "mixed/h.1.jit", "mixed/notes.txt", "bad-name/h.1.jit", "bad-name/a.jit"}) {
-        dir.mkdir(boost::filesystem::path(name).parent_path().string());
-        dir.write(name, trace);
-    }
-    dir.mkdir("empty");
-    dir.write("mixed/h.2.jit", profilerTrace().raw({9, 0, 0, 0, 1, 2}));
-    struct Case {
-        std::vector<std::string> paths;
-        bool created;
-        std::size_t symbols;
-        const char* host;
-    };
-    const std::vector<Case> cases = {
-        {{}, true, 0, nullptr},
-        {{dir.file("empty")}, true, 0, nullptr},
-        {{dir.file("good")}, true, 1, "h"},
-        {{dir.file("mixed")}, true, 1, "h"},
-        {{dir.file("good"), dir.file("mixed")}, true, 1, "h"},
-        {{dir.file("bad-name")}, false, 0, nullptr},
-        {{dir.file("good"), dir.file("missing")}, false, 0, nullptr},
-        {{dir.file("good/h.1.jit")}, false, 0, nullptr},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.paths.empty() ? "no path" : c.paths.back());
-        const ResolverPtr resolver = resolverOver(c.paths);
-        ASSERT_EQ(c.created, static_cast<bool>(resolver));
-        if (!resolver)
-            continue;
-        EXPECT_EQ(c.symbols, symbolsByName(*resolver).size());
-        EXPECT_FALSE(resolver->getSymbol(0) || resolver->getSymbol(~jit_rva_t(0)));
-        const char* host = "x";
-        EXPECT_EQ(meSuccess, resolver->getHostNameById(1, &host));
-        EXPECT_STREQ(c.host, host);
-        EXPECT_EQ(meInvalidArgument, resolver->getHostNameById(1, nullptr));
-    }
-}
-
 // Host "alpha", process 100, in two files: the first (by name) holds a method
 // with an inline; the second, read later, holds a method that calls into it.
 class SymbolResolverFilesTest : public ::testing::Test {

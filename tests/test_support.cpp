@@ -7,6 +7,10 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <mutex>
 #include <utility>
 
@@ -34,6 +38,18 @@ std::string TempDir::mkdir(const std::string& name) const {
     const boost::filesystem::path path = m_path / name;
     boost::filesystem::create_directories(path);
     return path.string();
+}
+
+bool makeSocket(const std::string& path) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path)
+        return false;
+    path.copy(address.sun_path, path.size());
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    const bool made = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    ::close(fd);
+    return made;
 }
 
 PathList::PathList(std::vector<std::string> paths) : m_paths(std::move(paths)) {

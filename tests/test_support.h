@@ -36,6 +36,9 @@ private:
     boost::filesystem::path m_path;
 };
 
+// Makes a Unix domain socket at the path; false if it can't.
+bool makeSocket(const std::string& path);
+
 // An iterator over the caller's list of directories, as a user builds it.
 class PathList {
 public:

@@ -13,9 +13,7 @@
 #include <fstream>
 #include <future>
 #include <sstream>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
@@ -58,16 +56,6 @@ ToolRun runBesideFifo(const std::string& name, const std::vector<std::string>& a
     return run;
 }
 
-void makeSocket(const std::string& path) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    ASSERT_LT(path.size(), sizeof address.sun_path);
-    path.copy(address.sun_path, path.size());
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    ASSERT_EQ(0, ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address));
-    ::close(fd);
-}
-
 class ToolInputTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -90,7 +78,7 @@ TEST_F(ToolInputTest, RefusesWhatIsNoRegularFileWithoutBlocking) {
     const std::string fifo = m_inputs.file("pipe.jit");
     ASSERT_EQ(0, ::mkfifo(fifo.c_str(), 0600));
     const std::string socket = m_inputs.file("socket.jit");
-    makeSocket(socket);
+    ASSERT_TRUE(korvane_test::makeSocket(socket));
     const std::vector<std::pair<std::string, std::string>> inputs = {
         {fifo, "is a FIFO"}, {socket, "is a socket"}, {m_inputs.str(), "is a directory"}, {"/dev/null", "is a device"}};
     for (const auto& input : inputs) {

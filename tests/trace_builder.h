@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -66,6 +67,27 @@ inline boost::intrusive_ptr<korvane_3_10::ISymbolResolver> resolverOver(const st
 inline boost::intrusive_ptr<korvane_3_10::IJitLoader> loaderOver(const std::vector<std::string>& paths) {
     PathList list(paths);
     return korvane_3_10::IJitLoader::create(list.iterator());
+}
+
+// The process ids that a process list over the paths lists; nothing when it can't be made.
+inline std::optional<std::vector<korvane_3_10::u32_t>> processesOver(const std::vector<std::string>& paths) {
+    PathList list(paths);
+    const boost::intrusive_ptr<korvane_3_10::IJitProcesses> processes =
+        korvane_3_10::IJitProcesses::create(list.iterator());
+    if (!processes)
+        return std::nullopt;
+    std::vector<korvane_3_10::u32_t> pids;
+    for (auto walk = processes->getJitProcessId(); !walk.at_end(); walk.next())
+        pids.push_back(walk.current());
+    return pids;
+}
+
+// The names of the resolver's methods in the order it lists them.
+inline std::vector<std::string> methodNames(korvane_3_10::ISymbolResolver& resolver) {
+    std::vector<std::string> names;
+    for (auto walk = resolver.getSymbols(); !walk.at_end(); walk.next())
+        names.push_back(walk.current()->getMethodName());
+    return names;
 }
 
 inline std::map<std::string, korvane_3_10::ISymbol::Ptr> symbolsByName(korvane_3_10::ISymbolResolver& resolver) {

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <dirent.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -55,14 +54,10 @@ JavaRun runWorkload(const std::string& agentOptions, const std::string& workDir,
 // The process id in the name of the one trace file of a directory.
 std::uint32_t tracedProcess(const std::string& directory) {
     std::uint32_t pid = 0;
-    DIR* listing = ::opendir(directory.c_str());
-    for (dirent* entry = listing ? ::readdir(listing) : nullptr; entry; entry = ::readdir(listing)) {
-        const std::string name = entry->d_name;
-        if (name.size() > 4 && name.compare(name.size() - 4, 4, ".jit") == 0)
-            pid = static_cast<std::uint32_t>(std::stoul(name.substr(sizeof(kHost), name.size() - 4)));
-    }
-    if (listing)
-        ::closedir(listing);
+    std::error_code missing;
+    for (const auto& entry : std::filesystem::directory_iterator(directory, missing))
+        if (entry.path().extension() == ".jit")
+            pid = static_cast<std::uint32_t>(std::stoul(entry.path().stem().extension().string().substr(1)));
     return pid;
 }
 
@@ -117,31 +112,39 @@ std::vector<Described> readJvmView(const std::string& path) {
     return view;
 }
 
+// A front end over the one directory.
+template <typename Front> boost::intrusive_ptr<Front> open(const std::string& directory) {
+    const std::vector<const char*> directories{directory.c_str()};
+    skeinkit2::iterutil::stl_iterator_impl_t<const char*, std::vector<const char*>::const_iterator> walk(
+        directories.begin(), directories.end());
+    skeinkit2::generic_iterator_t<const char*> paths(walk);
+    if constexpr (std::is_same<Front, ISymbolResolver>::value) {
+        boost::intrusive_ptr<ISymbolFileLocator> locator;
+        return ISymbolResolver::create(paths, locator);
+    } else {
+        return IJitLoader::create(paths);
+    }
+}
+
 class WorkloadTrace : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        s_workDir = new std::string(temporaryDirectory());
-        s_run = new JavaRun(runWorkload("dir=" + *s_workDir + "/trace,host=" + kHost + ",jvmview=" + *s_workDir +
-                                            "/view",
-                                        *s_workDir, 20));
-        std::vector<const char*> directories{nullptr};
-        const std::string traceDir = *s_workDir + "/trace";
-        directories[0] = traceDir.c_str();
-        s_resolver = open<ISymbolResolver>(directories).detach();
-        s_loader = open<IJitLoader>(directories).detach();
-        s_pid = tracedProcess(traceDir);
+        s_workDir = temporaryDirectory();
+        s_run = runWorkload("dir=" + s_workDir + "/trace,host=" + kHost + ",jvmview=" + s_workDir + "/view",
+                            s_workDir, 20);
+        s_resolver = open<ISymbolResolver>(s_workDir + "/trace");
+        s_loader = open<IJitLoader>(s_workDir + "/trace");
+        s_pid = tracedProcess(s_workDir + "/trace");
     }
 
     static void TearDownTestSuite() {
         // A failure leaves the view and the trace behind for a look.
         if (::testing::UnitTest::GetInstance()->current_test_suite()->Passed())
-            std::filesystem::remove_all(*s_workDir);
+            std::filesystem::remove_all(s_workDir);
         else
-            std::fprintf(stderr, "the JVM's view and the trace stay in %s\n", s_workDir->c_str());
-        if (s_resolver)
-            intrusive_ptr_release(s_resolver);
-        if (s_loader)
-            intrusive_ptr_release(s_loader);
+            std::fprintf(stderr, "the JVM's view and the trace stay in %s\n", s_workDir.c_str());
+        s_resolver.reset();
+        s_loader.reset();
     }
 
     // The methods at an address at a time, outermost first, with their lines.
@@ -168,38 +171,22 @@ protected:
         return frames;
     }
 
-public:
-    template <typename Front> static boost::intrusive_ptr<Front> open(const std::vector<const char*>& directories);
-
 protected:
-    static std::string* s_workDir;
-    static JavaRun* s_run;
-    static ISymbolResolver* s_resolver;
-    static IJitLoader* s_loader;
+    static std::string s_workDir;
+    static JavaRun s_run;
+    static boost::intrusive_ptr<ISymbolResolver> s_resolver;
+    static boost::intrusive_ptr<IJitLoader> s_loader;
     static std::uint32_t s_pid;
 };
 
-template <typename Front>
-boost::intrusive_ptr<Front> WorkloadTrace::open(const std::vector<const char*>& directories) {
-    skeinkit2::iterutil::stl_iterator_impl_t<const char*, std::vector<const char*>::const_iterator> walk(
-        directories.begin(), directories.end());
-    skeinkit2::generic_iterator_t<const char*> paths(walk);
-    if constexpr (std::is_same<Front, ISymbolResolver>::value) {
-        boost::intrusive_ptr<ISymbolFileLocator> locator;
-        return ISymbolResolver::create(paths, locator);
-    } else {
-        return IJitLoader::create(paths);
-    }
-}
-
-std::string* WorkloadTrace::s_workDir = nullptr;
-JavaRun* WorkloadTrace::s_run = nullptr;
-ISymbolResolver* WorkloadTrace::s_resolver = nullptr;
-IJitLoader* WorkloadTrace::s_loader = nullptr;
+std::string WorkloadTrace::s_workDir;
+JavaRun WorkloadTrace::s_run;
+boost::intrusive_ptr<ISymbolResolver> WorkloadTrace::s_resolver;
+boost::intrusive_ptr<IJitLoader> WorkloadTrace::s_loader;
 std::uint32_t WorkloadTrace::s_pid = 0;
 
 TEST_F(WorkloadTrace, HotMethodsAreThereWithTheirLines) {
-    ASSERT_EQ(0, s_run->status) << s_run->err;
+    ASSERT_EQ(0, s_run.status) << s_run.err;
     ASSERT_TRUE(s_resolver && s_loader && s_pid);
     const struct {
         const char* method;
@@ -230,8 +217,8 @@ TEST_F(WorkloadTrace, HotMethodsAreThereWithTheirLines) {
 // At each stretch the JVM described, the library names the same methods,
 // nested the same way, on the same lines.
 TEST_F(WorkloadTrace, InlineChainsAreTheJvmsOwn) {
-    ASSERT_EQ(0, s_run->status) << s_run->err;
-    const std::vector<Described> view = readJvmView(*s_workDir + "/view");
+    ASSERT_EQ(0, s_run.status) << s_run.err;
+    const std::vector<Described> view = readJvmView(s_workDir + "/view");
     std::size_t nested = 0, wrong = 0;
     for (const Described& described : view) {
         nested += described.frames.size() > 2;
@@ -262,7 +249,7 @@ void PrintTo(const BadOptions& value, std::ostream* out) { *out << value.name; }
 TEST_F(WorkloadTrace, PerfSamplesInCompiledCodeAreNamed) {
     if (std::system("perf record -q -e cpu-clock -o /dev/null -- true >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "perf cannot record on this machine (perf_event_open refused, or no perf for this kernel)";
-    const std::string workDir = *s_workDir + "/perf";
+    const std::string workDir = s_workDir + "/perf";
     std::filesystem::create_directories(workDir);
     const JavaRun run = runWorkload("dir=" + workDir + "/trace,host=" + kHost, workDir, 20,
                                     "perf record -q -e cpu-clock -k mono -o " + workDir + "/perf.data --");
@@ -270,11 +257,8 @@ TEST_F(WorkloadTrace, PerfSamplesInCompiledCodeAreNamed) {
     ASSERT_EQ(0, std::system(("perf script -i " + workDir + "/perf.data --ns -F pid,time,ip >" + workDir +
                               "/samples 2>/dev/null")
                                  .c_str()));
-    std::vector<const char*> directories{nullptr};
-    const std::string traceDir = workDir + "/trace";
-    directories[0] = traceDir.c_str();
-    const boost::intrusive_ptr<ISymbolResolver> resolver = open<ISymbolResolver>(directories);
-    const boost::intrusive_ptr<IJitLoader> loader = open<IJitLoader>(directories);
+    const boost::intrusive_ptr<ISymbolResolver> resolver = open<ISymbolResolver>(workDir + "/trace");
+    const boost::intrusive_ptr<IJitLoader> loader = open<IJitLoader>(workDir + "/trace");
     ASSERT_TRUE(resolver && loader);
     std::vector<std::pair<std::uint64_t, std::uint64_t>> compiled; // address ranges of Java methods, at any time
     for (auto symbols = resolver->getSymbols(); !symbols.at_end(); symbols.next())
@@ -327,10 +311,7 @@ TEST(AttachedAgent, WritesTheCodeCompiledBeforeIt) {
     ASSERT_EQ(java, ::waitpid(java, &status, 0));
     EXPECT_EQ(0, status) << readText(workDir + "/err");
 
-    std::vector<const char*> directories{nullptr};
-    const std::string traceDir = workDir + "/trace";
-    directories[0] = traceDir.c_str();
-    const boost::intrusive_ptr<ISymbolResolver> resolver = WorkloadTrace::open<ISymbolResolver>(directories);
+    const boost::intrusive_ptr<ISymbolResolver> resolver = open<ISymbolResolver>(workDir + "/trace");
     ASSERT_TRUE(resolver);
     const std::uint64_t attachTime = attached.tv_sec * 1000000000ull + attached.tv_nsec;
     std::size_t before = 0;
