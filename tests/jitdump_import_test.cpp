@@ -31,8 +31,8 @@ std::unique_ptr<JitdumpImport> importInto(const TempDir& dir, const JitdumpWrite
     std::string problem;
     std::unique_ptr<JitdumpImport> import = JitdumpImport::create(jitdump.writeTo(dir.file("jit.dump")), problem);
     EXPECT_TRUE(import) << problem;
-    if (import)
-        import->trace().writeTo(dir.file(import->traceFileName(kHost)));
+    if (import && !import->writeTo(dir.file(import->traceFileName(kHost)), problem))
+        ADD_FAILURE() << problem;
     return import;
 }
 
@@ -54,7 +54,7 @@ TEST_P(JitdumpByteOrderTest, EveryRecordKindBecomesLoadsWithNamesLinesAndMoves) 
     std::string problem;
     const std::unique_ptr<JitdumpImport> import = JitdumpImport::create(jitdump.writeTo(dir.file("jit.dump")), problem);
     ASSERT_TRUE(import) << problem;
-    import->trace().writeTo(trace + "/" + import->traceFileName(kHost));
+    ASSERT_TRUE(import->writeTo(trace + "/" + import->traceFileName(kHost), problem)) << problem;
     EXPECT_EQ("8 records, 3 loads, 1 move, 3 line entries, 2 skipped; closed, 89 bytes not read", import->summary());
 
     const auto resolver = korvane_test::resolverOver({trace});
@@ -247,11 +247,11 @@ TEST(JitdumpImportTest, NodePerfProfFileReadsBack) {
     std::string problem;
     const std::unique_ptr<JitdumpImport> import = JitdumpImport::create(dump, problem);
     ASSERT_TRUE(import) << problem;
+    const std::string trace = dir.mkdir("trace");
+    ASSERT_TRUE(import->writeTo(trace + "/" + import->traceFileName(kHost), problem)) << problem;
     EXPECT_EQ(Ending::EndOfFile, import->outcome().ending);
     EXPECT_GT(import->counts().loads, 1000u);
     EXPECT_GT(import->counts().lineEntries, 0u);
-    const std::string trace = dir.mkdir("trace");
-    import->trace().writeTo(trace + "/" + import->traceFileName(kHost));
 
     const auto resolver = korvane_test::resolverOver({trace});
     ASSERT_TRUE(resolver);
