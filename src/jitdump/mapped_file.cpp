@@ -56,7 +56,6 @@ std::unique_ptr<MappedFile> MappedFile::create(const std::string& path, std::str
         problem = "cannot read the file";
         return nullptr;
     }
-    ::madvise(data, size, MADV_SEQUENTIAL);
     return std::unique_ptr<MappedFile>(new MappedFile(static_cast<const std::uint8_t*>(data), size));
 }
 
