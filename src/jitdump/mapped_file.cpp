@@ -44,7 +44,7 @@ std::unique_ptr<MappedFile> MappedFile::create(const std::string& path, std::str
         return nullptr;
     }
     if (!S_ISREG(status.st_mode)) {
-        problem = "is no regular file";
+        problem = "is not a regular file";
         return nullptr;
     }
     // The size at opening: records a runtime appends later are not read.
