@@ -163,6 +163,7 @@ TEST(JitdumpImportTest, FilesThatAreNoJitdumpAreRefusedWithTheReason) {
     JitdumpWriter::Bytes smallHeader = JitdumpWriter(false, 9).bytes();
     smallHeader[8] = 39;
     const std::vector<std::pair<JitdumpWriter::Bytes, std::string> > cases = {
+        {JitdumpWriter::Bytes(), "shorter than a jitdump header (0 bytes)"},
         {JitdumpWriter::Bytes(39, 0), "shorter than a jitdump header (39 bytes)"},
         {noMagic, "no jitdump magic word"},
         {smallHeader, "header size 39 is below 40"},
@@ -177,6 +178,8 @@ TEST(JitdumpImportTest, FilesThatAreNoJitdumpAreRefusedWithTheReason) {
     std::string problem;
     EXPECT_FALSE(JitdumpImport::create(dir.file("missing.dump"), problem));
     EXPECT_EQ("cannot open the file", problem);
+    EXPECT_FALSE(JitdumpImport::create(dir.str(), problem));
+    EXPECT_EQ("is not a regular file", problem);
 }
 
 int runImport(const std::vector<std::string>& args, std::string& out, std::string& err) {
