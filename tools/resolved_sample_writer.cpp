@@ -12,13 +12,8 @@ using korvane_report::SourceFrame;
 
 const char kCsvHeader[] = "timestamp,ip,pid,host,result,jit_rva,module,depth,method,source_file,line\n";
 
-std::string outcome(korvane_error_t result) {
-    if (result == meSuccess)
-        return "jit";
-    if (result == meNotFound)
-        return "outside JIT code";
-    return "trace not readable (result code " + std::to_string(result) + ")";
-}
+const std::string kInJit = "jit";
+const std::string kOutside = "outside JIT code";
 
 } // namespace
 
@@ -61,9 +56,18 @@ void ResolvedSampleWriter::resolve(const Sample& sample) {
     resolution.frames = InlineChain::at(m_resolver, resolution.jitRva);
 }
 
+const std::string& ResolvedSampleWriter::outcome() {
+    if (m_resolution.result == meSuccess)
+        return kInJit;
+    if (m_resolution.result == meNotFound)
+        return kOutside;
+    m_failure = "trace not readable (result code " + std::to_string(m_resolution.result) + ")";
+    return m_failure;
+}
+
 void ResolvedSampleWriter::writeCsvHead(const Sample& sample) {
     m_out.decimal(sample.timestamp).character(',').hex(sample.ip).character(',').decimal(sample.pid).character(',');
-    m_out.csvField(sample.host).character(',').csvField(outcome(m_resolution.result)).character(',');
+    m_out.csvField(sample.host).character(',').csvField(outcome()).character(',');
     if (m_resolution.result == meSuccess)
         m_out.hex(m_resolution.jitRva).character(',').csvField(m_resolution.module).character(',');
 }
@@ -92,7 +96,7 @@ void ResolvedSampleWriter::writeCsv(const Sample& sample) {
 void ResolvedSampleWriter::writeJson(const Sample& sample) {
     m_out.text("{\"timestamp\":").decimal(sample.timestamp).text(",\"ip\":\"").hex(sample.ip);
     m_out.text("\",\"pid\":").decimal(sample.pid).text(",\"host\":").jsonString(sample.host);
-    m_out.text(",\"result\":").jsonString(outcome(m_resolution.result));
+    m_out.text(",\"result\":").jsonString(outcome());
     if (m_resolution.result == meSuccess) {
         m_out.text(",\"jit_rva\":\"").hex(m_resolution.jitRva).text("\",\"module\":").jsonString(m_resolution.module);
         writeJsonFrames();

@@ -33,6 +33,8 @@ private:
     };
 
     void resolve(const korvane_report::Sample& sample);
+    // The result column; a failure's code is spelled out in m_failure.
+    const std::string& outcome();
     korvane_3_10::u32_t hostId(const std::string& host);
     void writeCsv(const korvane_report::Sample& sample);
     void writeCsvHead(const korvane_report::Sample& sample);
@@ -43,6 +45,7 @@ private:
     bool m_json;
     OutputBuffer m_out;
     Resolution m_resolution;
+    std::string m_failure;
     // Samples mostly come from one host: its id is looked up when the name changes.
     std::string m_host;
     korvane_3_10::u32_t m_hostId;
