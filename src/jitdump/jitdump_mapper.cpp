@@ -52,10 +52,7 @@ JitdumpMapper::JitdumpMapper(const FileHeader& header, korvane_tracewriter::Trac
     : m_file(file),
       m_width(header.elfMachine == kElfMachineX86 ? korvane_tracewriter::Width::Bits32
                                                   : korvane_tracewriter::Width::Bits64),
-      m_lastMethodId(0) {
-    if (!m_file)
-        m_trace.magic().collectorType(korvane_tracewriter::TraceWriter::kCollectorJitProfiler);
-}
+      m_lastMethodId(0) {}
 
 void JitdumpMapper::attachLines(std::uint64_t codeAddress, LoadRecord& load) {
     const auto pending = m_pendingLines.find(codeAddress);
@@ -114,9 +111,9 @@ void JitdumpMapper::write(LoadRecord& load, const std::uint8_t* code) {
 
 // One write to the file per block rather than per record.
 void JitdumpMapper::drain(std::size_t atLeast) {
-    if (!m_file || m_trace.size() < atLeast)
+    if (m_trace.size() < atLeast)
         return;
-    if (m_writeProblem.empty())
+    if (m_file && m_writeProblem.empty())
         m_file->append(m_trace, m_writeProblem);
     m_trace.clear();
 }

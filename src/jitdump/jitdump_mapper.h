@@ -21,8 +21,8 @@ public:
         std::uint64_t skipped = 0; // records read that became nothing
     };
 
-    // With a file, the records go there in blocks as they are made, behind the
-    // head the file was created with; without, the whole trace stays in trace().
+    // The records go to the file in blocks as they are made, behind the head the
+    // file was created with; without a file they are made and dropped (fuzzing).
     explicit JitdumpMapper(const FileHeader& header, korvane_tracewriter::TraceFile* file = nullptr);
 
     void codeLoad(const CodeLoad& record) override;
@@ -33,7 +33,6 @@ public:
     // file; called once after reading, while the bytes read are still there.
     void finish();
 
-    const korvane_tracewriter::TraceWriter& trace() const { return m_trace; }
     const Counts& counts() const { return m_counts; }
     // Empty unless writing to the file failed; nothing is written after a failure.
     const std::string& writeProblem() const { return m_writeProblem; }
