@@ -1,11 +1,12 @@
 #!/bin/sh
 # Profiles a Node.js program with perf and names its samples in JIT code twice: through
 # korvane-jit (import-jitdump + resolve) and through perf (inject -j + script). Prints how often
-# the two roads agree on the function and how long each took.
+# the two roads agree on the function and how long each took, over RUNS runs (default 5).
 # Usage: scripts/jitdump-vs-perf.sh [BUILD_DIR]   (needs perf_event_open, e.g. as root)
 set -eu
 
 build=$(cd "${1:-build}" && pwd)
+runs=${RUNS:-5}
 tool="$build/tools/korvane-jit"
 work=$(mktemp -d "${TMPDIR:-/tmp}/jitdump-vs-perf.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -30,26 +31,37 @@ EOF
 perf record -q -e cpu-clock -k mono -o perf.data node --perf-prof app.js > /dev/null
 dump=$(ls jit-*.dump)
 now() { date +%s%N; }
+# Runs a command with its output to $1 and prints its wall clock and CPU time (task-clock,
+# all its threads, user and kernel) in nanoseconds.
+timed() {
+    output=$1
+    shift
+    start=$(now)
+    perf stat -x, -e task-clock -o stat.txt -- "$@" > "$output"
+    end=$(now)
+    cpu=$(awk -F, '/task-clock/ { printf "%.0f", $1 * 1e6 }' stat.txt)
+    echo "$((end - start)) $cpu"
+}
 
-# perf's road: one ELF file per function, then the samples with their symbols.
-start=$(now)
-perf inject -j -i perf.data -o perf.jit.data
-injected=$(now)
-perf script -i perf.jit.data -F pid,time,ip,sym,dso --ns 2> /dev/null > perf-names.txt
-
-# Our road: the same samples as CSV (timestamp in nanoseconds), then import and resolve.
+# The samples as CSV (timestamp in nanoseconds) for our road.
 perf script -i perf.data -F pid,time,ip --ns 2> /dev/null |
     awk 'BEGIN { print "timestamp,ip,pid,host" }
          { t = $2; sub(/:$/, "", t); sub(/\./, "", t); sub(/^0+/, "", t); print t ",0x" $3 "," $1 ",profiled" }' \
     > samples.csv
-before=$(now)
-"$tool" import-jitdump "$dump" -o traces --host profiled > import.txt
-imported=$(now)
-"$tool" resolve traces --samples samples.csv > resolved.csv
-resolved=$(now)
+
+# Both roads in turn, run after run, so that both meet the same load on the machine. All files
+# were written just before and are read from the page cache on every run.
+: > times.txt
+for run in $(seq "$runs"); do
+    inject=$(timed /dev/null perf inject -j -i perf.data -o perf.jit.data)
+    import=$(timed import.txt "$tool" import-jitdump "$dump" -o traces --host profiled --force)
+    resolve=$(timed resolved.csv "$tool" resolve traces --samples samples.csv)
+    echo "$inject $import $resolve" >> times.txt
+done
+perf script -i perf.jit.data -F pid,time,ip,sym,dso --ns 2> /dev/null > perf-names.txt
 
 echo "node --perf-prof: $(cat import.txt)"
-awk -v injectNs=$((injected - start)) -v importNs=$((imported - before)) -v resolveNs=$((resolved - imported)) '
+awk '
     # The name korvane-jit gives what perf calls n: a Node.js "JS:*fn file:line:column" is the
     # function fn, and dots between name parts read "::".
     function ours(n,    rest, blank, i, count, parts, out) {
@@ -111,7 +123,24 @@ awk -v injectNs=$((injected - start)) -v importNs=$((imported - before)) -v reso
     END {
         printf "samples in JIT code (perf): %d; same function from korvane-jit: %d (%.2f %%); JIT samples only korvane-jit saw: %d\n",
                jit, agree, jit ? 100 * agree / jit : 0, oursOnly
-        both = importNs + resolveNs
-        printf "perf inject -j: %.3f s; korvane-jit import-jitdump %.3f s + resolve %.3f s = %.3f s; ratio %.1fx (goal 100x)\n",
-               injectNs / 1e9, importNs / 1e9, resolveNs / 1e9, both / 1e9, injectNs / both
     }' resolved.csv perf-names.txt
+
+# One line per run, then the median and range of the ratios; wall clock is what a user waits,
+# CPU time what the machine's other jobs leave out.
+awk '
+    function ratio(a, b) { return b > 0 ? a / b : 0 }
+    function sorted(v, n,    i, j, t) {
+        for (i = 2; i <= n; ++i)
+            for (j = i; j > 1 && v[j - 1] > v[j]; --j) { t = v[j]; v[j] = v[j - 1]; v[j - 1] = t }
+    }
+    {
+        ++n
+        wall[n] = ratio($1, $3 + $5); cpu[n] = ratio($2, $4 + $6)
+        printf "run %d: perf inject -j %.3f s (CPU %.3f s); korvane-jit import-jitdump %.3f s (CPU %.3f s) + resolve %.3f s (CPU %.3f s); ratio %.1fx (CPU %.1fx)\n",
+               n, $1 / 1e9, $2 / 1e9, $3 / 1e9, $4 / 1e9, $5 / 1e9, $6 / 1e9, wall[n], cpu[n]
+    }
+    END {
+        sorted(wall, n); sorted(cpu, n)
+        printf "%d runs, files in the page cache: ratio median %.1fx (%.1f-%.1fx) by wall clock, %.1fx (%.1f-%.1fx) by CPU time (goal 100x)\n",
+               n, wall[int((n + 1) / 2)], wall[1], wall[n], cpu[int((n + 1) / 2)], cpu[1], cpu[n]
+    }' times.txt

@@ -31,8 +31,8 @@ std::unique_ptr<JitdumpImport> importInto(const TempDir& dir, const JitdumpWrite
     std::string problem;
     std::unique_ptr<JitdumpImport> import = JitdumpImport::create(jitdump.writeTo(dir.file("jit.dump")), problem);
     EXPECT_TRUE(import) << problem;
-    if (import)
-        import->trace().writeTo(dir.file(import->traceFileName(kHost)));
+    if (import && !import->writeTo(dir.file(import->traceFileName(kHost)), problem))
+        ADD_FAILURE() << problem;
     return import;
 }
 
@@ -160,6 +160,7 @@ TEST(JitdumpImportTest, FilesThatAreNoJitdumpAreRefusedWithTheReason) {
     JitdumpWriter::Bytes smallHeader = JitdumpWriter(false, 9).bytes();
     smallHeader[8] = 39;
     const std::vector<std::pair<JitdumpWriter::Bytes, std::string> > cases = {
+        {JitdumpWriter::Bytes(), "shorter than a jitdump header (0 bytes)"},
         {JitdumpWriter::Bytes(39, 0), "shorter than a jitdump header (39 bytes)"},
         {noMagic, "no jitdump magic word"},
         {smallHeader, "header size 39 is below 40"},
@@ -174,6 +175,8 @@ TEST(JitdumpImportTest, FilesThatAreNoJitdumpAreRefusedWithTheReason) {
     std::string problem;
     EXPECT_FALSE(JitdumpImport::create(dir.file("missing.dump"), problem));
     EXPECT_EQ("cannot open the file", problem);
+    EXPECT_FALSE(JitdumpImport::create(dir.str(), problem));
+    EXPECT_EQ("is not a regular file", problem);
 }
 
 int runImport(const std::vector<std::string>& args, std::string& out, std::string& err) {
@@ -244,11 +247,11 @@ TEST(JitdumpImportTest, NodePerfProfFileReadsBack) {
     std::string problem;
     const std::unique_ptr<JitdumpImport> import = JitdumpImport::create(dump, problem);
     ASSERT_TRUE(import) << problem;
+    const std::string trace = dir.mkdir("trace");
+    ASSERT_TRUE(import->writeTo(trace + "/" + import->traceFileName(kHost), problem)) << problem;
     EXPECT_EQ(Ending::EndOfFile, import->outcome().ending);
     EXPECT_GT(import->counts().loads, 1000u);
     EXPECT_GT(import->counts().lineEntries, 0u);
-    const std::string trace = dir.mkdir("trace");
-    import->trace().writeTo(trace + "/" + import->traceFileName(kHost));
 
     const auto resolver = korvane_test::resolverOver({trace});
     ASSERT_TRUE(resolver);

@@ -72,6 +72,40 @@ TEST_F(SymbolResolverFilesTest, SymbolsAndInlinesAnswerForEveryJitRvaOfTheirCode
     EXPECT_STREQ("beta", host);
 }
 
+// One resolver answers samples as a loader over the same files does, with the symbol besides.
+TEST_F(SymbolResolverFilesTest, SamplesAnswerAsTheLoaderAnswersThem) {
+    const boost::intrusive_ptr<IJitLoader> loader = korvane_test::loaderOver({dir.str()});
+    ASSERT_TRUE(loader);
+    const struct {
+        const char* host;
+        u64_t timestamp;
+        address_t address;
+        const char* method;
+    } cases[] = {
+        {"alpha", 20, 0x10021, "App::outer"},    {"beta", 20, 0x1003f, "App::elsewhere"},
+        {"alpha", 25, 0x20004, "App::caller"},   {"alpha", 15, 0x20004, nullptr},
+        {"alpha", 20, 0x10040, nullptr},         {"gamma", 20, 0x10021, nullptr},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.host << " " << c.timestamp << " " << std::hex << c.address);
+        u32_t hostId = 99;
+        u32_t loaderHostId = 98;
+        EXPECT_EQ(meSuccess, getHostIdByName(*resolver, c.host, &hostId));
+        EXPECT_EQ(meSuccess, loader->getHostIdByName(c.host, &loaderHostId));
+        EXPECT_EQ(loaderHostId, hostId);
+        jit_rva_t jitRva = 0xdead;
+        jit_rva_t loaderJitRva = 0xdead;
+        ISymbol::Ptr symbol;
+        IModule::Ptr module;
+        const korvane_error_t result = resolveJitPoint(*resolver, c.timestamp, c.address, 100, hostId, &jitRva, symbol);
+        EXPECT_EQ(loader->resolveJitPoint(c.timestamp, c.address, 100, hostId, &loaderJitRva, module), result);
+        EXPECT_EQ(loaderJitRva, jitRva);
+        EXPECT_EQ(c.method ? symbols[c.method] : ISymbol::Ptr(), symbol);
+        EXPECT_EQ(module ? std::string(module->getFilePath()) : "none",
+                  symbol ? std::string(symbol->getModule()->getFilePath()) : "none");
+    }
+}
+
 TEST_F(SymbolResolverFilesTest, CalleesAndJitIdsTranslateToJitRvas) {
     const jit_rva_t caller = symbols["App::caller"]->getStartJitRva();
     jit_rva_t callee = 0;

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <climits>
-#include <stdexcept>
 
 namespace korvane_tool {
 
@@ -61,10 +60,8 @@ bool importFile(const std::string& path, const std::string& directory, const std
         err << "korvane-jit: " << target << " exists; --force overwrites it\n";
         return false;
     }
-    try {
-        import->trace().writeTo(target);
-    } catch (const std::runtime_error& failure) {
-        err << "korvane-jit: " << failure.what() << "\n";
+    if (!import->writeTo(target, problem)) {
+        err << "korvane-jit: " << problem << "\n";
         return false;
     }
     out << path << ": " << import->summary() << " -> " << target << "\n";

@@ -171,6 +171,16 @@ KORVANE_API korvane_error_t isNativeImage(const ustring& modulePath);
 // included. meNotFound, and nothing written, for a symbol without a module.
 KORVANE_API korvane_error_t writeSymbolReport(const ISymbol& symbol, std::ostream& stream);
 
+// Our own addition: the host id of a host name in a resolver's catalogue, as
+// IJitLoader::getHostIdByName gives it; 0 for a name it does not know.
+KORVANE_API korvane_error_t getHostIdByName(const ISymbolResolver& resolver, const char* hostName, u32_t* hostId);
+// Our own addition: a sample answered by a resolver, which has read everything, as
+// IJitLoader::resolveJitPoint answers it, and the symbol there besides, so that one front end
+// serves both questions: meNotFound, and nothing written, when no JIT code held the address then.
+KORVANE_API korvane_error_t resolveJitPoint(const ISymbolResolver& resolver, u64_t timestamp, address_t address,
+                                            u32_t pid, u32_t hostId, jit_rva_t* jitRva,
+                                            boost::intrusive_ptr<ISymbol>& symbol);
+
 // Our own addition: whether a file name ends in ".jit", as trace files do.
 KORVANE_API bool isTraceFileName(const ustring& fileName);
 // Our own addition: host and process of a trace file name HOST.PID.jit; meNotFound for

@@ -1,4 +1,4 @@
-// One jitdump file read and mapped: the .jit trace it becomes and what was found on the way.
+// One jitdump file read and mapped into the .jit trace it becomes, and what was found on the way.
 #include "jitdump/jitdump_import.h"
 
 #include "tracewriter/trace_file.h"
@@ -7,30 +7,42 @@ namespace korvane_jitdump {
 
 namespace {
 
+using korvane_tracewriter::TraceFile;
+
 std::string counted(std::uint64_t number, const char* singular, const char* plural) {
     return std::to_string(number) + " " + (number == 1 ? singular : plural);
 }
 
 } // namespace
 
-JitdumpImport::JitdumpImport(const FileHeader& header) : m_header(header), m_mapper(header) {}
+JitdumpImport::JitdumpImport(std::unique_ptr<JitdumpReader> reader) : m_reader(std::move(reader)) {}
 
 std::unique_ptr<JitdumpImport> JitdumpImport::create(const std::string& path, std::string& problem) {
-    const std::unique_ptr<JitdumpReader> reader = JitdumpReader::open(path, problem);
+    std::unique_ptr<JitdumpReader> reader = JitdumpReader::open(path, problem);
     if (!reader)
         return nullptr;
-    std::unique_ptr<JitdumpImport> import(new JitdumpImport(reader->header()));
-    import->m_outcome = reader->read(import->m_mapper);
-    import->m_mapper.finish();
-    return import;
+    return std::unique_ptr<JitdumpImport>(new JitdumpImport(std::move(reader)));
+}
+
+bool JitdumpImport::writeTo(const std::string& path, std::string& problem) {
+    const std::unique_ptr<TraceFile> file =
+        TraceFile::create(path, korvane_tracewriter::TraceWriter::kCollectorJitProfiler, problem);
+    if (!file)
+        return false;
+    JitdumpMapper mapper(m_reader->header(), file.get());
+    m_outcome = m_reader->read(mapper);
+    mapper.finish();
+    m_counts = mapper.counts();
+    problem = mapper.writeProblem();
+    return problem.empty();
 }
 
 std::string JitdumpImport::traceFileName(const std::string& host) const {
-    return korvane_tracewriter::TraceFile::nameFor(host, m_header.pid);
+    return TraceFile::nameFor(host, header().pid);
 }
 
 std::string JitdumpImport::summary() const {
-    const JitdumpMapper::Counts& numbers = counts();
+    const JitdumpMapper::Counts& numbers = m_counts;
     std::string text = counted(m_outcome.records, "record", "records") + ", " +
                        counted(numbers.loads, "load", "loads") + ", " + counted(numbers.moves, "move", "moves") +
                        ", " + counted(numbers.lineEntries, "line entry", "line entries") + ", " +
@@ -38,7 +50,7 @@ std::string JitdumpImport::summary() const {
     if (m_outcome.ending != JitdumpReader::Ending::EndOfFile)
         text += "; " + std::string(JitdumpReader::endingText(m_outcome.ending)) + ", " +
                 counted(m_outcome.unreadBytes, "byte", "bytes") + " not read";
-    if (m_header.flags & kFlagTimestampCounter)
+    if (header().flags & kFlagTimestampCounter)
         text += "; times count the CPU's time-stamp counter";
     return text;
 }

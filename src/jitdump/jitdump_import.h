@@ -1,4 +1,4 @@
-// One jitdump file read and mapped: the .jit trace it becomes and what was found on the way.
+// One jitdump file read and mapped into the .jit trace it becomes, and what was found on the way.
 #ifndef KORVANE_JITDUMP_JITDUMP_IMPORT_H
 #define KORVANE_JITDUMP_JITDUMP_IMPORT_H
 
@@ -12,24 +12,26 @@ namespace korvane_jitdump {
 
 class JitdumpImport {
 public:
-    // Reads and maps the whole file; null with the reason in problem if it is no jitdump file.
+    // Opens the file and checks its header; null with the reason in problem if it is no jitdump file.
     static std::unique_ptr<JitdumpImport> create(const std::string& path, std::string& problem);
 
-    const FileHeader& header() const { return m_header; }
+    const FileHeader& header() const { return m_reader->header(); }
+    // Reads and maps every record into the trace file at path, created or truncated;
+    // false with the reason in problem if the file could not be written. Once only.
+    bool writeTo(const std::string& path, std::string& problem);
     const JitdumpReader::Outcome& outcome() const { return m_outcome; }
-    const JitdumpMapper::Counts& counts() const { return m_mapper.counts(); }
-    const korvane_tracewriter::TraceWriter& trace() const { return m_mapper.trace(); }
+    const JitdumpMapper::Counts& counts() const { return m_counts; }
     // HOST.PID.jit, the name by which the library tells host and process.
     std::string traceFileName(const std::string& host) const;
     // "N records, N loads, N moves, N line entries, N skipped", and how the file ended if not plainly.
     std::string summary() const;
 
 private:
-    explicit JitdumpImport(const FileHeader& header);
+    explicit JitdumpImport(std::unique_ptr<JitdumpReader> reader);
 
-    FileHeader m_header;
-    JitdumpMapper m_mapper;
+    std::unique_ptr<JitdumpReader> m_reader;
     JitdumpReader::Outcome m_outcome;
+    JitdumpMapper::Counts m_counts;
 };
 
 } // namespace korvane_jitdump

@@ -14,6 +14,9 @@ namespace {
 using korvane_tracewriter::LineEntry;
 using korvane_tracewriter::LoadRecord;
 
+// Large enough that writes are few, small enough that the buffer stays in the cache.
+const std::size_t kBlockSize = 1 << 20;
+
 // Texts of a .jit load record are read as empty from this length on; a cut name says more.
 const std::size_t kLongestText = 511;
 
@@ -45,12 +48,11 @@ bool lineTableOf(const DebugInfo& info, std::uint64_t codeSize, std::vector<Line
 
 } // namespace
 
-JitdumpMapper::JitdumpMapper(const FileHeader& header)
-    : m_width(header.elfMachine == kElfMachineX86 ? korvane_tracewriter::Width::Bits32
+JitdumpMapper::JitdumpMapper(const FileHeader& header, korvane_tracewriter::TraceFile* file)
+    : m_file(file),
+      m_width(header.elfMachine == kElfMachineX86 ? korvane_tracewriter::Width::Bits32
                                                   : korvane_tracewriter::Width::Bits64),
-      m_lastMethodId(0) {
-    m_trace.magic().collectorType(korvane_tracewriter::TraceWriter::kCollectorJitProfiler);
-}
+      m_lastMethodId(0) {}
 
 void JitdumpMapper::attachLines(std::uint64_t codeAddress, LoadRecord& load) {
     const auto pending = m_pendingLines.find(codeAddress);
@@ -76,28 +78,44 @@ void JitdumpMapper::codeLoad(const CodeLoad& record) {
     load.methodId = ++m_lastMethodId;
     load.loadTime = record.head.timestamp;
     load.architecture = m_width == korvane_tracewriter::Width::Bits32 ? 0 : 1;
-    load.ranges.push_back({record.codeAddress, static_cast<std::uint32_t>(record.codeSize),
-                           korvane_tracewriter::Bytes(record.code, record.code + record.codeSize)});
+    load.ranges.push_back({record.codeAddress, static_cast<std::uint32_t>(record.codeSize), {}});
     const RuntimeName name = RuntimeName::create(record.name);
     load.methodName = limited(name.method());
     load.sourceFileName = limited(name.sourceFile());
     attachLines(record.codeAddress, load);
-    m_trace.loadV3(load, m_width);
+    write(load, record.code);
     ++m_counts.loads;
-    m_loads[record.codeIndex] = std::move(load);
+    m_loads[record.codeIndex] = WrittenLoad{std::move(load), record.code};
 }
 
 void JitdumpMapper::codeMove(const CodeMove& record) {
     const auto original = m_loads.find(record.codeIndex);
-    if (original == m_loads.end() || original->second.ranges.front().length != record.codeSize) {
+    if (original == m_loads.end() || original->second.load.ranges.front().length != record.codeSize) {
         ++m_counts.skipped;
         return;
     }
-    LoadRecord& moved = original->second;
+    LoadRecord& moved = original->second.load;
     moved.loadTime = record.head.timestamp;
     moved.ranges.front().startAddress = record.newCodeAddress;
-    m_trace.loadV3(moved, m_width);
+    write(moved, original->second.code);
     ++m_counts.moves;
+}
+
+void JitdumpMapper::write(LoadRecord& load, const std::uint8_t* code) {
+    korvane_tracewriter::Bytes& bytes = load.ranges.front().code;
+    bytes.assign(code, code + load.ranges.front().length);
+    m_trace.loadV3(load, m_width);
+    bytes = korvane_tracewriter::Bytes();
+    drain(kBlockSize);
+}
+
+// One write to the file per block rather than per record.
+void JitdumpMapper::drain(std::size_t atLeast) {
+    if (m_trace.size() < atLeast)
+        return;
+    if (m_file && m_writeProblem.empty())
+        m_file->append(m_trace, m_writeProblem);
+    m_trace.clear();
 }
 
 void JitdumpMapper::debugInfo(DebugInfo& record) {
@@ -115,6 +133,9 @@ void JitdumpMapper::skipped(const RecordHeader&, JitdumpReader::SkipReason) { ++
 void JitdumpMapper::finish() {
     m_counts.skipped += m_pendingLines.size();
     m_pendingLines.clear();
+    // The code they point to goes with the bytes read.
+    m_loads.clear();
+    drain(1);
 }
 
 } // namespace korvane_jitdump

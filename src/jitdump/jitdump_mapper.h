@@ -4,6 +4,7 @@
 
 #include "jitdump/jitdump_reader.h"
 
+#include "tracewriter/trace_file.h"
 #include "tracewriter/trace_writer.h"
 
 #include <cstdint>
@@ -20,29 +21,44 @@ public:
         std::uint64_t skipped = 0; // records read that became nothing
     };
 
-    explicit JitdumpMapper(const FileHeader& header);
+    // The records go to the file in blocks as they are made, behind the head the
+    // file was created with; without a file they are made and dropped (fuzzing).
+    explicit JitdumpMapper(const FileHeader& header, korvane_tracewriter::TraceFile* file = nullptr);
 
     void codeLoad(const CodeLoad& record) override;
     void codeMove(const CodeMove& record) override;
     void debugInfo(DebugInfo& record) override;
     void skipped(const RecordHeader& head, JitdumpReader::SkipReason reason) override;
-    // Counts the line records that no load claimed; called once after reading.
+    // Counts the line records that no load claimed and hands the last block to the
+    // file; called once after reading, while the bytes read are still there.
     void finish();
 
-    const korvane_tracewriter::TraceWriter& trace() const { return m_trace; }
     const Counts& counts() const { return m_counts; }
+    // Empty unless writing to the file failed; nothing is written after a failure.
+    const std::string& writeProblem() const { return m_writeProblem; }
 
 private:
+    // A load as it was written, without its code: a move writes it again with
+    // the code taken from the bytes read, so that no copy of all code is kept.
+    struct WrittenLoad {
+        korvane_tracewriter::LoadRecord load;
+        const std::uint8_t* code;
+    };
+
     void attachLines(std::uint64_t codeAddress, korvane_tracewriter::LoadRecord& load);
+    void write(korvane_tracewriter::LoadRecord& load, const std::uint8_t* code);
+    void drain(std::size_t atLeast);
 
     korvane_tracewriter::TraceWriter m_trace;
+    korvane_tracewriter::TraceFile* m_file;
+    std::string m_writeProblem;
     korvane_tracewriter::Width m_width;
     Counts m_counts;
     std::uint32_t m_lastMethodId;
     // Line records wait here for the load of their code address.
     std::map<std::uint64_t, DebugInfo> m_pendingLines;
     // The latest load of each code index, for the moves that follow it.
-    std::map<std::uint64_t, korvane_tracewriter::LoadRecord> m_loads;
+    std::map<std::uint64_t, WrittenLoad> m_loads;
 };
 
 } // namespace korvane_jitdump

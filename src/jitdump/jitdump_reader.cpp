@@ -3,7 +3,6 @@
 
 #include "jitdump/byte_cursor.h"
 
-#include <fstream>
 #include <type_traits>
 #include <utility>
 
@@ -14,19 +13,19 @@ namespace {
 // The smallest entry: address, line, discriminator and an empty name's NUL.
 const std::uint64_t kSmallestDebugEntry = 17;
 
-bool readHeader(const std::vector<std::uint8_t>& bytes, FileHeader& header, std::string& problem) {
-    if (bytes.size() < kFileHeaderSize) {
-        problem = "shorter than a jitdump header (" + std::to_string(bytes.size()) + " bytes)";
+bool readHeader(const std::uint8_t* bytes, std::size_t size, FileHeader& header, std::string& problem) {
+    if (size < kFileHeaderSize) {
+        problem = "shorter than a jitdump header (" + std::to_string(size) + " bytes)";
         return false;
     }
     std::uint32_t magic = 0;
-    ByteCursor(bytes.data(), 4, false).u32(magic);
+    ByteCursor(bytes, 4, false).u32(magic);
     if (magic != kMagic && magic != kMagicSwapped) {
         problem = "no jitdump magic word";
         return false;
     }
     header.bigEndian = magic == kMagicSwapped;
-    ByteCursor cursor(bytes.data() + 4, kFileHeaderSize - 4, header.bigEndian);
+    ByteCursor cursor(bytes + 4, kFileHeaderSize - 4, header.bigEndian);
     std::uint32_t padding = 0;
     cursor.u32(header.version);
     cursor.u32(header.headerSize);
@@ -104,41 +103,34 @@ void dispatch(const RecordHeader& head, ByteCursor& body, JitdumpReader::Handler
 
 } // namespace
 
-JitdumpReader::JitdumpReader(std::vector<std::uint8_t> bytes, const FileHeader& header)
-    : m_bytes(std::move(bytes)), m_header(header) {}
+JitdumpReader::JitdumpReader(std::vector<std::uint8_t> bytes, std::unique_ptr<MappedFile> file,
+                             const FileHeader& header)
+    : m_bytes(std::move(bytes)), m_file(std::move(file)), m_data(m_file ? m_file->data() : m_bytes.data()),
+      m_size(m_file ? m_file->size() : m_bytes.size()), m_header(header) {}
 
 std::unique_ptr<JitdumpReader> JitdumpReader::create(std::vector<std::uint8_t> bytes, std::string& problem) {
     FileHeader header;
-    if (!readHeader(bytes, header, problem))
+    if (!readHeader(bytes.data(), bytes.size(), header, problem))
         return nullptr;
-    return std::unique_ptr<JitdumpReader>(new JitdumpReader(std::move(bytes), header));
+    return std::unique_ptr<JitdumpReader>(new JitdumpReader(std::move(bytes), nullptr, header));
 }
 
 std::unique_ptr<JitdumpReader> JitdumpReader::open(const std::string& path, std::string& problem) {
-    std::ifstream file(path, std::ios::binary | std::ios::ate);
-    const std::streamoff size = file ? static_cast<std::streamoff>(file.tellg()) : -1;
-    if (size < 0) {
-        problem = "cannot open the file";
+    std::unique_ptr<MappedFile> file = MappedFile::create(path, problem);
+    FileHeader header;
+    if (!file || !readHeader(file->data(), file->size(), header, problem))
         return nullptr;
-    }
-    // The size at opening: records a runtime appends later are not read.
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
-    file.seekg(0);
-    if (!file.read(reinterpret_cast<char*>(bytes.data()), size)) {
-        problem = "cannot read the file";
-        return nullptr;
-    }
-    return create(std::move(bytes), problem);
+    return std::unique_ptr<JitdumpReader>(new JitdumpReader(std::vector<std::uint8_t>(), std::move(file), header));
 }
 
 JitdumpReader::Outcome JitdumpReader::read(Handler& handler) const {
     Outcome outcome;
-    const std::size_t size = m_bytes.size();
+    const std::size_t size = m_size;
     std::size_t position = m_header.headerSize < size ? m_header.headerSize : size;
     while (position < size) {
         const std::size_t remaining = size - position;
         RecordHeader head;
-        ByteCursor frame(m_bytes.data() + position, remaining, m_header.bigEndian);
+        ByteCursor frame(m_data + position, remaining, m_header.bigEndian);
         if (!frame.u32(head.id) || !frame.u32(head.totalSize) || !frame.u64(head.timestamp) ||
             head.totalSize > remaining) {
             outcome.ending = Ending::CutOff;
@@ -150,7 +142,7 @@ JitdumpReader::Outcome JitdumpReader::read(Handler& handler) const {
             outcome.unreadBytes = remaining;
             return outcome;
         }
-        ByteCursor body(m_bytes.data() + position + kRecordHeaderSize, head.totalSize - kRecordHeaderSize,
+        ByteCursor body(m_data + position + kRecordHeaderSize, head.totalSize - kRecordHeaderSize,
                         m_header.bigEndian);
         dispatch(head, body, handler);
         ++outcome.records;

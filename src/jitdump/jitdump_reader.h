@@ -3,6 +3,7 @@
 #define KORVANE_JITDUMP_JITDUMP_READER_H
 
 #include "jitdump/jitdump_format.h"
+#include "jitdump/mapped_file.h"
 
 #include <cstdint>
 #include <memory>
@@ -39,7 +40,7 @@ public:
 
     // Checks the file header; null with the reason in problem if the bytes are no jitdump file.
     static std::unique_ptr<JitdumpReader> create(std::vector<std::uint8_t> bytes, std::string& problem);
-    // As create, over the contents of a file.
+    // As create, over the contents of a file, which is mapped and not read into a buffer.
     static std::unique_ptr<JitdumpReader> open(const std::string& path, std::string& problem);
 
     const FileHeader& header() const { return m_header; }
@@ -49,9 +50,13 @@ public:
     static const char* endingText(Ending ending);
 
 private:
-    JitdumpReader(std::vector<std::uint8_t> bytes, const FileHeader& header);
+    JitdumpReader(std::vector<std::uint8_t> bytes, std::unique_ptr<MappedFile> file, const FileHeader& header);
 
+    // The bytes are one of the two, given or mapped.
     std::vector<std::uint8_t> m_bytes;
+    std::unique_ptr<MappedFile> m_file;
+    const std::uint8_t* m_data;
+    std::size_t m_size;
     FileHeader m_header;
 };
 

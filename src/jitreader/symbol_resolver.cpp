@@ -45,6 +45,41 @@ korvane_error_t SymbolResolver::initializeJitFiles(skeinkit2::generic_iterator_t
     return read;
 }
 
+korvane_error_t getHostIdByName(const ISymbolResolver& resolver, const char* hostName, u32_t* hostId) {
+    // Every resolver the library hands out is of this class.
+    const SymbolResolver* ours = dynamic_cast<const SymbolResolver*>(&resolver);
+    if (!ours || !hostName || !hostId)
+        return meInvalidArgument;
+    *hostId = ours->getHostIdByName(hostName);
+    return meSuccess;
+}
+
+korvane_error_t resolveJitPoint(const ISymbolResolver& resolver, u64_t timestamp, address_t address, u32_t pid,
+                                u32_t hostId, jit_rva_t* jitRva, ISymbol::Ptr& symbol) {
+    const SymbolResolver* ours = dynamic_cast<const SymbolResolver*>(&resolver);
+    if (!ours || !jitRva)
+        return meInvalidArgument;
+    JitMethod::Ptr method;
+    jit_rva_t rva = 0;
+    const korvane_error_t resolved = ours->resolveJitPoint(timestamp, address, pid, hostId, rva, method);
+    if (resolved != meSuccess)
+        return resolved;
+    *jitRva = rva;
+    symbol = method;
+    return meSuccess;
+}
+
+u32_t SymbolResolver::getHostIdByName(const char* hostName) const { return m_jitFilesManager.getHostID(hostName); }
+
+korvane_error_t SymbolResolver::resolveJitPoint(u64_t timestamp, address_t address, u32_t pid, u32_t hostId,
+                                                jit_rva_t& jitRva, JitMethod::Ptr& method) const {
+    // The data manager takes the address first and the time stamp second.
+    const korvane_error_t resolved = m_jitDataManager.resolveJitPoint(address, timestamp, pid, hostId, method, jitRva);
+    if (resolved != meSuccess)
+        return resolved;
+    return method && jitRva != 0 ? meSuccess : meNotFound;
+}
+
 korvane_error_t SymbolResolver::getHostNameById(u32_t hostId, const char** hostName) const {
     if (!hostName)
         return meInvalidArgument;

@@ -21,6 +21,11 @@ public:
     korvane_error_t translateToJitRva(u32_t jitId, address_t address, const char* jitFile,
                                       jit_rva_t* jitRva) const override;
 
+    // What the loader answers for a sample, from the tables read in full.
+    u32_t getHostIdByName(const char* hostName) const;
+    korvane_error_t resolveJitPoint(u64_t timestamp, address_t address, u32_t pid, u32_t hostId, jit_rva_t& jitRva,
+                                    JitMethod::Ptr& method) const;
+
 private:
     explicit SymbolResolver(boost::intrusive_ptr<ISymbolFileLocator>& locator);
     korvane_error_t initializeJitFiles(skeinkit2::generic_iterator_t<const char*>& paths, target_arch_t arch);

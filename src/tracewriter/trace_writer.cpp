@@ -12,8 +12,11 @@ namespace jt = korvane_3_10::jittrace;
 
 namespace {
 
+// Appends to bytes that someone else holds: a payload of its own, or the
+// trace itself, so that a record is built once, where it ends up.
 class PayloadBuilder {
 public:
+    explicit PayloadBuilder(Bytes& bytes) : m_bytes(bytes) {}
     void u8(std::uint8_t value) { m_bytes.push_back(value); }
     void u16(std::uint16_t value) { little(value, 2); }
     void u32(std::uint32_t value) { little(value, 4); }
@@ -40,15 +43,16 @@ public:
             u32(entry.lineNumber);
         }
     }
-    Bytes take() { return std::move(m_bytes); }
 
 private:
     void little(std::uint64_t value, int count) {
+        std::uint8_t word[8];
         for (int i = 0; i < count; ++i)
-            m_bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+            word[i] = static_cast<std::uint8_t>(value >> (8 * i));
+        m_bytes.insert(m_bytes.end(), word, word + count);
     }
 
-    Bytes m_bytes;
+    Bytes& m_bytes;
 };
 
 void ranges(PayloadBuilder& out, const LoadRecord& record) {
@@ -71,48 +75,31 @@ void tail(PayloadBuilder& out, const LoadRecord& record, bool wideCounts) {
     out.lineTable(record.nativeToSource, wideCounts);
 }
 
-Bytes payloadV0OrV1(const LoadRecord& record, bool wideCounts) {
-    PayloadBuilder out;
+void writeV0OrV1(PayloadBuilder& out, const LoadRecord& record, bool wideCounts) {
     out.u32(record.methodToken);
     out.u64(record.loadTime);
     ranges(out, record);
     tail(out, record, wideCounts);
-    return out.take();
 }
 
-std::uint32_t widthType(Width width, std::uint32_t type32, std::uint32_t type64) {
-    return width == Width::Bits32 ? type32 : type64;
-}
-
-} // namespace
-
-Bytes payloadV0(const LoadRecord& record) { return payloadV0OrV1(record, false); }
-
-Bytes payloadV1(const LoadRecord& record) { return payloadV0OrV1(record, true); }
-
-Bytes payloadV2(const LoadRecord& record) {
-    PayloadBuilder out;
+void writeV2(PayloadBuilder& out, const LoadRecord& record) {
     out.u32(record.methodId);
     out.u32(record.methodToken);
     out.u64(record.loadTime);
     ranges(out, record);
     tail(out, record, true);
-    return out.take();
 }
 
-Bytes payloadV3(const LoadRecord& record) {
-    PayloadBuilder out;
+void writeV3(PayloadBuilder& out, const LoadRecord& record) {
     out.u32(record.methodId);
     out.u32(record.methodToken);
     out.u8(record.isInlined);
     out.u64(record.loadTime);
     ranges(out, record);
     tail(out, record, true);
-    return out.take();
 }
 
-Bytes payloadInline(const InlineRecord& record) {
-    PayloadBuilder out;
+void writeInline(PayloadBuilder& out, const InlineRecord& record) {
     out.u32(record.methodId);
     out.u32(record.parentId);
     out.u64(record.loadTime);
@@ -128,11 +115,9 @@ Bytes payloadInline(const InlineRecord& record) {
     out.string(record.sourceFileName);
     out.u16(record.languageType);
     out.lineTable(record.nativeToSource, true);
-    return out.take();
 }
 
-Bytes payloadUpdateV2(const UpdateV2Record& record) {
-    PayloadBuilder out;
+void writeUpdateV2(PayloadBuilder& out, const UpdateV2Record& record) {
     out.u32(record.segmentType);
     out.u64(record.loadTime);
     out.u16(record.architecture);
@@ -141,39 +126,93 @@ Bytes payloadUpdateV2(const UpdateV2Record& record) {
     out.u32(record.length);
     out.u32(static_cast<std::uint32_t>(record.code.size()));
     out.bytes(record.code);
-    return out.take();
 }
+
+// A payload on its own, for tests that cut or alter it.
+template <typename Record, typename Writer>
+Bytes payloadOf(const Record& record, Writer write) {
+    Bytes bytes;
+    PayloadBuilder out(bytes);
+    write(out, record);
+    return bytes;
+}
+
+std::uint32_t widthType(Width width, std::uint32_t type32, std::uint32_t type64) {
+    return width == Width::Bits32 ? type32 : type64;
+}
+
+// A sized record built in place at the end of the trace: the size word is
+// filled in once the payload stands behind it.
+template <typename Record, typename Writer>
+void appendRecord(Bytes& trace, std::uint32_t type, const Record& record, Writer write) {
+    PayloadBuilder out(trace);
+    out.u32(type);
+    const std::size_t sizeWord = trace.size();
+    out.u32(0);
+    write(out, record);
+    const std::uint32_t size = static_cast<std::uint32_t>(trace.size() - sizeWord - 4);
+    for (int i = 0; i < 4; ++i)
+        trace[sizeWord + i] = static_cast<std::uint8_t>(size >> (8 * i));
+}
+
+} // namespace
+
+Bytes payloadV0(const LoadRecord& record) {
+    return payloadOf(record, [](PayloadBuilder& out, const LoadRecord& load) { writeV0OrV1(out, load, false); });
+}
+
+Bytes payloadV1(const LoadRecord& record) {
+    return payloadOf(record, [](PayloadBuilder& out, const LoadRecord& load) { writeV0OrV1(out, load, true); });
+}
+
+Bytes payloadV2(const LoadRecord& record) { return payloadOf(record, writeV2); }
+
+Bytes payloadV3(const LoadRecord& record) { return payloadOf(record, writeV3); }
+
+Bytes payloadInline(const InlineRecord& record) { return payloadOf(record, writeInline); }
+
+Bytes payloadUpdateV2(const UpdateV2Record& record) { return payloadOf(record, writeUpdateV2); }
 
 TraceWriter& TraceWriter::magic(std::uint32_t value) { return this->value(jt::Magic, value); }
 
 TraceWriter& TraceWriter::collectorType(std::uint32_t value) { return this->value(jt::CollectorType, value); }
 
 TraceWriter& TraceWriter::loadV0(const LoadRecord& record, Width width) {
-    return sized(widthType(width, jt::FunctionLoad32, jt::FunctionLoad64), payloadV0(record));
+    appendRecord(m_bytes, widthType(width, jt::FunctionLoad32, jt::FunctionLoad64), record,
+                 [](PayloadBuilder& out, const LoadRecord& load) { writeV0OrV1(out, load, false); });
+    return *this;
 }
 
 TraceWriter& TraceWriter::loadV1(const LoadRecord& record, Width width) {
-    return sized(widthType(width, jt::FunctionLoad32_v1, jt::FunctionLoad64_v1), payloadV1(record));
+    appendRecord(m_bytes, widthType(width, jt::FunctionLoad32_v1, jt::FunctionLoad64_v1), record,
+                 [](PayloadBuilder& out, const LoadRecord& load) { writeV0OrV1(out, load, true); });
+    return *this;
 }
 
 TraceWriter& TraceWriter::loadV2(const LoadRecord& record, Width width) {
-    return sized(widthType(width, jt::FunctionLoad32_v2, jt::FunctionLoad64_v2), payloadV2(record));
+    appendRecord(m_bytes, widthType(width, jt::FunctionLoad32_v2, jt::FunctionLoad64_v2), record, writeV2);
+    return *this;
 }
 
 TraceWriter& TraceWriter::loadV3(const LoadRecord& record, Width width) {
-    return sized(widthType(width, jt::FunctionLoad32_v3, jt::FunctionLoad64_v3), payloadV3(record));
+    appendRecord(m_bytes, widthType(width, jt::FunctionLoad32_v3, jt::FunctionLoad64_v3), record, writeV3);
+    return *this;
 }
 
 TraceWriter& TraceWriter::functionUpdate(const LoadRecord& record) {
-    return sized(jt::FunctionUpdate, payloadV3(record));
+    appendRecord(m_bytes, jt::FunctionUpdate, record, writeV3);
+    return *this;
 }
 
 TraceWriter& TraceWriter::inlineLoad(const InlineRecord& record, Width width) {
-    return sized(widthType(width, jt::FunctionInlineLoad32, jt::FunctionInlineLoad64), payloadInline(record));
+    appendRecord(m_bytes, widthType(width, jt::FunctionInlineLoad32, jt::FunctionInlineLoad64), record,
+                 writeInline);
+    return *this;
 }
 
 TraceWriter& TraceWriter::updateV2(const UpdateV2Record& record) {
-    return sized(jt::FunctionUpdate_v2, payloadUpdateV2(record));
+    appendRecord(m_bytes, jt::FunctionUpdate_v2, record, writeUpdateV2);
+    return *this;
 }
 
 TraceWriter& TraceWriter::sized(std::uint32_t type, const Bytes& payload) {
@@ -181,24 +220,26 @@ TraceWriter& TraceWriter::sized(std::uint32_t type, const Bytes& payload) {
 }
 
 TraceWriter& TraceWriter::sizedWithSizeWord(std::uint32_t type, std::uint32_t sizeWord, const Bytes& payload) {
-    PayloadBuilder out;
+    PayloadBuilder out(m_bytes);
     out.u32(type);
     out.u32(sizeWord);
     out.bytes(payload);
-    return raw(out.take());
+    return *this;
 }
 
 TraceWriter& TraceWriter::value(std::uint32_t type, std::uint32_t value) {
-    PayloadBuilder out;
+    PayloadBuilder out(m_bytes);
     out.u32(type);
     out.u32(value);
-    return raw(out.take());
+    return *this;
 }
 
 TraceWriter& TraceWriter::raw(const Bytes& bytes) {
     m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end());
     return *this;
 }
+
+void TraceWriter::clear() { m_bytes.clear(); }
 
 TraceWriter& TraceWriter::cutOff(std::size_t count) {
     m_bytes.resize(count < m_bytes.size() ? m_bytes.size() - count : 0);

@@ -111,6 +111,10 @@ public:
     // Drops the last bytes written: a payload or size word cut off by the end of the file.
     TraceWriter& cutOff(std::size_t count);
 
+    // Drops what was written, keeping the memory: a writer that hands its
+    // records to a file block by block fills the same buffer again.
+    void clear();
+
     const Bytes& bytes() const { return m_bytes; }
     std::size_t size() const { return m_bytes.size(); }
     // Writes the file; throws std::runtime_error when it can't.

@@ -16,6 +16,8 @@ set(required
   "korvane_3_10::writeSymbolReport\\("
   "korvane_3_10::isTraceFileName\\("
   "korvane_3_10::parseTraceFileName\\("
+  "korvane_3_10::getHostIdByName\\(korvane_3_10::ISymbolResolver const&"
+  "korvane_3_10::resolveJitPoint\\(korvane_3_10::ISymbolResolver const&"
   "korvane_3_10::listTraceFiles\\("
   "korvane_3_10::WcharToUtf8::convert\\("
   "korvane_3_10::Utf8ToWchar::convert\\("
