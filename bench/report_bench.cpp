@@ -261,7 +261,7 @@ void BM_ReportDeepCallChains(benchmark::State& state) {
     const korvane_report::SampleCounts counts = report->counts();
     state.counters["locations"] = static_cast<double>(report->locations().size());
     state.counters["stacks"] = report->stacks().size();
-    state.counters["jit_frames"] = static_cast<double>(counts.jitFrames) / counts.frames;
+    state.counters["jit_frames"] = static_cast<double>(counts.jitFrames) / static_cast<double>(counts.frames);
 }
 BENCHMARK(BM_ReportDeepCallChains)->Unit(benchmark::kMillisecond)->Iterations(3);
 
@@ -304,7 +304,7 @@ void BM_ReportBesidePerfScript(benchmark::State& state) {
         syntheticText();
         g_syntheticSecondsPerSample = reportSynthetic(loader, resolver, report, nullptr) / (kSamples * kPasses);
     }
-    const double perfScriptPerSample = counts.samples ? perfScript / counts.samples : 0;
+    const double perfScriptPerSample = counts.samples ? perfScript / static_cast<double>(counts.samples) : 0;
     state.counters["samples"] = static_cast<double>(counts.samples);
     state.counters["depth"] = counts.samples ? static_cast<double>(counts.frames) / counts.samples : 0;
     state.counters["perf_script_s"] = perfScript;
