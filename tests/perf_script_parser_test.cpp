@@ -80,6 +80,13 @@ INSTANTIATE_TEST_SUITE_P(
              " 1/1 1.000001: 1\n\t        7f00 a (b)\n\t                7f01 c (d)\n\t \t 7f02 e (f)\n"
              "\t7f03 g (h)\n\t       7f04 i (j)\n",
              {"1/1 1000001000 1 7f00:a (b) 7f01:c (d) 7f02:e (f) 7f03:g (h) 7f04:i (j)"}},
+        // perf's sixteen columns, whose addresses are read eight digits at a time, and
+        // forms that only look like them.
+        Case{"SixteenColumnAddresses",
+             " 1/1 1.000001: 1\n\tffffffff8158c1b5 k ([kernel.kallsyms])\n\t               0 [unknown] ([unknown])\n"
+             "\t    7F5512C94006 upper (x)\n\t       12 345678 s (x)\n\t0123456789abcdef  wide (x)\n",
+             {"1/1 1000001000 1 ffffffff8158c1b5:k ([kernel.kallsyms]) 0:[unknown] ([unknown]) "
+              "7f5512c94006:upper (x) 12:345678 s (x) 123456789abcdef:wide (x)"}},
         Case{"NumberLikeSymbolsAfterThePeriodIsSettled",
              " 1/1 1.000001:  7f00 add one (/bin/x)\n 1/1 1.000002: 250 401000 (/bin/x)\n",
              {"1/1 1000001000 - 7f00:add one (/bin/x)", "1/1 1000002000 - 250:401000 (/bin/x)"}}),

@@ -52,7 +52,7 @@ const CodeTimeline::ProcessCode* CodeTimeline::process(const std::string& host, 
 }
 
 CodeTimeline::Window CodeTimeline::windowAt(const ProcessCode& code, std::uint64_t address, std::uint64_t time) {
-    Window window{0, std::numeric_limits<std::uint64_t>::max()};
+    Window window{0, std::numeric_limits<std::uint64_t>::max(), false};
     auto span = std::upper_bound(code.spans.begin(), code.spans.end(), address,
                                  [](std::uint64_t value, const Span& s) { return value < s.start; });
     // Spans that start within the longest length below the address are all that can hold it.
@@ -62,6 +62,7 @@ CodeTimeline::Window CodeTimeline::windowAt(const ProcessCode& code, std::uint64
             break;
         if (address >= span->end)
             continue;
+        window.everCode = true;
         narrow(window, span->load, time);
         if (span->unload != 0)
             narrow(window, span->unload, time);

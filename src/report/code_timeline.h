@@ -30,6 +30,7 @@ public:
     struct Window {
         std::uint64_t begin;
         std::uint64_t end;
+        bool everCode; // whether any region ever held the address
     };
 
     explicit CodeTimeline(korvane_3_10::ISymbolResolver& resolver);

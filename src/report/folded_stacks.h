@@ -6,23 +6,25 @@
 #include "report.h"
 
 #include <cstdint>
-#include <map>
 #include <ostream>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace korvane_report {
 
 class FoldedStacks {
 public:
     explicit FoldedStacks(const Report& report);
-
     void write(std::ostream& out) const;
 
 private:
     // FlameGraph's annotations: _[j] JIT, _[i] inlined, _[k] kernel frames.
     static void appendFrame(const StringTable& strings, const Frame& frame, std::string& line);
+    // Stacks of different addresses may fold into the same line: sorted, then counted together.
+    void sortAndMerge();
 
-    std::map<std::string, std::uint64_t> m_counts;
+    std::vector<std::pair<std::string, std::uint64_t>> m_counts;
 };
 
 } // namespace korvane_report

@@ -110,20 +110,24 @@ void FrameResolver::beginSample(std::uint32_t host, std::uint32_t pid, std::uint
 
 std::uint32_t FrameResolver::locateAnew(std::uint64_t address, std::string_view perfText) {
     const CodeTimeline::Window window = m_process->code ? CodeTimeline::windowAt(*m_process->code, address, m_time)
-                                                        : CodeTimeline::Window{0, UINT64_MAX};
+                                                        : CodeTimeline::Window{0, UINT64_MAX, false};
     std::uint32_t location = 0;
     if (!m_windows.find(m_process->index, address, window.begin, location)) {
         location = static_cast<std::uint32_t>(m_locations.size());
-        m_locations.push_back(resolve(address, perfText));
+        m_locations.push_back(resolve(address, window.everCode, perfText));
         m_windows.add(m_process->index, address, window.begin, location);
     }
     m_cache.put(address, m_process->index, LocationCache::Entry{location, window.begin, window.end});
     return location;
 }
 
-Location FrameResolver::resolve(std::uint64_t address, std::string_view perfText) {
+// An address that no region of the traces ever held is outside JIT code without asking:
+// native frames make up most of a profile's addresses.
+Location FrameResolver::resolve(std::uint64_t address, bool everCode, std::string_view perfText) {
     if (!m_process->code)
         return perfLocation(address, perfText, loUntraced, fkNative);
+    if (!everCode)
+        return perfLocation(address, perfText, loOutside, fkNative);
     jit_rva_t rva = 0;
     IModule::Ptr module;
     if (m_loader->resolveJitPoint(m_time, address, m_process->pid, m_process->loaderHost, &rva, module) !=

@@ -68,7 +68,7 @@ private:
     const Process& process(std::uint32_t host, std::uint32_t pid);
     // The location of an address the cache holds for no window or another one.
     std::uint32_t locateAnew(std::uint64_t address, std::string_view perfText);
-    Location resolve(std::uint64_t address, std::string_view perfText);
+    Location resolve(std::uint64_t address, bool everCode, std::string_view perfText);
     Location jitLocation(std::uint64_t address, korvane_3_10::jit_rva_t rva, std::string_view perfText);
     Location perfLocation(std::uint64_t address, std::string_view perfText, location_outcome_t outcome,
                           frame_kind_t kind);

@@ -135,8 +135,66 @@ void skipBlanks(std::string_view& text) {
         text.remove_prefix(1);
 }
 
+// Eight characters, the first in the lowest byte, read as lower-case hex digits all
+// at once; false if any of them is something else.
+bool wordAsHex(std::uint64_t word, std::uint32_t& value) {
+    const std::uint64_t kOnes = 0x0101010101010101ull;
+    const std::uint64_t nibbles = (word & 0x0f * kOnes) + 9 * ((word >> 6) & kOnes);
+    const std::uint64_t tenOrMore = ((nibbles + 6 * kOnes) >> 4) & kOnes;
+    // Only a digit or a lower-case letter is written back as the character it was read from.
+    if (nibbles + 0x30 * kOnes + 0x27 * tenOrMore != word)
+        return false;
+    std::uint64_t packed = __builtin_bswap64(nibbles);
+    packed = (packed | packed >> 4) & 0x00ff00ff00ff00ffull;
+    packed = (packed | packed >> 8) & 0x0000ffff0000ffffull;
+    value = static_cast<std::uint32_t>(packed | packed >> 16);
+    return true;
+}
+
+// The word with its leading blanks made '0'; false when it holds blanks alone.
+bool leadingBlanksAsZeros(std::uint64_t& word) {
+    const std::uint64_t kLow7 = 0x7f7f7f7f7f7f7f7full;
+    const std::uint64_t other = word ^ 0x2020202020202020ull;
+    // 0x80 in each byte that is no blank.
+    const std::uint64_t notBlank = (((other & kLow7) + kLow7) | other) & ~kLow7;
+    if (notBlank == 0)
+        return false;
+    const int leading = __builtin_ctzll(notBlank) / 8;
+    word += 0x1010101010101010ull & ((1ull << (8 * leading)) - 1);
+    return true;
+}
+
+// perf's own layout: a tab, the address right-aligned in sixteen columns, a blank.
+// Read sixteen characters at a time, as frame lines come by the million; text is left
+// at the blank. False for any other layout, which the general reading then takes.
+bool takeAlignedHex(std::string_view& text, std::uint64_t& value) {
+    const std::size_t kColumns = 16;
+    if (text.size() < kColumns + 2 || text[0] != '\t' || text[kColumns + 1] != ' ')
+        return false;
+    std::uint64_t high = 0;
+    std::uint64_t low = 0;
+    std::memcpy(&high, text.data() + 1, sizeof(high));
+    std::memcpy(&low, text.data() + 1 + sizeof(high), sizeof(low));
+    if (!leadingBlanksAsZeros(high)) {
+        high = 0x3030303030303030ull;
+        if (!leadingBlanksAsZeros(low))
+            return false;
+    }
+    std::uint32_t highValue = 0;
+    std::uint32_t lowValue = 0;
+    if (!wordAsHex(high, highValue) || !wordAsHex(low, lowValue))
+        return false;
+    value = static_cast<std::uint64_t>(highValue) << 32 | lowValue;
+    text.remove_prefix(kColumns + 1);
+    return true;
+}
+
 // "HEXIP TEXT": the address of a frame and what follows it.
 bool parseFrame(std::string_view text, PerfFrame& frame) {
+    if (takeAlignedHex(text, frame.ip)) {
+        frame.text = trimmed(text);
+        return true;
+    }
     skipBlanks(text);
     if (!takeHex(text, frame.ip) || (!text.empty() && !isBlank(text.front())))
         return false;

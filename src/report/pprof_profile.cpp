@@ -15,10 +15,12 @@ namespace {
 // zlib's window bits for a gzip wrapper around the deflate stream.
 const int kGzipWindowBits = 15 + 16;
 
+// The fastest level: a profile is written once and read a few times, and pays more
+// for compression time than for size.
 bool gzip(const std::string& data, std::string& packed) {
     z_stream stream;
     std::memset(&stream, 0, sizeof(stream));
-    if (deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kGzipWindowBits, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+    if (deflateInit2(&stream, Z_BEST_SPEED, Z_DEFLATED, kGzipWindowBits, 8, Z_DEFAULT_STRATEGY) != Z_OK)
         return false;
     packed.resize(deflateBound(&stream, static_cast<uLong>(data.size())));
     stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));

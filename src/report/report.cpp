@@ -2,9 +2,9 @@
 // sample CSV, resolves every frame, and keeps the distinct stacks for the views.
 #include "report.h"
 
+#include "prefixed_buffer.h"
 #include "sample_file.h"
 
-#include <iterator>
 #include <sstream>
 
 namespace korvane_report {
@@ -75,9 +75,8 @@ bool Report::readPerfScript(std::istream& in, const std::string& start, const st
 
 bool Report::readSampleFile(std::istream& in, const std::string& start, const std::string& name, bool strict,
                             std::ostream& err) {
-    std::string text = start;
-    text.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    std::istringstream whole(text);
+    PrefixedBuffer buffer(start, in.rdbuf());
+    std::istream whole(&buffer);
     std::vector<Sample> samples;
     if (!SampleFile::read(whole, name, samples, err) && strict) {
         err << name << ": reading stopped (--strict)\n";
