@@ -1,4 +1,4 @@
-// The catalogue: file names, scan order, host ids, jit RVA ranges and failures, on real directories.
+// The catalogue and its public listing: names, scan order, host ids, jit RVA ranges and failures, on real directories.
 #include "jitreader/jit_files_manager.h"
 
 #include "test_support.h"
@@ -106,6 +106,21 @@ TEST(JitFilesManagerTest, CatalogueOrdersNumbersAndNamesWhatItFinds) {
                                         root.file("b/y.1.jit")}),
               files);
 
+    // The public listing: host by host, process by process, each file with its range.
+    PathList again({root.file("b"), root.file("a")});
+    std::vector<TraceFileEntry> listed;
+    ASSERT_EQ(meSuccess, listTraceFiles(again.iterator(), listed));
+    std::vector<std::string> rows;
+    for (const TraceFileEntry& file : listed)
+        rows.push_back(std::to_string(file.hostId) + " " + file.hostName + " " + std::to_string(file.pid) + " " +
+                       std::to_string(file.startJitRva) + "+" + std::to_string(file.size) + " " + file.path);
+    EXPECT_EQ(std::vector<std::string>({"1 y 1 1+20 " + root.file("a/y.1.jit"),
+                                        "1 y 1 26+0 " + root.file("b/y.1-10.jit"),
+                                        "1 y 1 26+10 " + root.file("b/y.1-2.jit"),
+                                        "1 y 1 36+30 " + root.file("b/y.1.jit"),
+                                        "2 x 1 21+5 " + root.file("b/x.1.jit")}),
+              rows);
+
     // Ranges of files the catalogue doesn't hold leave the caller's values alone.
     for (const std::string& path : {root.file("c/y.1.jit"), root.file("b/y.2.jit"), std::string("y.1.jit")}) {
         u64_t start = 77;
@@ -147,6 +162,15 @@ TEST(JitFilesManagerTest, ScansEndAtTheFirstFailure) {
         JitFilesManager manager;
         EXPECT_EQ(c.result, manager.initialize(list.iterator(), taAny));
         EXPECT_EQ(c.pids, pidsOf(manager));
+
+        PathList forListing(paths);
+        std::vector<TraceFileEntry> files(1);
+        EXPECT_EQ(c.result, listTraceFiles(forListing.iterator(), files));
+        std::vector<u32_t> filePids;
+        for (const TraceFileEntry& file : files)
+            filePids.push_back(file.pid);
+        // Every case has one file a process; a failed scan lists nothing.
+        EXPECT_EQ(c.result == meSuccess ? c.pids : std::vector<u32_t>(), filePids);
 
         PathList again(paths);
         const boost::intrusive_ptr<IJitProcesses> processes = IJitProcesses::create(again.iterator());

@@ -4,15 +4,11 @@
 #include "text_output.h"
 #include "trace_directories.h"
 
-#include "jitreader/jit_files_manager.h"
-#include "jitreader/logging.h"
-
 namespace korvane_tool {
 
 namespace {
 
-using korvane_3_10::JitFilesManager;
-using korvane_3_10::hex;
+using korvane_3_10::TraceFileEntry;
 
 const char kSynopsis[] = "processes DIR...";
 
@@ -23,16 +19,27 @@ struct Totals {
     std::uint64_t bytes = 0;
 };
 
-void printProcess(korvane_3_10::u32_t pid, const JitFilesManager::ProcessJitInfo& process, std::ostream& out,
-                  Totals& totals) {
-    out << "  process " << pid << ", " << countText(process.m_files.size(), "file", "files") << "\n";
-    for (const JitFilesManager::JitFileInfo& file : process.m_files) {
-        out << "    jit RVA [" << hex(file.m_startJitRva) << ", " << hex(file.m_startJitRva + file.m_size) << ")  "
-            << file.m_size << " bytes  " << file.m_path << "\n";
-        totals.bytes += file.m_size;
+typedef std::vector<TraceFileEntry>::const_iterator FileWalk;
+
+// The files from first on that belong to the same process of the same host.
+FileWalk processEnd(FileWalk first, FileWalk end) {
+    FileWalk next = first;
+    while (next != end && next->hostId == first->hostId && next->pid == first->pid)
+        ++next;
+    return next;
+}
+
+void printProcess(FileWalk first, FileWalk end, std::ostream& out, Totals& totals) {
+    const std::size_t files = static_cast<std::size_t>(end - first);
+    out << "  process " << first->pid << ", " << countText(files, "file", "files") << "\n";
+    for (FileWalk file = first; file != end; ++file) {
+        out << "    jit RVA [" << hexText(file->startJitRva, HexZero::bare) << ", "
+            << hexText(file->startJitRva + file->size, HexZero::bare) << ")  " << file->size << " bytes  "
+            << file->path << "\n";
+        totals.bytes += file->size;
     }
     ++totals.processes;
-    totals.files += process.m_files.size();
+    totals.files += files;
 }
 
 int listProcesses(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
@@ -41,16 +48,19 @@ int listProcesses(const std::vector<std::string>& args, std::ostream& out, std::
     if (!arguments.parseDirectoryCommand(args, kSynopsis, out, err, exitCode))
         return exitCode;
     const TraceDirectories directories(arguments.positional());
-    JitFilesManager catalogue;
-    if (!directories.scan(catalogue, err))
+    std::vector<TraceFileEntry> files;
+    if (!directories.listFiles(files, err))
         return 1;
 
     Totals totals;
-    for (const auto& host : catalogue.processes()) {
-        out << "host " << host.first << " \"" << catalogue.getHostName(host.first) << "\"\n";
-        for (const auto& process : host.second)
-            printProcess(process.first, process.second, out, totals);
-        ++totals.hosts;
+    for (FileWalk first = files.begin(); first != files.end();) {
+        if (first == files.begin() || first->hostId != (first - 1)->hostId) {
+            out << "host " << first->hostId << " \"" << first->hostName << "\"\n";
+            ++totals.hosts;
+        }
+        const FileWalk end = processEnd(first, files.end());
+        printProcess(first, end, out, totals);
+        first = end;
     }
     out << countText(totals.hosts, "host", "hosts") << ", " << countText(totals.processes, "process", "processes")
         << ", " << countText(totals.files, "file", "files") << ", " << countText(totals.bytes, "byte", "bytes") << "\n";

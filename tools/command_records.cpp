@@ -6,7 +6,6 @@
 
 #include "jitreader/jit_file_decoder.h"
 #include "jitreader/jit_trace_format.h"
-#include "jitreader/logging.h"
 #include "jitreader/method_report.h"
 #include "jitreader/payload_reader.h"
 
@@ -21,6 +20,15 @@ using namespace korvane_3_10;
 typedef JitFileDecoder::Record Record;
 
 const char kSynopsis[] = "records FILE [--modules-only] [--start-rva N]";
+const char kUsage[] =
+    "records FILE [--modules-only] [--start-rva N]\n"
+    "  FILE            a trace file, or - for standard input redirected from one\n"
+    "  --modules-only  decode as a loader does: no code bytes, oldest records stop after the module\n"
+    "  --start-rva N   first jit RVA of the file (default 0x1, as for the first file read)\n"
+    "The library's own messages go to stderr; korvane-jit --log-level INFO records FILE\n"
+    "also shows each decoded method in full, disassembly included.\n"
+    "records is the one internal diagnostic: it reads the file with the library's own\n"
+    "decoder, where every other command goes through the library's public API.";
 
 const char* recordTypeName(u32_t type) {
     const jittrace::RecordTypeInfo* info = jittrace::findRecordType(type);
@@ -85,11 +93,11 @@ std::string displayName(const JitMethod& method) {
 
 void printMethod(const JitMethod& method, std::ostream& out) {
     out << "    method   " << displayName(method) << "\n"
-        << "             raw id " << hex(method.getRawMethodId());
+        << "             raw id " << hexText(method.getRawMethodId(), HexZero::bare);
     if (method.getRawParentId() != 0)
-        out << ", raw parent id " << hex(method.getRawParentId());
-    out << ", token " << hex(method.getMethodToken()) << ", load time " << hex(method.getLoadTime())
-        << ", jit RVA " << hex(method.getStartJitRva()) << "\n";
+        out << ", raw parent id " << hexText(method.getRawParentId(), HexZero::bare);
+    out << ", token " << hexText(method.getMethodToken(), HexZero::bare) << ", load time "
+        << hexText(method.getLoadTime(), HexZero::bare) << ", jit RVA " << hexText(method.getStartJitRva(), HexZero::bare) << "\n";
     if (*method.getClassName())
         out << "    class    " << method.getClassName() << "\n";
     if (const IModule::Ptr module = method.getModule())
@@ -99,9 +107,10 @@ void printMethod(const JitMethod& method, std::ostream& out) {
         out << "    source   " << source->getSourceFileName() << "\n";
     std::size_t index = 0;
     for (const Region::Ptr& region : method.codeRegions()) {
-        out << "    region " << ++index << "  ip [" << hex(region->startAddress()) << ", " << hex(region->endAddress())
-            << ")  jit RVA [" << hex(region->startJitRva()) << ", " << hex(region->startJitRva() + region->length())
-            << ")  ";
+        out << "    region " << ++index << "  ip [" << hexText(region->startAddress(), HexZero::bare) << ", "
+            << hexText(region->endAddress(), HexZero::bare) << ")  jit RVA ["
+            << hexText(region->startJitRva(), HexZero::bare) << ", "
+            << hexText(region->startJitRva() + region->length(), HexZero::bare) << ")  ";
         if (region->content())
             out << region->content()->size() << " code bytes\n";
         else
@@ -110,8 +119,8 @@ void printMethod(const JitMethod& method, std::ostream& out) {
     if (method.codeRegions().empty())
         out << "    no code region\n";
     for (const auto& table : method.getLineNumberInfo())
-        out << "    lines    for jit RVA [" << hex(table.first.m_start) << ", " << hex(table.first.end())
-            << "): managed to source " << table.second.m_managedToSource.size() << ", native to managed "
+        out << "    lines    for jit RVA [" << hexText(table.first.m_start, HexZero::bare) << ", "
+            << hexText(table.first.end(), HexZero::bare) << "): managed to source " << table.second.m_managedToSource.size() << ", native to managed "
             << table.second.m_nativeToManaged.size() << ", native to source "
             << table.second.m_nativeToSource.size() << "\n";
 }
@@ -124,7 +133,7 @@ public:
     }
 
     void list(const Record& record, Tally& tally) {
-        m_out << "@" << hex(record.offset) << "  " << recordTypeName(record.type);
+        m_out << "@" << hexText(record.offset, HexZero::bare) << "  " << recordTypeName(record.type);
         ++tally.records;
         if (jittrace::findRecordType(record.type)->framing == jittrace::rfValue) {
             listValue(record);
@@ -147,7 +156,7 @@ private:
     void listValue(const Record& record) {
         // Framing gives value records their four bytes.
         const u32_t value = static_cast<u32_t>(littleEndian(record.data.data(), 4));
-        m_out << "  value " << hex(value);
+        m_out << "  value " << hexText(value, HexZero::bare);
         if (record.type == jittrace::CollectorType)
             m_out << (value == ctJitProfiler ? " (JIT profiler)" : " (another collector)");
         if (record.type == jittrace::Magic && record.offset != 0)
@@ -177,14 +186,14 @@ private:
 
 // The last line of a listing that framing cut short.
 void printStop(korvane_error_t result, const Record& record, std::ostream& out) {
-    out << "stopped at " << hex(record.offset) << ": " << errorName(result);
+    out << "stopped at " << hexText(record.offset, HexZero::bare) << ": " << errorName(result);
     if (result == meFileNotOpen) {
         out << ", the file could not be opened\n";
         return;
     }
     out << " in ";
     if (!jittrace::findRecordType(record.type))
-        out << "a record of unknown type " << hex(record.type);
+        out << "a record of unknown type " << hexText(record.type, HexZero::bare);
     else
         out << "a " << recordTypeName(record.type) << " record";
     out << "; the library's message on stderr says what is broken, and a reader ends the file here\n";
@@ -221,17 +230,12 @@ bool isRegularFile(const std::string& path, std::ostream& err) {
 
 int listRecords(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
     ArgumentParser arguments({"--start-rva"}, {"--modules-only"});
-    if (!arguments.parse(args, err))
+    int exitCode = 0;
+    if (!arguments.parseCommand(args, kUsage, out, err, exitCode))
+        return exitCode;
+    if (arguments.positional().size() != 1) {
+        err << "Usage: korvane-jit " << kUsage << "\n";
         return 2;
-    if (arguments.has("--help") || arguments.positional().size() != 1) {
-        (arguments.has("--help") ? out : err)
-            << "Usage: korvane-jit " << kSynopsis << "\n"
-            << "  FILE            a trace file, or - for standard input redirected from one\n"
-            << "  --modules-only  decode as a loader does: no code bytes, oldest records stop after the module\n"
-            << "  --start-rva N   first jit RVA of the file (default 0x1, as for the first file read)\n"
-            << "The library's own messages go to stderr; korvane-jit --log-level INFO records FILE\n"
-            << "also shows each decoded method in full, disassembly included.\n";
-        return arguments.has("--help") ? 0 : 2;
     }
     std::uint64_t startJitRva = 1;
     if (!parseNumber(arguments.value("--start-rva", "1"), startJitRva)) {
@@ -251,7 +255,7 @@ int listRecords(const std::vector<std::string>& args, std::ostream& out, std::os
     out << "trace " << path;
     if (!sizeError)
         out << ", " << size << " bytes";
-    out << ", process " << pid << ", jit RVAs from " << hex(startJitRva) << ", "
+    out << ", process " << pid << ", jit RVAs from " << hexText(startJitRva, HexZero::bare) << ", "
         << (mode == dmFull ? "code bytes kept" : "modules only") << "\n";
 
     JitFileDecoder decoder(tracePath, pid, 1, startJitRva, mode);
@@ -262,8 +266,8 @@ int listRecords(const std::vector<std::string>& args, std::ostream& out, std::os
     out << countText(tally.records, "record", "records") << ": " << tally.decoded << " decoded, " << tally.refused
         << " refused by the decoder\n";
     if (result == meEndOfFile) {
-        out << "end of file; the records took jit RVAs [" << hex(startJitRva) << ", " << hex(decoder.nextJitRva())
-            << ")\n";
+        out << "end of file; the records took jit RVAs [" << hexText(startJitRva, HexZero::bare) << ", "
+            << hexText(decoder.nextJitRva(), HexZero::bare) << ")\n";
         return 0;
     }
     printStop(result, record, out);
@@ -272,7 +276,8 @@ int listRecords(const std::vector<std::string>& args, std::ostream& out, std::os
 
 const CommandRegistration registration(Command{
     "records", kSynopsis,
-    "Lists the records of one trace file with offsets, types and sizes, and what the decoder makes of each.",
+    "Lists the records of one trace file with offsets, types and sizes, and what the decoder makes of each. "
+    "The one internal diagnostic: it reads through the library's own decoder, not its public API.",
     listRecords});
 
 } // namespace

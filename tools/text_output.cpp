@@ -1,8 +1,6 @@
 // Text forms of the tool's output: numbers, CSV fields and JSON strings.
 #include "text_output.h"
 
-#include "jitreader/prefixed_hex.h"
-
 #include <algorithm>
 #include <cstdio>
 #include <sstream>
@@ -69,9 +67,11 @@ std::size_t utf8SequenceLength(const std::string& text, std::size_t i) {
 
 } // namespace
 
-std::string hexText(std::uint64_t value) {
+std::string hexText(std::uint64_t value, HexZero zero) {
+    if (value == 0 && zero == HexZero::bare)
+        return "0";
     std::ostringstream out;
-    out << korvane_3_10::prefixedHex(value);
+    out << "0x" << std::hex << value;
     return out.str();
 }
 

@@ -7,8 +7,13 @@
 
 namespace korvane_tool {
 
-// "0x" and lower-case hex; zero as "0x0", so that a column reads the same throughout.
-std::string hexText(std::uint64_t value);
+// How hexText writes zero: "0x0" in columns and CSV, so that they read the same
+// throughout; "0" where the tool words numbers as the library's messages do
+// (processes and records print it so).
+enum class HexZero { prefixed, bare };
+
+// "0x" and lower-case hex.
+std::string hexText(std::uint64_t value, HexZero zero = HexZero::prefixed);
 // Quoted when it holds a comma, a quote or a line break; quotes doubled inside.
 std::string csvField(const std::string& text);
 // A JSON string literal, quotes included. Each byte that is not part of valid

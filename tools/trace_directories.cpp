@@ -2,8 +2,6 @@
 // say when scanning them fails.
 #include "trace_directories.h"
 
-#include "jitreader/jit_files_manager.h"
-
 #include <boost/filesystem/operations.hpp>
 
 #include <set>
@@ -33,9 +31,9 @@ skeinkit2::generic_iterator_t<const char*> TraceDirectories::iterator() const {
     return skeinkit2::generic_iterator_t<const char*>(Walk(m_texts.begin(), m_texts.end()));
 }
 
-bool TraceDirectories::scan(korvane_3_10::JitFilesManager& catalogue, std::ostream& err) const {
+bool TraceDirectories::listFiles(std::vector<korvane_3_10::TraceFileEntry>& files, std::ostream& err) const {
     skeinkit2::generic_iterator_t<const char*> paths = iterator();
-    const korvane_error_t result = catalogue.initialize(paths, korvane_3_10::taAny);
+    const korvane_error_t result = korvane_3_10::listTraceFiles(paths, files);
     if (result == meSuccess)
         return true;
     explain(result, err);
@@ -80,8 +78,8 @@ bool TraceDirectories::frontEnds(boost::intrusive_ptr<korvane_3_10::IJitLoader>&
 }
 
 void TraceDirectories::explainFailure(std::ostream& err) const {
-    korvane_3_10::JitFilesManager catalogue;
-    if (scan(catalogue, err))
+    std::vector<korvane_3_10::TraceFileEntry> files;
+    if (listFiles(files, err))
         err << "korvane-jit: the traces in these directories could not be read\n";
 }
 

@@ -9,10 +9,6 @@
 #include <string>
 #include <vector>
 
-namespace korvane_3_10 {
-class JitFilesManager;
-}
-
 namespace korvane_tool {
 
 class TraceDirectories {
@@ -25,8 +21,8 @@ public:
     // A fresh iterator over the directories for each front end that is made.
     skeinkit2::generic_iterator_t<const char*> iterator() const;
 
-    // Scans into the catalogue; on failure says on err what is wrong and where.
-    bool scan(korvane_3_10::JitFilesManager& catalogue, std::ostream& err) const;
+    // The trace files as the front ends number them; on failure says on err what is wrong and where.
+    bool listFiles(std::vector<korvane_3_10::TraceFileEntry>& files, std::ostream& err) const;
     // The front ends over the directories; null after saying on err what is wrong.
     boost::intrusive_ptr<korvane_3_10::ISymbolResolver> resolver(std::ostream& err) const;
     boost::intrusive_ptr<korvane_3_10::ISymbolResolver> resolver(korvane_arch arch, std::ostream& err) const;

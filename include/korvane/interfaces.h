@@ -12,6 +12,7 @@
 #include <atomic>
 #include <exception>
 #include <ostream>
+#include <vector>
 
 namespace korvane_3_10 {
 
@@ -175,6 +176,21 @@ KORVANE_API bool isTraceFileName(const ustring& fileName);
 // Our own addition: host and process of a trace file name HOST.PID.jit; meNotFound for
 // a name of fewer than three dot-separated parts. A process part that holds no number leaves pid alone.
 KORVANE_API korvane_error_t parseTraceFileName(const ustring& fileName, u32_t& pid, ustring& hostName);
+
+// Our own addition: one trace file as the front ends number it.
+struct TraceFileEntry {
+    u32_t hostId;
+    ustring hostName;
+    u32_t pid;
+    jit_rva_t startJitRva; // its jit RVAs run up to startJitRva + size
+    u64_t size;
+    ustring path;
+};
+// Our own addition: the trace files of the directories, by host id, process and file,
+// as every front end over the same directories numbers them. On a failed scan, its
+// result code and no files.
+KORVANE_API korvane_error_t listTraceFiles(skeinkit2::generic_iterator_t<const char*>& paths,
+                                           std::vector<TraceFileEntry>& files);
 
 // For callers; the library itself never throws it.
 class KORVANE_API Exception : public std::exception {

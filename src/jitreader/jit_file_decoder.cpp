@@ -1,10 +1,12 @@
 // Framing of .jit trace files and decoding of their record payloads.
 #include "jitreader/jit_file_decoder.h"
 
+#include "jitreader/inline_record_fields.h"
 #include "jitreader/java_signature_parser.h"
 #include "jitreader/logging.h"
 #include "jitreader/method_report.h"
 #include "jitreader/payload_reader.h"
+#include "jitreader/update_record_fields.h"
 
 #include <sys/stat.h>
 
@@ -21,7 +23,7 @@ const char* const kCompiledJavaCode = "[Compiled Java code]";
 
 // The older load records are refused as a whole when they run past their
 // payload, so their fields need no report of their own.
-class IgnoredFields : public LoadRecordFields::FieldCheck {
+class IgnoredFields : public FieldReader::Check {
 public:
     void operator()(const PayloadReader&, bool) override {}
 };
@@ -29,7 +31,7 @@ public:
 // The checks of one record's fields against its size. Only the first field that
 // leaves no room is reported: the fields behind it lie further out, and a record
 // that claims more than it holds reports it once, whatever it claims.
-class SizeCheck : public LoadRecordFields::FieldCheck {
+class SizeCheck : public FieldReader::Check {
 public:
     void operator()(const PayloadReader& in, bool mayEnd) override {
         if (m_reported)
@@ -49,9 +51,9 @@ private:
 };
 
 // The same for the update records, whose payload may not end after any field.
-class LengthCheck {
+class LengthCheck : public FieldReader::Check {
 public:
-    void operator()(const PayloadReader& in) {
+    void operator()(const PayloadReader& in, bool) override {
         if (m_reported || in.position() < in.size())
             return;
         m_reported = true;
@@ -62,6 +64,24 @@ public:
 private:
     bool m_reported = false;
 };
+
+// Logs the refusal of a field, if there is one.
+bool isRefused(const FieldRefusal& refusal) {
+    if (!refusal.refused())
+        return false;
+    KORVANE_LOG_ERROR(refusal.message << hex(refusal.value));
+    return true;
+}
+
+// Reads the fields of a record with its size check; false, with the refusal
+// logged, when a field holds a value the record may not.
+template <typename Fields>
+bool readFields(const JitFileDecoder::Record& record, FieldReader::Check& check, Fields& fields) {
+    PayloadReader payload(record.data);
+    FieldReader in(payload, check);
+    fields = Fields::read(in);
+    return !isRefused(fields.refusal);
+}
 
 bool isJavaClassShape(const std::string& className) {
     return !className.empty() && className.front() == 'L' && className.back() == ';';
@@ -234,9 +254,10 @@ bool JitFileDecoder::decodeCodeRecord(const Record& record, JitMethod::Ptr& meth
 
 bool JitFileDecoder::decodeOlderLoadRecord(const Record& record, JitMethod::Ptr& method, Version version) const {
     const bool modulesOnly = version != Version::V2 && (m_decodingMode & dmModulesOnly) != 0;
-    PayloadReader in(record.data);
+    PayloadReader payload(record.data);
     IgnoredFields ignoreField;
-    const LoadRecordFields fields = LoadRecordFields::read(in, version, modulesOnly, ignoreField);
+    FieldReader in(payload, ignoreField);
+    const LoadRecordFields fields = LoadRecordFields::read(in, version, modulesOnly);
     // Everything is checked before anything is built, so that a refused
     // record leaves neither the method nor the jit RVA counter touched.
     if (in.overrun())
@@ -253,18 +274,18 @@ bool JitFileDecoder::decodeOlderLoadRecord(const Record& record, JitMethod::Ptr&
     info.m_methodToken = fields.methodToken;
     const Region::Ptr firstRegion = addCodeRegions(fields, false, *method);
     if (version != Version::V2) {
-        info.m_module = newModule(fields.moduleName, meNotFound, fields.architecture);
+        info.m_module = newModule(fields.names.moduleName, meNotFound, fields.names.architecture);
         if (modulesOnly)
             return true;
     }
-    setNames(info, fields.className, fields.methodName);
+    setNames(info, fields.names.className, fields.names.methodName);
     info.m_sourceFile =
-        SourceFile(fields.sourceFileName, fields.checksum, fields.checksumType, fields.languageType);
+        SourceFile(fields.names.sourceFileName, fields.checksum, fields.checksumType, fields.languageType);
     if (version == Version::V2) {
-        const bool javaWithoutModule = fields.languageType == kLanguageJava && fields.moduleName.empty();
-        const std::string moduleName = javaWithoutModule ? kCompiledJavaCode : fields.moduleName;
+        const bool javaWithoutModule = fields.languageType == kLanguageJava && fields.names.moduleName.empty();
+        const std::string moduleName = javaWithoutModule ? kCompiledJavaCode : fields.names.moduleName;
         info.m_module =
-            newModule(moduleName, isDefaultModuleName(moduleName) ? meSuccess : meNotFound, fields.architecture);
+            newModule(moduleName, isDefaultModuleName(moduleName) ? meSuccess : meNotFound, fields.names.architecture);
     }
     if (firstRegion)
         addLineTables(fields, firstRegion, *method);
@@ -276,9 +297,10 @@ bool JitFileDecoder::decodeMethodLoadRecordV3(const Record& record, JitMethod::P
                                               korvane_bool_t* isInlined) {
     KORVANE_TRACE_SCOPE();
     KORVANE_ASSERT_TEXT(!record.data.empty(), "traceSize");
-    PayloadReader in(record.data);
+    PayloadReader payload(record.data);
     SizeCheck checkTraceSize;
-    const LoadRecordFields fields = LoadRecordFields::read(in, Version::V3, false, checkTraceSize);
+    FieldReader in(payload, checkTraceSize);
+    const LoadRecordFields fields = LoadRecordFields::read(in, Version::V3, false);
     if (isInlined)
         *isInlined = fields.isInlined;
     const bool inlined = fields.isInlined != 0;
@@ -298,14 +320,13 @@ bool JitFileDecoder::decodeMethodLoadRecordV3(const Record& record, JitMethod::P
         return false;
     }
     const Region::Ptr firstRegion = addCodeRegions(fields, inlined, *method);
-    if (fields.architecture == arch_xa32)
+    if (fields.names.architecture == arch_xa32)
         m_has32BitModule = true;
-    else if (fields.architecture == arch_xa64)
+    else if (fields.names.architecture == arch_xa64)
         m_has64BitModule = true;
     info.m_sourceFile =
-        SourceFile(fields.sourceFileName, fields.checksum, fields.checksumType, fields.languageType);
-    storeNamesAndModule(fields.moduleName, fields.architecture, fields.methodName, fields.className,
-                        fields.languageType, *method);
+        SourceFile(fields.names.sourceFileName, fields.checksum, fields.checksumType, fields.languageType);
+    storeNamesAndModule(fields.names, fields.languageType, *method);
     if (firstRegion)
         addLineTables(fields, firstRegion, *method);
     storeMethodId(fields.methodId, method);
@@ -319,76 +340,24 @@ bool JitFileDecoder::decodeMethodInlineLoadRecord(const Record& record, JitMetho
     KORVANE_ASSERT(record.type == KORVANE3_TRACE_JITTRACE(FunctionInlineLoad32) ||
                    record.type == KORVANE3_TRACE_JITTRACE(FunctionInlineLoad64));
     KORVANE_ASSERT_TEXT(!record.data.empty(), "traceSize");
-    PayloadReader in(record.data);
-    SizeCheck checkTraceSize;
     ensureMethod(method);
-    const u32_t methodId = in.u32();
-    checkTraceSize(in, false);
-    const u32_t parentId = in.u32();
-    checkTraceSize(in, false);
-    method->setRawMethodId(methodId);
-    method->setRawParentId(parentId);
+    SizeCheck checkTraceSize;
+    InlineRecordFields fields;
+    if (!readFields(record, checkTraceSize, fields))
+        return false;
+
+    const CodeRangeFields& range = fields.range;
+    method->setRawMethodId(fields.methodId);
+    method->setRawParentId(fields.parentId);
     method->setStartJitRva(0);
-
-    const u64_t loadTime = in.u64();
-    checkTraceSize(in, false);
-    if (loadTime == 0) {
-        KORVANE_LOG_ERROR("Invalid load time: " << hex(loadTime));
-        return false;
-    }
-    method->setLoadTime(loadTime);
-    const u32_t rangeCount = in.u16();
-    checkTraceSize(in, false);
-    if (rangeCount != 1) {
-        KORVANE_LOG_ERROR("Invalid number of code regions: " << hex(rangeCount));
-        return false;
-    }
-    const address_t startAddress = in.u64();
-    checkTraceSize(in, false);
-    if (startAddress == 0) {
-        KORVANE_LOG_ERROR("Invalid start address of code range: " << hex(startAddress));
-        return false;
-    }
-    const u32_t length = in.u32();
-    checkTraceSize(in, false);
-    if (length == 0) {
-        KORVANE_LOG_ERROR("Invalid size of code range: " << hex(length));
-        return false;
-    }
-    const u32_t codeSize = in.u32();
-    checkTraceSize(in, false);
-    if (codeSize == 0) {
-        KORVANE_LOG_ERROR("Invalid number of code range's bytes: " << hex(codeSize));
-        return false;
-    }
-    const char* code = in.bytes(codeSize);
-    checkTraceSize(in, false);
-    method->addCodeRegion(newRegion(startAddress, length, loadTime, 0, keptBytes(code, codeSize)));
-
-    const std::string moduleName = in.countedString();
-    checkTraceSize(in, false);
-    const std::uint16_t architecture = in.u16();
-    checkTraceSize(in, false);
-    const std::string methodName = in.countedString();
-    checkTraceSize(in, false);
-    const std::string className = in.countedString();
-    checkTraceSize(in, false);
-    const std::string sourceFileName = in.countedString();
-    checkTraceSize(in, false);
-    const u32_t languageType = in.u16();
-    checkTraceSize(in, false);
-    method->methodInfo()->m_sourceFile = SourceFile(sourceFileName, std::string(), 0, languageType);
-    storeNamesAndModule(moduleName, architecture, methodName, className, languageType, *method);
-
-    const u32_t lineCount = in.u32();
-    checkTraceSize(in, true);
-    if (lineCount != 0) {
-        const std::vector<korvane_line_number_entry> entries = in.lineEntries(lineCount);
-        checkTraceSize(in, true);
-        addLineTable(*method, ltNativeToSource, entries, Range{0, length});
-    }
-    storeMethodId(methodId, method);
-    method->methodInfo()->m_baseParentId = m_hashGenerator.getHashValue(parentId, method);
+    method->setLoadTime(fields.loadTime);
+    method->addCodeRegion(
+        newRegion(range.startAddress, range.length, fields.loadTime, 0, keptBytes(fields.code, range.codeSize)));
+    method->methodInfo()->m_sourceFile = SourceFile(fields.names.sourceFileName, std::string(), 0, fields.languageType);
+    storeNamesAndModule(fields.names, fields.languageType, *method);
+    addLineTable(*method, ltNativeToSource, fields.nativeToSource, Range{0, range.length});
+    storeMethodId(fields.methodId, method);
+    method->methodInfo()->m_baseParentId = m_hashGenerator.getHashValue(fields.parentId, method);
     logRawData(*method);
     method->validateSymbolicInfo();
     return true;
@@ -398,60 +367,30 @@ bool JitFileDecoder::decodeMethodUpdateRecordV2(const Record& record, JitMethod:
     KORVANE_TRACE_SCOPE();
     KORVANE_ASSERT(record.type == KORVANE3_TRACE_JITTRACE(FunctionUpdate_v2));
     ensureMethod(method);
-    method->setStartJitRva(m_nextJitRva);
     KORVANE_ASSERT_TEXT(!record.data.empty(), "traceLen");
-    PayloadReader in(record.data);
     LengthCheck checkTraceLen;
+    UpdateRecordFields fields;
+    if (!readFields(record, checkTraceLen, fields))
+        return false;
 
-    const u32_t segmentType = in.u32();
-    checkTraceLen(in);
-    const u64_t loadTime = in.u64();
-    checkTraceLen(in);
-    if (loadTime == 0) {
-        KORVANE_LOG_ERROR("Invalid load time: " << hex(loadTime));
-        return false;
-    }
-    method->setLoadTime(loadTime);
-    const std::uint16_t architecture = in.u16();
-    checkTraceLen(in);
-    method->methodInfo()->m_module = newModule(kDynamicCode, meSuccess, architecture);
-
-    const std::string rangeName = in.countedString();
-    checkTraceLen(in);
-    const address_t startAddress = in.u64();
-    checkTraceLen(in);
-    if (startAddress == 0) {
-        KORVANE_LOG_ERROR("Invalid start address of code range: " << hex(startAddress));
-        return false;
-    }
-    const u32_t length = in.u32();
-    checkTraceLen(in);
-    if (length == 0) {
-        KORVANE_LOG_ERROR("Invalid length of code range: " << hex(length));
-        return false;
-    }
-    const u32_t codeSize = in.u32();
-    checkTraceLen(in);
-    if (codeSize == 0) {
-        KORVANE_LOG_ERROR("Invalid number of code range's bytes: " << hex(codeSize));
-        return false;
-    }
-    KORVANE_LOG_INFO("Update range: " << hex(startAddress) << "-" << hex(startAddress + length)
-                                      << ", loadTime = " << hex(loadTime));
-
+    const CodeRangeFields& range = fields.range;
+    KORVANE_LOG_INFO("Update range: " << hex(range.startAddress) << "-" << hex(range.startAddress + range.length)
+                                      << ", loadTime = " << hex(fields.loadTime));
     Region::Ptr found;
     JitMethod::Ptr foundMethod;
-    if (m_searchCallback && !findUpdatedRegion(startAddress, loadTime, length, found, foundMethod))
+    if (m_searchCallback && !findUpdatedRegion(range.startAddress, fields.loadTime, range.length, found, foundMethod))
         return false;
+    const boost::shared_ptr<IByteBuffer> bytes = keptBytes(fields.code, range.codeSize);
+    if (!checkTraceLen.reported())
+        KORVANE_ASSERT_TEXT(fields.codeEndsPayload, "bytesRead == traceLen");
+
+    method->setStartJitRva(m_nextJitRva);
+    method->setLoadTime(fields.loadTime);
+    method->methodInfo()->m_module = newModule(kDynamicCode, meSuccess, fields.architecture);
     if (foundMethod)
         method->setRawMethodId(foundMethod->getRawMethodId());
-    const char* code = in.bytes(codeSize);
-    const boost::shared_ptr<IByteBuffer> bytes = keptBytes(code, codeSize);
-    if (!checkTraceLen.reported())
-        KORVANE_ASSERT_TEXT(in.position() == in.size(), "bytesRead == traceLen");
-
-    const Region::Ptr region = updatedRegion(found, startAddress, length, loadTime, bytes,
-                                             static_cast<korvane_segment_type_t>(segmentType), rangeName);
+    const Region::Ptr region = updatedRegion(found, range.startAddress, range.length, fields.loadTime, bytes,
+                                             static_cast<korvane_segment_type_t>(fields.segmentType), fields.rangeName);
     if (!region)
         return false;
     method->addCodeRegion(region);
@@ -525,8 +464,10 @@ void JitFileDecoder::addLineTables(const LoadRecordFields& fields, const Region:
     addLineTable(method, ltNativeToSource, fields.nativeToSource, range);
 }
 
-void JitFileDecoder::storeNamesAndModule(std::string moduleName, std::uint16_t architecture, std::string methodName,
-                                         std::string className, u32_t languageType, JitMethod& method) const {
+void JitFileDecoder::storeNamesAndModule(const NameFields& names, u32_t languageType, JitMethod& method) const {
+    std::string moduleName = names.moduleName;
+    std::string methodName = names.methodName;
+    std::string className = names.className;
     bool javaNames = false;
     if (languageType == kLanguageJava) {
         javaNames = true;
@@ -545,7 +486,7 @@ void JitFileDecoder::storeNamesAndModule(std::string moduleName, std::uint16_t a
     BaseMethodInfo& info = *method.methodInfo();
     setNames(info, className, methodName);
     const bool bogus = isDefaultModuleName(moduleName) || m_collectorType == ctJitProfiler;
-    info.m_module = newModule(moduleName, bogus ? meSuccess : meNotFound, architecture);
+    info.m_module = newModule(moduleName, bogus ? meSuccess : meNotFound, names.architecture);
 }
 
 boost::shared_ptr<IByteBuffer> JitFileDecoder::keptBytes(const char* code, u32_t codeSize) const {

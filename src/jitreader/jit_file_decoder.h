@@ -60,8 +60,7 @@ private:
     // Returns the first region made, null when none.
     Region::Ptr addCodeRegions(const LoadRecordFields& fields, bool inlined, JitMethod& method) const;
     void addLineTables(const LoadRecordFields& fields, const Region::Ptr& firstRegion, JitMethod& method) const;
-    void storeNamesAndModule(std::string moduleName, std::uint16_t architecture, std::string methodName,
-                             std::string className, u32_t languageType, JitMethod& method) const;
+    void storeNamesAndModule(const NameFields& names, u32_t languageType, JitMethod& method) const;
     boost::shared_ptr<IByteBuffer> keptBytes(const char* code, u32_t codeSize) const;
     Region::Ptr newRegion(address_t startAddress, u32_t length, u64_t loadTime, jit_rva_t startJitRva,
                           const boost::shared_ptr<IByteBuffer>& bytes) const;

@@ -2,7 +2,7 @@
 #ifndef KORVANE_JITREADER_LOAD_RECORD_FIELDS_H
 #define KORVANE_JITREADER_LOAD_RECORD_FIELDS_H
 
-#include "jitreader/payload_reader.h"
+#include "jitreader/name_fields.h"
 
 #include <cstdint>
 #include <string>
@@ -12,16 +12,6 @@ namespace korvane_3_10 {
 
 struct LoadRecordFields {
     enum class Version { V0, V1, V2, V3 };
-
-    // Called after every field with the cursor behind it; mayEnd tells that a
-    // payload may end right there.
-    class FieldCheck {
-    public:
-        virtual void operator()(const PayloadReader& in, bool mayEnd) = 0;
-
-    protected:
-        ~FieldCheck() {}
-    };
 
     // A code range entry whose length isn't 0; empty entries are only counted.
     struct CodeRange {
@@ -35,7 +25,7 @@ struct LoadRecordFields {
 
     // Reads the head, the code ranges and the tail of the given version. With
     // stopAfterModule it stops behind the architecture.
-    static LoadRecordFields read(PayloadReader& in, Version version, bool stopAfterModule, FieldCheck& check);
+    static LoadRecordFields read(FieldReader& in, Version version, bool stopAfterModule);
 
     bool hasLineTables() const;
 
@@ -45,11 +35,7 @@ struct LoadRecordFields {
     u64_t loadTime = 0;
     u32_t rangeCount = 0;
     std::vector<CodeRange> ranges;
-    std::string moduleName;
-    std::uint16_t architecture = 0;
-    std::string methodName;
-    std::string className;
-    std::string sourceFileName;
+    NameFields names;
     std::uint16_t checksumType = 0;
     std::string checksum;
     std::uint16_t languageType = 0;

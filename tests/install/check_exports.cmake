@@ -16,6 +16,7 @@ set(required
   "korvane_3_10::writeSymbolReport\\("
   "korvane_3_10::isTraceFileName\\("
   "korvane_3_10::parseTraceFileName\\("
+  "korvane_3_10::listTraceFiles\\("
   "korvane_3_10::WcharToUtf8::convert\\("
   "korvane_3_10::Utf8ToWchar::convert\\("
   "TOBREK_2_18::debug::_private::____________________ASSERT____________________\\(")

@@ -23,7 +23,6 @@ namespace {
 const char kProduction[] = "session-1";
 const char kRerun[] = "session-2";
 
-const std::uint32_t kJitProfiler = 1;
 const std::uint32_t kOtherCollector = 2;
 
 // Where the JVM of the shop service puts its compiled code.
@@ -151,7 +150,7 @@ void ExampleSet::writeShopJvm() {
     addItemCalls.calls = {total.address, get.address};
 
     TraceWriter first;
-    first.magic().collectorType(kJitProfiler);
+    first.magic().collectorType(TraceWriter::kCollectorJitProfiler);
     first.loadV3(records.load(addItemCalls)).inlineLoad(records.inlined(getPrice)); // parent first
     first.inlineLoad(records.inlined(hash)).loadV3(records.load(get));               // inline first
     first.inlineLoad(records.inlined(hashCode)).inlineLoad(records.inlined(putVal));  // nested, innermost first
@@ -172,7 +171,7 @@ void ExampleSet::writeShopJvm() {
     const MethodFacts lambda = java(107, "Lcom/example/shop/Checkout;", "lambda$run$0(Ljava/util/Map$Entry;)Z",
                                     "Checkout.java", 35, kShop + 0x7000, 0x30, 1005100);
     TraceWriter second;
-    second.magic().collectorType(kJitProfiler);
+    second.magic().collectorType(TraceWriter::kCollectorJitProfiler);
     second.loadV3(records.load(run, ExampleRecords::NativeToManagedToSource)).inlineLoad(records.inlined(totalInRun));
     second.loadV3(records.load(lambda));
     // The hot method compiled again, at a new place.
@@ -215,7 +214,7 @@ void ExampleSet::writeLegacyJvm() {
     const MethodFacts init = java(303, "Lorg/example/legacy/Codec$Table;", "<clinit>()V", "Codec.java", 12,
                                   0x7f00aa002000, 0x20, 2000300);
     TraceWriter trace;
-    trace.magic().collectorType(kJitProfiler);
+    trace.magic().collectorType(TraceWriter::kCollectorJitProfiler);
     trace.loadV3(records32.load(decode), Width::Bits32);
     trace.loadV3(records64.load(encode)).loadV3(records64.load(init));
     writeTrace(kProduction, host + ".4800.jit", trace);
@@ -305,7 +304,7 @@ void ExampleSet::writeBatchJvm() {
                                                "Step.java", 21, kBatch + 0x1030, 0x20, 3000101),
                                           501);
     TraceWriter trace;
-    trace.magic().collectorType(kJitProfiler);
+    trace.magic().collectorType(TraceWriter::kCollectorJitProfiler);
     trace.loadV3(records.load(execute)).inlineLoad(records.inlined(apply), Width::Bits32);
     writeTrace(kRerun, host + ".4711.jit", trace);
     sample(3100000, apply.address + 0x08, 4711, host);
