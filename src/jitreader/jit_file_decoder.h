@@ -2,14 +2,13 @@
 #ifndef KORVANE_JITREADER_JIT_FILE_DECODER_H
 #define KORVANE_JITREADER_JIT_FILE_DECODER_H
 
+#include "jitreader/file_window.h"
 #include "jitreader/jit_method.h"
 #include "jitreader/jit_trace_format.h"
 #include "jitreader/load_record_fields.h"
 #include "jitreader/md5_hash_generator.h"
 #include "jitreader/region.h"
 #include "jitreader/search_region_callback.h"
-
-#include <boost/filesystem/fstream.hpp>
 
 #include <vector>
 
@@ -51,7 +50,7 @@ public:
     bool has64BitModule() const { return m_has64BitModule; }
 
 private:
-    bool readExactly(char* target, std::streamsize count);
+    bool readExactly(char* target, u32_t count);
     bool readWord(u32_t& word);
     bool readPayload(std::vector<char>& data, u32_t size);
     korvane_error_t readValueRecord(Record& record, const char* failure);
@@ -71,8 +70,9 @@ private:
                               const boost::shared_ptr<IByteBuffer>& bytes, korvane_segment_type_t segmentType,
                               const ustring& rangeName) const;
 
-    boost::filesystem::ifstream m_stream;
-    std::streampos m_filePosition;
+    // Records are copied out of a window over the file, each from its own offset.
+    FileWindow m_file;
+    u64_t m_filePosition;
     decoding_mode_t m_decodingMode;
     u32_t m_hostId;
     u32_t m_pid;
@@ -82,9 +82,6 @@ private:
     const SearchRegionCallback* m_searchCallback;
     bool m_has32BitModule;
     bool m_has64BitModule;
-    // Known from the start, so that a size word beyond the end is refused
-    // before anything is allocated for it.
-    u64_t m_fileSize;
 };
 
 } // namespace korvane_3_10
