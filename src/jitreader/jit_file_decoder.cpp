@@ -89,11 +89,6 @@ bool isDefaultModuleName(const std::string& moduleName) {
     return moduleName.empty() || moduleName == kDynamicCode || moduleName == kCompiledJavaCode;
 }
 
-Module::Ptr newModule(const std::string& moduleName, korvane_error_t isBogus, std::uint16_t architecture) {
-    return Module::Ptr(
-        new Module(moduleName.empty() ? kDynamicCode : moduleName, isBogus, static_cast<korvane_arch>(architecture)));
-}
-
 void ensureMethod(JitMethod::Ptr& method) {
     if (!method)
         method.reset(new JitMethod());
@@ -257,7 +252,7 @@ bool JitFileDecoder::decodeOlderLoadRecord(const Record& record, JitMethod::Ptr&
     info.m_methodToken = fields.methodToken;
     const Region::Ptr firstRegion = addCodeRegions(fields, false, *method);
     if (version != Version::V2) {
-        info.m_module = newModule(fields.names.moduleName, meNotFound, fields.names.architecture);
+        info.m_module = module(fields.names.moduleName, meNotFound, fields.names.architecture);
         if (modulesOnly)
             return true;
     }
@@ -268,7 +263,7 @@ bool JitFileDecoder::decodeOlderLoadRecord(const Record& record, JitMethod::Ptr&
         const bool javaWithoutModule = fields.languageType == kLanguageJava && fields.names.moduleName.empty();
         const std::string moduleName = javaWithoutModule ? kCompiledJavaCode : fields.names.moduleName;
         info.m_module =
-            newModule(moduleName, isDefaultModuleName(moduleName) ? meSuccess : meNotFound, fields.names.architecture);
+            module(moduleName, isDefaultModuleName(moduleName) ? meSuccess : meNotFound, fields.names.architecture);
     }
     if (firstRegion)
         addLineTables(fields, firstRegion, *method);
@@ -369,7 +364,7 @@ bool JitFileDecoder::decodeMethodUpdateRecordV2(const Record& record, JitMethod:
 
     method->setStartJitRva(m_nextJitRva);
     method->setLoadTime(fields.loadTime);
-    method->methodInfo()->m_module = newModule(kDynamicCode, meSuccess, fields.architecture);
+    method->methodInfo()->m_module = module(kDynamicCode, meSuccess, fields.architecture);
     if (foundMethod)
         method->setRawMethodId(foundMethod->getRawMethodId());
     const Region::Ptr region = updatedRegion(found, range.startAddress, range.length, fields.loadTime, bytes,
@@ -469,7 +464,7 @@ void JitFileDecoder::storeNamesAndModule(const NameFields& names, u32_t language
     BaseMethodInfo& info = *method.methodInfo();
     setNames(info, className, methodName);
     const bool bogus = isDefaultModuleName(moduleName) || m_collectorType == ctJitProfiler;
-    info.m_module = newModule(moduleName, bogus ? meSuccess : meNotFound, names.architecture);
+    info.m_module = module(moduleName, bogus ? meSuccess : meNotFound, names.architecture);
 }
 
 boost::shared_ptr<IByteBuffer> JitFileDecoder::keptBytes(const char* code, u32_t codeSize) const {
@@ -492,6 +487,12 @@ Region::Ptr JitFileDecoder::newRegion(address_t startAddress, u32_t length, u64_
     region->setLength(length);
     region->setContent(bytes);
     return region;
+}
+
+Module::Ptr JitFileDecoder::module(const std::string& moduleName, korvane_error_t isBogus,
+                                   std::uint16_t architecture) const {
+    return m_modules.get(moduleName.empty() ? kDynamicCode : moduleName, isBogus,
+                         static_cast<korvane_arch>(architecture));
 }
 
 void JitFileDecoder::storeMethodId(u32_t rawId, JitMethod::Ptr& method) const {

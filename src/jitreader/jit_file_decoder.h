@@ -7,6 +7,7 @@
 #include "jitreader/jit_trace_format.h"
 #include "jitreader/load_record_fields.h"
 #include "jitreader/md5_hash_generator.h"
+#include "jitreader/module_cache.h"
 #include "jitreader/region.h"
 #include "jitreader/search_region_callback.h"
 
@@ -63,6 +64,8 @@ private:
     boost::shared_ptr<IByteBuffer> keptBytes(const char* code, u32_t codeSize) const;
     Region::Ptr newRegion(address_t startAddress, u32_t length, u64_t loadTime, jit_rva_t startJitRva,
                           const boost::shared_ptr<IByteBuffer>& bytes) const;
+    // The file's one module object of that name, kind and architecture; "[Dynamic code]" for no name.
+    Module::Ptr module(const std::string& moduleName, korvane_error_t isBogus, std::uint16_t architecture) const;
     void storeMethodId(u32_t rawId, JitMethod::Ptr& method) const;
     bool findUpdatedRegion(address_t startAddress, u64_t loadTime, u32_t length, Region::Ptr& region,
                            JitMethod::Ptr& method) const;
@@ -82,6 +85,7 @@ private:
     const SearchRegionCallback* m_searchCallback;
     bool m_has32BitModule;
     bool m_has64BitModule;
+    mutable ModuleCache m_modules;
 };
 
 } // namespace korvane_3_10
