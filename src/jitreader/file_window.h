@@ -13,7 +13,7 @@ class FileWindow {
 public:
     // Large enough that reading costs a system call per many records, small
     // enough that a huge or sparse file costs no more memory than this.
-    static const std::size_t kWindowSize = 1u << 20;
+    static constexpr std::size_t kWindowSize = 1u << 20;
 
     FileWindow() = default;
     ~FileWindow();

@@ -47,7 +47,7 @@ public:
     }
 
 private:
-    static const std::size_t kBlock = 16;
+    static constexpr std::size_t kBlock = 16;
 
     struct Slot {
         u32_t length;
