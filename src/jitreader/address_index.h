@@ -16,19 +16,22 @@ public:
     // beside it; the tables it comes from don't change while the index stands.
     // The method is null where the table has none for the region; the module is the method's.
     struct Entry {
+        // The region's load time, which is also its key in the time table.
         u64_t loadTime;
-        u64_t regionLoadTime;
         u64_t unloadTime;
-        address_t startAddress;
-        jit_rva_t startJitRva;
+        // Start jit RVA minus start address: an address plus this is its jit RVA.
+        jit_rva_t jitRvaOffset;
         Region* region;
         JitMethod* method;
         Module* module;
     };
-    // A piece of address space: where its entries begin, and how many, in load time order.
+    // A piece of address space and the regions that lay in it, in load time order.
+    // Most pieces hold one, kept in the piece itself so that a query reads no
+    // second place; those of a piece with more stand in the entries.
     struct Piece {
-        u32_t firstEntry;
         u32_t entryCount;
+        u32_t firstEntry;
+        Entry only;
     };
 
     bool isBuilt() const { return m_built; }

@@ -872,7 +872,7 @@ korvane_error_t JitDataManager::findIndexedRegion(const AddressIndex& index, u64
     const AddressIndex::Entry* entry = index.currentEntry(*piece, tsc);
     if (!entry || !entry->region)
         return noRegionAtTime(tsc);
-    if (wasUnloaded(entry->regionLoadTime, entry->unloadTime, tsc))
+    if (wasUnloaded(entry->loadTime, entry->unloadTime, tsc))
         return unloadedBefore(*entry->region, tsc);
     if (!entry->method)
         return noMethodFor(*entry->region);
@@ -896,16 +896,14 @@ korvane_error_t JitDataManager::resolveJitPoint(u64_t vaddr, u64_t timestamp, u3
                                                    << ", pid = " << hex(pid) << ", hostId = " << hex(hostId));
     // A read process answers from its index, without touching the region or the method.
     korvane_error_t found = meNotFound;
-    address_t startAddress = 0;
-    jit_rva_t startJitRva = 0;
+    jit_rva_t jitRvaOffset = 0;
     if (const AddressIndex* index = builtIndex(pid, hostId)) {
         const AddressIndex::Entry* entry = nullptr;
         found = findIndexedRegion(*index, vaddr, timestamp, entry);
         if (found == meSuccess) {
             point.method = entry->method;
             point.module = entry->module;
-            startAddress = entry->startAddress;
-            startJitRva = entry->startJitRva;
+            jitRvaOffset = entry->jitRvaOffset;
         }
     } else {
         Region::Ptr region;
@@ -914,8 +912,7 @@ korvane_error_t JitDataManager::resolveJitPoint(u64_t vaddr, u64_t timestamp, u3
         if (found == meSuccess) {
             point.method = method.get();
             point.module = method->methodInfo()->m_module.get();
-            startAddress = region->startAddress();
-            startJitRva = region->startJitRva();
+            jitRvaOffset = region->startJitRva() - region->startAddress();
         }
     }
     if (found != meSuccess) {
@@ -925,7 +922,7 @@ korvane_error_t JitDataManager::resolveJitPoint(u64_t vaddr, u64_t timestamp, u3
         return meNotFound;
     }
     // Numbered from the top-level region, so that a split piece keeps the region's own numbers.
-    point.jitRva = vaddr + startJitRva - startAddress;
+    point.jitRva = vaddr + jitRvaOffset;
     KORVANE_LOG_INFO("Resolved jit point (vaddr = " << hex(vaddr) << ", timestamp = " << hex(timestamp)
                                                     << ") to jit rva = " << hex(point.jitRva) << " of method "
                                                     << label(*point.method));
