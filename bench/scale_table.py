@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Turns the JSON output of korvane_scale_bench (one or more runs) into the README's
 Markdown tables: each figure beside its bound and the ratio, growth slopes, files
-per process."""
+per process. With --before OLD.json ... --after NEW.json ..., the figures of two
+builds stand side by side."""
 import json
 import math
 import sys
@@ -63,24 +64,41 @@ MEASURES = [
 ]
 
 
-def measure_table(rows):
+def judged(entry, figure, bound, ratio):
+    """The figure, its bound and their ratio as texts."""
+    value = entry[figure]
+    limit = entry[bound] if isinstance(bound, str) else bound
+    if ratio:
+        share = entry[ratio]
+        ratio_text = ("%.2f %%" % share) if ratio.startswith("pct") else ("%.2f" % share)
+    else:
+        ratio_text = "%.2f" % (value / limit) if limit else "-"
+    return number(value), number(limit), ratio_text
+
+
+def measure_table(rows, before=None):
     sizes = sorted({size for (name, size) in rows if name == "Create"})
-    print("| measure | methods | figure | bound | ratio |")
-    print("|---|---|---|---|---|")
+    if before is None:
+        print("| measure | methods | figure | bound | ratio |")
+        print("|---|---|---|---|---|")
+    else:
+        print("| measure | methods | before | bound | ratio | after | bound | ratio |")
+        print("|---|---|---|---|---|---|---|---|")
     for name, label, figure, bound, bound_label, ratio in MEASURES:
         for size in sizes:
             entry = rows.get((name, size))
             if not entry:
                 continue
-            value = entry[figure]
-            limit = entry[bound] if isinstance(bound, str) else bound
-            if ratio:
-                share = entry[ratio]
-                ratio_text = ("%.2f %%" % share) if ratio.startswith("pct") else ("%.2f" % share)
-            else:
-                ratio_text = "%.2f" % (value / limit) if limit else "-"
-            print("| %s | %s | %s | %s (%s) | %s |" % (label, size_text(size), number(value), number(limit),
-                                                      bound_label, ratio_text))
+            value, limit, ratio_text = judged(entry, figure, bound, ratio)
+            if before is None:
+                print("| %s | %s | %s | %s (%s) | %s |" % (label, size_text(size), value, limit, bound_label,
+                                                          ratio_text))
+                continue
+            old = before.get((name, size))
+            old_texts = judged(old, figure, bound, ratio) if old else ("-", "-", "-")
+            print("| %s | %s | %s | %s | %s | %s | %s (%s) | %s |" % (
+                label, size_text(size), old_texts[0], old_texts[1], old_texts[2], value, limit, bound_label,
+                ratio_text))
 
 
 def slope_table(rows):
@@ -113,11 +131,21 @@ def files_table(rows):
 
 
 def main():
-    if len(sys.argv) < 2:
-        sys.stderr.write("usage: scale_table.py RESULT.json [RESULT.json ...]\n")
+    arguments = sys.argv[1:]
+    if not arguments:
+        sys.stderr.write("usage: scale_table.py RESULT.json ... | --before OLD.json ... --after NEW.json ...\n")
         return 2
-    rows = load(sys.argv[1:])
-    measure_table(rows)
+    if arguments[0] == "--before" and "--after" in arguments:
+        split = arguments.index("--after")
+        before, rows = load(arguments[1:split]), load(arguments[split + 1:])
+        measure_table(rows, before)
+        print("\nBefore:")
+        slope_table(before)
+        files_table(before)
+        print("\nAfter:")
+    else:
+        rows = load(arguments)
+        measure_table(rows)
     slope_table(rows)
     files_table(rows)
     return 0
