@@ -13,7 +13,7 @@ PACKAGES := cmake make g++ pkg-config \
             openjdk-17-jdk-headless linux-perf python3 clang libclang-rt-dev nodejs \
             libprotobuf-dev protobuf-compiler zlib1g-dev
 
-.PHONY: all deps build test test-release test-asan test-tsan run examples bench profile-java fuzz clean
+.PHONY: all deps build test test-release test-asan test-tsan run examples bench bench-1m profile-java fuzz clean
 
 all: build
 
@@ -84,8 +84,24 @@ profile-java: build
 	  agents/jvm/measure-java.py $(JAVA_PROFILE) $(BUILD_DIR)/tools/korvane-jit; \
 	fi
 
+BENCH_SETS    ?= $(BUILD_DIR)/bench-traces
+BENCH_RESULTS ?= $(BUILD_DIR)/bench-results
+SCALE_BENCH   := $(BUILD_DIR)/bench/korvane_scale_bench --sets=$(BENCH_SETS) --benchmark_out_format=json
+
+# The scale benchmarks write their trace sets once into BENCH_SETS and their
+# figures as JSON into BENCH_RESULTS; scale_table.py turns them into the README's tables.
 bench: build
 	$(BUILD_DIR)/bench/korvane_bench
+	mkdir -p $(BENCH_RESULTS)
+	$(SCALE_BENCH) --benchmark_out=$(BENCH_RESULTS)/scale.json
+	python3 bench/scale_table.py $(BENCH_RESULTS)/scale.json
+
+# The 1 M methods size beside 10 k and 100 k, for the slopes: about 1 GB of traces
+# and several minutes.
+bench-1m: build
+	mkdir -p $(BENCH_RESULTS)
+	$(SCALE_BENCH) --methods=10000,100000,1000000 --files= --benchmark_out=$(BENCH_RESULTS)/scale-1m.json
+	python3 bench/scale_table.py $(wildcard $(BENCH_RESULTS)/scale.json) $(BENCH_RESULTS)/scale-1m.json
 
 # Builds the fuzz targets with clang and libFuzzer and runs each for FUZZ_SECONDS,
 # FUZZ_JOBS at a time.

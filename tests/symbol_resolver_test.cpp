@@ -17,6 +17,40 @@ using korvane_tracewriter::TraceWriter;
 
 typedef boost::intrusive_ptr<ISymbolResolver> ResolverPtr;
 
+// Files are read in large pieces: records that cross the edge of a piece, or are
+// larger than one, arrive whole, bytes and all.
+TEST(SymbolResolverTest, RecordsAcrossAndBeyondTheReadPiecesArriveWhole) {
+    TempDir dir;
+    const std::vector<u32_t> lengths = {300000, 300000, 300000, 300000, 3u << 20, 0x40};
+    TraceWriter trace = profilerTrace();
+    address_t address = 0x100000;
+    for (std::size_t index = 0; index < lengths.size(); ++index) {
+        korvane_tracewriter::LoadRecord record =
+            methodAt(u32_t(index + 1), address, lengths[index], 10, "m" + std::to_string(index));
+        record.nativeToSource.resize(1);
+        std::fill(record.ranges.front().code.begin(), record.ranges.front().code.end(), std::uint8_t(index));
+        trace.loadV3(record);
+        address += lengths[index];
+    }
+    dir.write("h.1.jit", trace);
+    const ResolverPtr resolver = resolverOver({dir.str()});
+    ASSERT_TRUE(resolver);
+    auto symbols = symbolsByName(*resolver);
+    ASSERT_EQ(lengths.size(), symbols.size());
+    for (std::size_t index = 0; index < lengths.size(); ++index) {
+        SCOPED_TRACE(index);
+        const ISymbol::Ptr symbol = symbols["App::m" + std::to_string(index)];
+        ASSERT_TRUE(symbol);
+        const boost::shared_ptr<IByteBuffer> bytes = symbol->getRegions().current()->getBytes();
+        ASSERT_TRUE(bytes);
+        ASSERT_EQ(lengths[index], bytes->size());
+        const unsigned char* data = static_cast<const unsigned char*>(bytes->data());
+        EXPECT_EQ(index, data[0]);
+        EXPECT_EQ(index, data[lengths[index] - 1]);
+        EXPECT_EQ(symbol, resolver->getSymbol(symbol->getStartJitRva() + lengths[index] - 1));
+    }
+}
+
 // Host "alpha", process 100, in two files: the first (by name) holds a method
 // with an inline; the second, read later, holds a method that calls into it.
 class SymbolResolverFilesTest : public ::testing::Test {
@@ -129,6 +163,8 @@ TEST_F(SymbolResolverFilesTest, CalleesAndJitIdsTranslateToJitRvas) {
         {1, 0x10003, first, meSuccess, 4},
         {1, 0x10040, first, meNotFound, 0},
         {1, 0x20004, dir.file("alpha.100-2.jit"), meSuccess, caller + 4},
+        // Another spelling of the same path names the same file.
+        {1, 0x20004, dir.str() + "//alpha.100-2.jit", meSuccess, caller + 4},
         // Jit ids count within their own file only.
         {2, 0x20000, first, meNotFound, 0},
         {9, 0x10000, first, meNotFound, 0},

@@ -4,6 +4,8 @@
 
 #include <korvane/types.h>
 
+#include <cstddef>
+
 namespace korvane_3_10 {
 
 struct BaseMethodId {
@@ -15,6 +17,13 @@ struct BaseMethodId {
         return m_first == other.m_first && m_second == other.m_second;
     }
     bool operator!=(const BaseMethodId& other) const { return !(*this == other); }
+
+    // The digest's bits are spread evenly already; both words go in for ids that aren't digests.
+    struct Hash {
+        std::size_t operator()(const BaseMethodId& id) const {
+            return static_cast<std::size_t>(id.m_first ^ (id.m_second * 0x9e3779b97f4a7c15ull));
+        }
+    };
 
     struct Comparator {
         bool operator()(const BaseMethodId& a, const BaseMethodId& b) const {

@@ -139,16 +139,43 @@ void placeInlineJitRva(Region& inlineRegion, Region::Ptr& parentRegion, InlineIn
     inlineRegion.setStartJitRva(inlineStart);
 }
 
+// The ways a point is not found, logged alike whether the tables or their index answered.
+korvane_error_t noRegionAt(u64_t address) {
+    KORVANE_LOG_TRACE("Couldn't find a region for addr = " << hex(address));
+    return meNotFound;
+}
+
+korvane_error_t noRegionAtTime(u64_t tsc) {
+    KORVANE_LOG_TRACE("Couldn't find a region domain by tsc = " << hex(tsc));
+    return meNotFound;
+}
+
+// An unload time not above the load time means the code was never unloaded.
+bool wasUnloaded(u64_t loadTime, u64_t unloadTime, u64_t tsc) { return unloadTime <= tsc && unloadTime > loadTime; }
+
+korvane_error_t unloadedBefore(const Region& found, u64_t tsc) {
+    KORVANE_LOG_TRACE("The found range (" << hex(found.startAddress()) << "-" << hex(found.endAddress())
+                                          << ") with life time (" << hex(found.loadTime()) << "-"
+                                          << hex(found.unloadTime()) << ") was out of memory when a sample with tsc = "
+                                          << hex(tsc) << " occurred");
+    return meNotFound;
+}
+
+korvane_error_t noMethodFor(const Region& found) {
+    KORVANE_LOG_TRACE("Couldn't find a method by code's jitrva = " << hex(found.startJitRva()));
+    return meNotFound;
+}
+
 } // namespace
 
-JitDataManager::JitDataManager() : m_jitIdConverterReady(false), m_collectorType(0) {}
+JitDataManager::JitDataManager() : m_jitRvaIndexBuilt(false), m_jitIdConverterReady(false), m_collectorType(0) {}
 
 skeinkit2::generic_iterator_t<ISymbol::Ptr> JitDataManager::getJitMethods() const {
     return skeinkit2::generic_iterator_t<ISymbol::Ptr>::adopt(
         new SymbolConversion(new SymbolWalk(m_jitMethodStorage.begin(), m_jitMethodStorage.end())));
 }
 
-const JitDataManager::SingleRegionDomain* JitDataManager::getSingleRegionDomain(u32_t pid, u32_t hostId) const {
+const JitDataManager::ProcessDomain* JitDataManager::findProcessDomain(u32_t pid, u32_t hostId) const {
     const auto host = m_singleRegionDomains.find(hostId);
     if (host == m_singleRegionDomains.end())
         return nullptr;
@@ -158,16 +185,24 @@ const JitDataManager::SingleRegionDomain* JitDataManager::getSingleRegionDomain(
     return &process->second;
 }
 
+const JitDataManager::SingleRegionDomain* JitDataManager::getSingleRegionDomain(u32_t pid, u32_t hostId) const {
+    const ProcessDomain* process = findProcessDomain(pid, hostId);
+    return process ? &process->m_domain : nullptr;
+}
+
 JitDataManager::SingleRegionDomain& JitDataManager::createSingleRegionDomain(u32_t pid, u32_t hostId) {
     // Existing entries are found without a write, so that a query of one
     // process never sees this table change under it while another is read.
     auto host = m_singleRegionDomains.find(hostId);
     if (host == m_singleRegionDomains.end())
-        host = m_singleRegionDomains.insert(std::make_pair(hostId, std::map<u32_t, SingleRegionDomain>())).first;
+        host = m_singleRegionDomains.insert(std::make_pair(hostId, std::map<u32_t, ProcessDomain>())).first;
     auto process = host->second.find(pid);
     if (process == host->second.end())
-        process = host->second.insert(std::make_pair(pid, SingleRegionDomain())).first;
-    return process->second;
+        process = host->second.insert(std::make_pair(pid, ProcessDomain())).first;
+    // The table is about to change: its index would point at pieces that go.
+    if (process->second.m_index.isBuilt())
+        process->second.m_index.clear();
+    return process->second.m_domain;
 }
 
 // ---------------------------------------------------------------------------
@@ -315,7 +350,7 @@ korvane_error_t JitDataManager::processMethodLoadRecord(u32_t pid, u32_t hostId,
         }
         mergeMethod(*jitMethod, rawMethod);
     }
-    m_unfinalized.insert(*entry.first);
+    m_unfinalized.emplace_back(entry.first->first, entry.first->second);
 
     for (const Region::Ptr& region : rawMethod->codeRegions())
         m_regionOwners[region.get()] = jitMethod.get();
@@ -370,6 +405,10 @@ korvane_error_t JitDataManager::placeRegion(u32_t pid, u32_t hostId, const JitMe
     const RegionInfo info = {region, jitMethod};
     if (!m_jitRvaDomain.insert(std::make_pair(Range{jitRva, length}, info)).second)
         return refuseRegion(*rawMethod, *region, ") because jit rva ranges are overlapped.");
+    if (m_jitRvaIndexBuilt) {
+        m_jitRvaIndexBuilt = false;
+        m_jitRvaIndex.clear();
+    }
 
     JitMethodContainer::Ptr container = boost::make_shared<JitMethodContainer>();
     if (!container->m_timeDomain.insert(std::make_pair(loadTime, region)).second)
@@ -543,7 +582,7 @@ korvane_error_t JitDataManager::addInlineMethod(JitMethod::Ptr& parentMethod, Re
     // The method at the top of the tree, if it has one yet, is finalised again.
     const auto owner = m_regionOwners.find(m_inlineIndex.topOf(*parentRegion));
     if (owner != m_regionOwners.end())
-        m_unfinalized.insert(std::make_pair(owner->second->getMethodId(), JitMethod::Ptr(owner->second)));
+        m_unfinalized.emplace_back(owner->second->getMethodId(), JitMethod::Ptr(owner->second));
 
     KORVANE_LOG_INFO("Added inline method (method id = "
                      << hex(id) << ", ip range = " << hex(start) << "-" << hex(end)
@@ -703,9 +742,14 @@ void JitDataManager::finalize() {
     KORVANE_TRACE_SCOPE();
     // Only methods whose regions or inlines changed since the last time: the
     // others are in place already, and a reading of many files must not walk
-    // every method after each of them.
-    for (const auto& entry : m_unfinalized) {
-        const JitMethod& method = *entry.second;
+    // every method after each of them. They go in order of their ids, each once.
+    const BaseMethodId::Comparator before;
+    std::sort(m_unfinalized.begin(), m_unfinalized.end(),
+              [&](const Unfinalized& a, const Unfinalized& b) { return before(a.first, b.first); });
+    const auto end = std::unique(m_unfinalized.begin(), m_unfinalized.end(),
+                                 [](const Unfinalized& a, const Unfinalized& b) { return a.first == b.first; });
+    for (auto entry = m_unfinalized.begin(); entry != end; ++entry) {
+        const JitMethod& method = *entry->second;
         for (const Region::Ptr& region : method.codeRegions()) {
             const jit_rva_t jitRva = region->startJitRva();
             const u64_t start = region->startAddress();
@@ -725,67 +769,163 @@ void JitDataManager::finalize() {
 }
 
 // ---------------------------------------------------------------------------
+// Indexes for the point queries
+
+void JitDataManager::indexProcess(u32_t pid, u32_t hostId) {
+    const auto host = m_singleRegionDomains.find(hostId);
+    if (host == m_singleRegionDomains.end())
+        return;
+    const auto process = host->second.find(pid);
+    if (process != host->second.end())
+        buildAddressIndex(process->second);
+}
+
+void JitDataManager::sealAfterReading() {
+    for (auto& host : m_singleRegionDomains)
+        for (auto& process : host.second)
+            buildAddressIndex(process.second);
+    m_jitRvaIndex.clear();
+    m_jitRvaIndex.reserve(m_jitRvaDomain.size());
+    for (const auto& entry : m_jitRvaDomain)
+        m_jitRvaIndex.append(entry.first, JitRvaHit{entry.second.m_method.get(), &entry.second});
+    m_jitRvaIndexBuilt = true;
+    // Inlines still waiting here have no parent to come; the queries never see them.
+    m_inlineIndex = InlineIndex();
+    std::unordered_map<const Region*, JitMethod*>().swap(m_regionOwners);
+    std::vector<Unfinalized>().swap(m_unfinalized);
+    MethodTable().swap(m_inlineMethods);
+    MethodMultiMap().swap(m_cachedParentMethods);
+}
+
+void JitDataManager::buildAddressIndex(ProcessDomain& process) {
+    AddressIndex& index = process.m_index;
+    index.clear();
+    for (const auto& key : process.m_domain) {
+        index.addPiece(key.first);
+        const JitMethodContainer& container = *key.second;
+        for (const auto& entry : container.m_timeDomain) {
+            JitMethod* method = nullptr;
+            if (entry.second) {
+                const auto owner = container.m_regionIdDomain.find(entry.second->startJitRva());
+                if (owner != container.m_regionIdDomain.end())
+                    method = owner->second.get();
+            }
+            index.addEntry(entry.first, entry.second.get(), method);
+        }
+    }
+    index.markBuilt();
+}
+
+// ---------------------------------------------------------------------------
 // Point resolution
 
 korvane_error_t JitDataManager::findRegion(u64_t address, u64_t tsc, u32_t pid, u32_t hostId, Region::Ptr& region,
                                            JitMethod::Ptr& method) const {
     region.reset();
     method.reset();
-    const SingleRegionDomain* domain = getSingleRegionDomain(pid, hostId);
-    if (!domain) {
+    const ProcessDomain* process = findProcessDomain(pid, hostId);
+    if (!process) {
         KORVANE_LOG_TRACE("Couldn't find a region domain for pid = " << hex(pid));
         return meNotFound;
     }
-    const auto key = domain->lower_bound(Range{address, 1});
-    if (key == domain->end() || address < key->first.m_start) {
-        KORVANE_LOG_TRACE("Couldn't find a region for addr = " << hex(address));
-        return meNotFound;
+    if (process->m_index.isBuilt()) {
+        const AddressIndex::Entry* entry = nullptr;
+        const korvane_error_t result = findIndexedRegion(process->m_index, address, tsc, entry);
+        if (result != meSuccess)
+            return result;
+        region = entry->region;
+        method = entry->method;
+        return meSuccess;
     }
+    const SingleRegionDomain& domain = process->m_domain;
+    const auto key = domain.lower_bound(Range{address, 1});
+    if (key == domain.end() || address < key->first.m_start)
+        return noRegionAt(address);
 
     const JitMethodContainer& container = *key->second;
     auto current = container.m_timeDomain.upper_bound(tsc);
-    if (current == container.m_timeDomain.begin() || !std::prev(current)->second) {
-        KORVANE_LOG_TRACE("Couldn't find a region domain by tsc = " << hex(tsc));
-        return meNotFound;
-    }
+    if (current == container.m_timeDomain.begin() || !std::prev(current)->second)
+        return noRegionAtTime(tsc);
     const Region::Ptr& found = std::prev(current)->second;
-
-    // An unload time not above the load time means the code was never unloaded.
-    const u64_t unload = found->unloadTime();
-    if (unload <= tsc && unload > found->loadTime()) {
-        KORVANE_LOG_TRACE("The found range (" << hex(found->startAddress()) << "-" << hex(found->endAddress())
-                                              << ") with life time (" << hex(found->loadTime()) << "-" << hex(unload)
-                                              << ") was out of memory when a sample with tsc = " << hex(tsc)
-                                              << " occurred");
-        return meNotFound;
-    }
+    if (wasUnloaded(found->loadTime(), found->unloadTime(), tsc))
+        return unloadedBefore(*found, tsc);
 
     const auto owner = container.m_regionIdDomain.find(found->startJitRva());
-    if (owner == container.m_regionIdDomain.end()) {
-        KORVANE_LOG_TRACE("Couldn't find a method by code's jitrva = " << hex(found->startJitRva()));
-        return meNotFound;
-    }
+    if (owner == container.m_regionIdDomain.end())
+        return noMethodFor(*found);
     region = found;
     method = owner->second;
     return meSuccess;
 }
 
+const AddressIndex* JitDataManager::builtIndex(u32_t pid, u32_t hostId) const {
+    const ProcessDomain* process = findProcessDomain(pid, hostId);
+    return process && process->m_index.isBuilt() ? &process->m_index : nullptr;
+}
+
+// The same search as through the tables, over their flat copy.
+korvane_error_t JitDataManager::findIndexedRegion(const AddressIndex& index, u64_t address, u64_t tsc,
+                                                  const AddressIndex::Entry*& found) const {
+    const AddressIndex::Piece* piece = index.findPiece(address);
+    if (!piece)
+        return noRegionAt(address);
+    const AddressIndex::Entry* entry = index.currentEntry(*piece, tsc);
+    if (!entry || !entry->region)
+        return noRegionAtTime(tsc);
+    if (wasUnloaded(entry->loadTime, entry->unloadTime, tsc))
+        return unloadedBefore(*entry->region, tsc);
+    if (!entry->method)
+        return noMethodFor(*entry->region);
+    found = entry;
+    return meSuccess;
+}
+
 korvane_error_t JitDataManager::resolveJitPoint(u64_t vaddr, u64_t timestamp, u32_t pid, u32_t hostId,
                                                 JitMethod::Ptr& method, jit_rva_t& jitRva) const {
+    JitPoint point;
+    const korvane_error_t result = resolveJitPoint(vaddr, timestamp, pid, hostId, point);
+    method = point.method;
+    if (result == meSuccess)
+        jitRva = point.jitRva;
+    return result;
+}
+
+korvane_error_t JitDataManager::resolveJitPoint(u64_t vaddr, u64_t timestamp, u32_t pid, u32_t hostId,
+                                                JitPoint& point) const {
     KORVANE_LOG_INFO("RESOLVE JIT POINT: vaddr = " << hex(vaddr) << ", timestamp = " << hex(timestamp)
                                                    << ", pid = " << hex(pid) << ", hostId = " << hex(hostId));
-    Region::Ptr region;
-    if (findRegion(vaddr, timestamp, pid, hostId, region, method) != meSuccess) {
+    // A read process answers from its index, without touching the region or the method.
+    korvane_error_t found = meNotFound;
+    jit_rva_t jitRvaOffset = 0;
+    if (const AddressIndex* index = builtIndex(pid, hostId)) {
+        const AddressIndex::Entry* entry = nullptr;
+        found = findIndexedRegion(*index, vaddr, timestamp, entry);
+        if (found == meSuccess) {
+            point.method = entry->method;
+            point.module = entry->module;
+            jitRvaOffset = entry->jitRvaOffset;
+        }
+    } else {
+        Region::Ptr region;
+        JitMethod::Ptr method;
+        found = findRegion(vaddr, timestamp, pid, hostId, region, method);
+        if (found == meSuccess) {
+            point.method = method.get();
+            point.module = method->methodInfo()->m_module.get();
+            jitRvaOffset = region->startJitRva() - region->startAddress();
+        }
+    }
+    if (found != meSuccess) {
         KORVANE_LOG_TRACE("Couldn't match jit point (vaddr = " << hex(vaddr) << ", timestamp = " << hex(timestamp)
                                                                << ", pid = " << hex(pid)
                                                                << ") to any known ip address range.");
         return meNotFound;
     }
     // Numbered from the top-level region, so that a split piece keeps the region's own numbers.
-    jitRva = vaddr + region->startJitRva() - region->startAddress();
+    point.jitRva = vaddr + jitRvaOffset;
     KORVANE_LOG_INFO("Resolved jit point (vaddr = " << hex(vaddr) << ", timestamp = " << hex(timestamp)
-                                                    << ") to jit rva = " << hex(jitRva) << " of method "
-                                                    << label(*method));
+                                                    << ") to jit rva = " << hex(point.jitRva) << " of method "
+                                                    << label(*point.method));
     return meSuccess;
 }
 
@@ -795,12 +935,18 @@ korvane_error_t JitDataManager::resolveJitPoint(jit_rva_t jitRva, JitMethod::Ptr
         KORVANE_LOG_TRACE("Couldn't resolve jit rva = " << hex(jitRva) << " because it is invalid.");
         return meNotFound;
     }
-    const auto found = m_jitRvaDomain.find(Range{jitRva, 1});
-    if (found == m_jitRvaDomain.end()) {
+    JitMethod* found = nullptr;
+    if (m_jitRvaIndexBuilt) {
+        const JitRvaHit* hit = m_jitRvaIndex.find(jitRva);
+        found = hit ? hit->method : nullptr;
+    } else if (const RegionInfo* info = findJitRva(jitRva)) {
+        found = info->m_method.get();
+    }
+    if (!found) {
         KORVANE_LOG_TRACE("Couldn't resolve jit rva = " << hex(jitRva) << " because it is out of the jit rva domain.");
         return meNotFound;
     }
-    method = found->second.m_method;
+    method = found;
     KORVANE_LOG_INFO("Resolved jit rva = " << hex(jitRva) << " to method " << label(*method));
     return meSuccess;
 }
@@ -809,13 +955,22 @@ korvane_error_t JitDataManager::getCalleeTarget(u64_t callerJitRva, u64_t target
                                                 u64_t& calleeJitRva) const {
     if (callerJitRva == g_noJitRva)
         return meNotFound;
-    const auto caller = m_jitRvaDomain.find(Range{callerJitRva, 1});
-    if (caller == m_jitRvaDomain.end())
+    const RegionInfo* caller = findJitRva(callerJitRva);
+    if (!caller)
         return meNotFound;
-    const Region& region = *caller->second.m_region;
+    const Region& region = *caller->m_region;
     JitMethod::Ptr method;
     return resolveJitPoint(targetAddress, region.loadTime(), region.processId(), region.hostId(), method,
                            calleeJitRva);
+}
+
+const JitDataManager::RegionInfo* JitDataManager::findJitRva(jit_rva_t jitRva) const {
+    if (m_jitRvaIndexBuilt) {
+        const JitRvaHit* found = m_jitRvaIndex.find(jitRva);
+        return found ? found->info : nullptr;
+    }
+    const auto found = m_jitRvaDomain.find(Range{jitRva, 1});
+    return found == m_jitRvaDomain.end() ? nullptr : &found->second;
 }
 
 korvane_error_t JitDataManager::translateToJitRva(u32_t jitId, u64_t address, u64_t start, u64_t end,

@@ -2,11 +2,13 @@
 #ifndef KORVANE_JITREADER_JIT_DATA_MANAGER_H
 #define KORVANE_JITREADER_JIT_DATA_MANAGER_H
 
+#include "jitreader/address_index.h"
 #include "jitreader/base_method_id.h"
 #include "jitreader/inline_index.h"
 #include "jitreader/jit_id_converter.h"
 #include "jitreader/jit_method.h"
 #include "jitreader/range.h"
+#include "jitreader/range_index.h"
 #include "jitreader/region.h"
 #include "jitreader/search_region_callback.h"
 
@@ -38,7 +40,16 @@ public:
     typedef SingleRegionDomain::iterator SingleRegionDomainItr;
     typedef std::map<Range, RegionInfo, Range::Comparator> JitRvaDomain;
     typedef std::map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Comparator> MethodMap;
+    // Looked up by id alone: a tree of digests costs a cache miss per comparison.
+    typedef std::unordered_map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Hash> MethodTable;
     typedef std::multimap<BaseMethodId, JitMethod::Ptr, BaseMethodId::Comparator> MethodMultiMap;
+
+    // What resolveJitPoint by address finds, for a caller that takes no reference on the method.
+    struct JitPoint {
+        JitMethod* method = nullptr;
+        Module* module = nullptr;
+        jit_rva_t jitRva = 0;
+    };
 
     JitDataManager();
     JitDataManager(const JitDataManager&) = delete;
@@ -54,17 +65,36 @@ public:
     korvane_error_t processMethodInlineLoadRecord(u32_t pid, u32_t hostId, JitMethod::Ptr& rawMethod);
     korvane_error_t processMethodUpdateRecord(u32_t pid, u32_t hostId, JitMethod::Ptr& rawMethod);
     void finalize();
+    // A flat copy of one process's address table for the point queries, once the process is read.
+    void indexProcess(u32_t pid, u32_t hostId);
+    // Nothing more will be read: flat copies of all tables for the point queries,
+    // and what only reading needs (inline placement, waiting inlines) let go.
+    void sealAfterReading();
 
     korvane_error_t findRegion(u64_t address, u64_t tsc, u32_t pid, u32_t hostId, Region::Ptr& region,
                                JitMethod::Ptr& method) const override;
     korvane_error_t resolveJitPoint(u64_t vaddr, u64_t timestamp, u32_t pid, u32_t hostId, JitMethod::Ptr& method,
                                     jit_rva_t& jitRva) const;
+    korvane_error_t resolveJitPoint(u64_t vaddr, u64_t timestamp, u32_t pid, u32_t hostId, JitPoint& point) const;
     korvane_error_t resolveJitPoint(jit_rva_t jitRva, JitMethod::Ptr& method) const;
     // Fills the converter on first use; callable from any number of threads.
     korvane_error_t translateToJitRva(u32_t jitId, u64_t address, u64_t start, u64_t end, u64_t& result) const;
     korvane_error_t getCalleeTarget(u64_t callerJitRva, u64_t targetAddress, u64_t& calleeJitRva) const;
 
 private:
+    // A process's address table and, once the process is read, its flat index.
+    struct ProcessDomain {
+        SingleRegionDomain m_domain;
+        AddressIndex m_index;
+    };
+
+    const ProcessDomain* findProcessDomain(u32_t pid, u32_t hostId) const;
+    static void buildAddressIndex(ProcessDomain& process);
+    // The index of the process when it is built, else null.
+    const AddressIndex* builtIndex(u32_t pid, u32_t hostId) const;
+    korvane_error_t findIndexedRegion(const AddressIndex& index, u64_t address, u64_t tsc,
+                                      const AddressIndex::Entry*& found) const;
+    const RegionInfo* findJitRva(jit_rva_t jitRva) const;
     korvane_error_t splitRegions(const Region::Ptr& region, const JitMethod::Ptr& method,
                                  const SingleRegionDomainItr& first, const SingleRegionDomainItr& last,
                                  SingleRegionDomain& splittedRegions) const;
@@ -96,16 +126,25 @@ private:
     void fillJitIdConverter() const;
 
     JitRvaDomain m_jitRvaDomain;
-    MethodMap m_jitMethods;
-    MethodMap m_inlineMethods;
+    MethodTable m_jitMethods;
+    MethodTable m_inlineMethods;
     MethodMultiMap m_cachedParentMethods;
-    std::map<u32_t, std::map<u32_t, SingleRegionDomain> > m_singleRegionDomains;
+    std::map<u32_t, std::map<u32_t, ProcessDomain> > m_singleRegionDomains;
+    // Built once everything is read; any later change of the table drops it.
+    // The method stands beside its entry, so that a lookup touches no node.
+    struct JitRvaHit {
+        JitMethod* method;
+        const RegionInfo* info;
+    };
+    RangeIndex<JitRvaHit> m_jitRvaIndex;
+    bool m_jitRvaIndexBuilt;
     std::vector<ISymbol::Ptr> m_jitMethodStorage;
     InlineIndex m_inlineIndex;
     // The registered method of each top-level region, and the methods that the
     // next finalisation puts in order.
     std::unordered_map<const Region*, JitMethod*> m_regionOwners;
-    MethodMap m_unfinalized;
+    typedef std::pair<BaseMethodId, JitMethod::Ptr> Unfinalized;
+    std::vector<Unfinalized> m_unfinalized;
     // Built late by const queries; everything else is fixed once read.
     mutable JitIdConverter m_jitIdConverter;
     mutable boost::mutex m_jitIdConverterMutex;

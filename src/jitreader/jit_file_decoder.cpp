@@ -8,8 +8,6 @@
 #include "jitreader/payload_reader.h"
 #include "jitreader/update_record_fields.h"
 
-#include <sys/stat.h>
-
 KORVANE_DEFINE_FILE_LOGGER()
 
 namespace korvane_3_10 {
@@ -91,11 +89,6 @@ bool isDefaultModuleName(const std::string& moduleName) {
     return moduleName.empty() || moduleName == kDynamicCode || moduleName == kCompiledJavaCode;
 }
 
-Module::Ptr newModule(const std::string& moduleName, korvane_error_t isBogus, std::uint16_t architecture) {
-    return Module::Ptr(
-        new Module(moduleName.empty() ? kDynamicCode : moduleName, isBogus, static_cast<korvane_arch>(architecture)));
-}
-
 void ensureMethod(JitMethod::Ptr& method) {
     if (!method)
         method.reset(new JitMethod());
@@ -126,32 +119,18 @@ void logRawData(JitMethod& method) {
 JitFileDecoder::JitFileDecoder(const ustring& path, u32_t pid, u32_t hostId, jit_rva_t startJitRva,
                                decoding_mode_t mode)
     : m_filePosition(0), m_decodingMode(mode), m_hostId(hostId), m_pid(pid), m_collectorType(0),
-      m_nextJitRva(startJitRva), m_searchCallback(nullptr), m_has32BitModule(false), m_has64BitModule(false),
-      m_fileSize(0) {
+      m_nextJitRva(startJitRva), m_searchCallback(nullptr), m_has32BitModule(false), m_has64BitModule(false) {
     KORVANE_LOG_TRACE("\njitPath: " << path << "\npid: " << pid << "\nhostId: " << hostId);
-    // Anything but a regular file is left unopened: opening a FIFO waits for a writer.
-    struct stat status;
-    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
-        return;
-    m_stream.open(boost::filesystem::path(path), std::ios::in | std::ios::binary);
-    if (!m_stream.is_open())
-        return;
-    m_stream.seekg(0, std::ios::end);
-    const std::streamoff end = m_stream.tellg();
-    m_fileSize = end > 0 ? static_cast<u64_t>(end) : 0;
-    m_stream.seekg(0);
+    m_file.open(path);
 }
 
 korvane_error_t JitFileDecoder::getNextRecord(Record& record) {
     KORVANE_TRACE_SCOPE();
-    if (!m_stream.is_open()) {
+    if (!m_file.isOpen()) {
         KORVANE_LOG_ERROR("Couldn't open the jit file");
         return meFileNotOpen;
     }
-    record.offset = static_cast<u64_t>(static_cast<std::streamoff>(m_filePosition));
-    // Every record starts with a seek; an earlier short read may have left the stream failed.
-    m_stream.clear();
-    m_stream.seekg(m_filePosition);
+    record.offset = m_filePosition;
     if (!readWord(record.type))
         return meEndOfFile;
     m_filePosition += 4;
@@ -170,9 +149,9 @@ korvane_error_t JitFileDecoder::getNextRecord(Record& record) {
     return meSuccess;
 }
 
-bool JitFileDecoder::readExactly(char* target, std::streamsize count) {
-    m_stream.read(target, count);
-    return m_stream.gcount() == count;
+// Every read starts at the position of what it reads, never where the last one stopped.
+bool JitFileDecoder::readExactly(char* target, u32_t count) {
+    return m_file.readAt(m_filePosition, target, count) == count;
 }
 
 bool JitFileDecoder::readWord(u32_t& word) {
@@ -209,8 +188,7 @@ korvane_error_t JitFileDecoder::readSizedRecord(Record& record, const jittrace::
         return meMalformedRecord;
     }
     m_filePosition += 4;
-    const u64_t position = static_cast<u64_t>(static_cast<std::streamoff>(m_filePosition));
-    const u64_t remaining = m_fileSize > position ? m_fileSize - position : 0;
+    const u64_t remaining = m_file.size() > m_filePosition ? m_file.size() - m_filePosition : 0;
     // A size beyond the end of the file is a cut-off payload, and one above the
     // limit is malformed the same way: both are refused before anything is
     // allocated for them.
@@ -274,7 +252,7 @@ bool JitFileDecoder::decodeOlderLoadRecord(const Record& record, JitMethod::Ptr&
     info.m_methodToken = fields.methodToken;
     const Region::Ptr firstRegion = addCodeRegions(fields, false, *method);
     if (version != Version::V2) {
-        info.m_module = newModule(fields.names.moduleName, meNotFound, fields.names.architecture);
+        info.m_module = module(fields.names.moduleName, meNotFound, fields.names.architecture);
         if (modulesOnly)
             return true;
     }
@@ -285,7 +263,7 @@ bool JitFileDecoder::decodeOlderLoadRecord(const Record& record, JitMethod::Ptr&
         const bool javaWithoutModule = fields.languageType == kLanguageJava && fields.names.moduleName.empty();
         const std::string moduleName = javaWithoutModule ? kCompiledJavaCode : fields.names.moduleName;
         info.m_module =
-            newModule(moduleName, isDefaultModuleName(moduleName) ? meSuccess : meNotFound, fields.names.architecture);
+            module(moduleName, isDefaultModuleName(moduleName) ? meSuccess : meNotFound, fields.names.architecture);
     }
     if (firstRegion)
         addLineTables(fields, firstRegion, *method);
@@ -386,7 +364,7 @@ bool JitFileDecoder::decodeMethodUpdateRecordV2(const Record& record, JitMethod:
 
     method->setStartJitRva(m_nextJitRva);
     method->setLoadTime(fields.loadTime);
-    method->methodInfo()->m_module = newModule(kDynamicCode, meSuccess, fields.architecture);
+    method->methodInfo()->m_module = module(kDynamicCode, meSuccess, fields.architecture);
     if (foundMethod)
         method->setRawMethodId(foundMethod->getRawMethodId());
     const Region::Ptr region = updatedRegion(found, range.startAddress, range.length, fields.loadTime, bytes,
@@ -486,7 +464,7 @@ void JitFileDecoder::storeNamesAndModule(const NameFields& names, u32_t language
     BaseMethodInfo& info = *method.methodInfo();
     setNames(info, className, methodName);
     const bool bogus = isDefaultModuleName(moduleName) || m_collectorType == ctJitProfiler;
-    info.m_module = newModule(moduleName, bogus ? meSuccess : meNotFound, names.architecture);
+    info.m_module = module(moduleName, bogus ? meSuccess : meNotFound, names.architecture);
 }
 
 boost::shared_ptr<IByteBuffer> JitFileDecoder::keptBytes(const char* code, u32_t codeSize) const {
@@ -509,6 +487,12 @@ Region::Ptr JitFileDecoder::newRegion(address_t startAddress, u32_t length, u64_
     region->setLength(length);
     region->setContent(bytes);
     return region;
+}
+
+Module::Ptr JitFileDecoder::module(const std::string& moduleName, korvane_error_t isBogus,
+                                   std::uint16_t architecture) const {
+    return m_modules.get(moduleName.empty() ? kDynamicCode : moduleName, isBogus,
+                         static_cast<korvane_arch>(architecture));
 }
 
 void JitFileDecoder::storeMethodId(u32_t rawId, JitMethod::Ptr& method) const {

@@ -2,14 +2,14 @@
 #ifndef KORVANE_JITREADER_JIT_FILE_DECODER_H
 #define KORVANE_JITREADER_JIT_FILE_DECODER_H
 
+#include "jitreader/file_window.h"
 #include "jitreader/jit_method.h"
 #include "jitreader/jit_trace_format.h"
 #include "jitreader/load_record_fields.h"
 #include "jitreader/md5_hash_generator.h"
+#include "jitreader/module_cache.h"
 #include "jitreader/region.h"
 #include "jitreader/search_region_callback.h"
-
-#include <boost/filesystem/fstream.hpp>
 
 #include <vector>
 
@@ -51,7 +51,7 @@ public:
     bool has64BitModule() const { return m_has64BitModule; }
 
 private:
-    bool readExactly(char* target, std::streamsize count);
+    bool readExactly(char* target, u32_t count);
     bool readWord(u32_t& word);
     bool readPayload(std::vector<char>& data, u32_t size);
     korvane_error_t readValueRecord(Record& record, const char* failure);
@@ -64,6 +64,8 @@ private:
     boost::shared_ptr<IByteBuffer> keptBytes(const char* code, u32_t codeSize) const;
     Region::Ptr newRegion(address_t startAddress, u32_t length, u64_t loadTime, jit_rva_t startJitRva,
                           const boost::shared_ptr<IByteBuffer>& bytes) const;
+    // The file's one module object of that name, kind and architecture; "[Dynamic code]" for no name.
+    Module::Ptr module(const std::string& moduleName, korvane_error_t isBogus, std::uint16_t architecture) const;
     void storeMethodId(u32_t rawId, JitMethod::Ptr& method) const;
     bool findUpdatedRegion(address_t startAddress, u64_t loadTime, u32_t length, Region::Ptr& region,
                            JitMethod::Ptr& method) const;
@@ -71,8 +73,9 @@ private:
                               const boost::shared_ptr<IByteBuffer>& bytes, korvane_segment_type_t segmentType,
                               const ustring& rangeName) const;
 
-    boost::filesystem::ifstream m_stream;
-    std::streampos m_filePosition;
+    // Records are copied out of a window over the file, each from its own offset.
+    FileWindow m_file;
+    u64_t m_filePosition;
     decoding_mode_t m_decodingMode;
     u32_t m_hostId;
     u32_t m_pid;
@@ -82,9 +85,7 @@ private:
     const SearchRegionCallback* m_searchCallback;
     bool m_has32BitModule;
     bool m_has64BitModule;
-    // Known from the start, so that a size word beyond the end is refused
-    // before anything is allocated for it.
-    u64_t m_fileSize;
+    mutable ModuleCache m_modules;
 };
 
 } // namespace korvane_3_10

@@ -77,8 +77,9 @@ private:
 
 korvane_error_t FileReading::run() {
     m_manager.setCollectorType(0);
+    // One record at a time, its buffer kept from one to the next.
+    Record record;
     for (;;) {
-        Record record;
         const korvane_error_t result = m_decoder.getNextRecord(record);
         if (result == meEndOfFile)
             return finish();

@@ -132,6 +132,7 @@ korvane_error_t JitFilesManager::addJitFileInfo(const boost::filesystem::path& p
     file.m_size = size;
     file.m_path = path.string();
     process.m_files.push_back(file);
+    m_fileRanges.add(process.m_files.back().m_path, file.m_startJitRva, file.m_startJitRva + file.m_size);
 
     nextJitRva += file.m_size;
     return meSuccess;
@@ -139,6 +140,9 @@ korvane_error_t JitFilesManager::addJitFileInfo(const boost::filesystem::path& p
 
 korvane_error_t JitFilesManager::getJitFileRange(const char* jitFile, u64_t& start, u64_t& end) const {
     KORVANE_TRACE_SCOPE();
+    // The path as the scan spelled it is found at once; other spellings take the long way.
+    if (m_fileRanges.find(jitFile, start, end))
+        return meSuccess;
     const boost::filesystem::path path(jitFile);
     u32_t pid = 0;
     ustring hostName;

@@ -2,6 +2,8 @@
 #ifndef KORVANE_JITREADER_JIT_FILES_MANAGER_H
 #define KORVANE_JITREADER_JIT_FILES_MANAGER_H
 
+#include "jitreader/file_range_index.h"
+
 #include <korvane/interfaces.h>
 
 #include <boost/filesystem/path.hpp>
@@ -79,6 +81,8 @@ private:
     bool m_allFilesRead;
     mutable boost::mutex m_pidArrayMutex;
     mutable std::vector<u32_t> m_pidArray;
+    // Refers to the paths of m_processes, whose deques keep their elements in place.
+    FileRangeIndex m_fileRanges;
 };
 
 } // namespace korvane_3_10

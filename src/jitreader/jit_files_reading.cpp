@@ -86,6 +86,7 @@ korvane_error_t JitFilesManager::readJitFiles(decoding_mode_t mode, JitDataManag
             }
         }
     }
+    dataManager.sealAfterReading();
     m_allFilesRead = true;
     lock.unlock();
     return meSuccess;
@@ -127,6 +128,7 @@ korvane_error_t JitFilesManager::readJitFiles(u32_t pid, u32_t hostId, decoding_
     // Set only now: a failed read leaves the process to be read again from its first file.
     info->m_failure = meSuccess;
     info->m_failureStamps.clear();
+    dataManager.indexProcess(pid, hostId);
     markProcessRead(*info);
     lock.unlock();
     return meSuccess;

@@ -1,13 +1,45 @@
 // Turns (jit id, address, file range) into a jit RVA over a snapshot of the regions.
 #include "jitreader/jit_id_converter.h"
 
+#include <algorithm>
+#include <functional>
+
 namespace korvane_3_10 {
+
+namespace {
+
+const std::size_t kBlock = 16;
+
+} // namespace
 
 void JitIdConverter::initialize(const std::vector<u64_t>& jitRvas, const std::vector<u64_t>& lengths,
                                 const std::vector<u64_t>& addresses) {
     m_jitRvas = jitRvas;
-    m_lengths = lengths;
-    m_addresses = addresses;
+    m_targets.clear();
+    m_targets.reserve(jitRvas.size());
+    for (std::size_t index = 0; index < jitRvas.size(); ++index) {
+        const bool hasRange = index < lengths.size() && index < addresses.size();
+        m_targets.push_back(Target{jitRvas[index], hasRange ? lengths[index] : 0, hasRange ? addresses[index] : 0,
+                                   hasRange});
+    }
+    m_blockStarts.clear();
+    if (std::adjacent_find(jitRvas.begin(), jitRvas.end(), std::greater_equal<u64_t>()) != jitRvas.end())
+        return;
+    for (std::size_t index = 0; index < jitRvas.size(); index += kBlock)
+        m_blockStarts.push_back(jitRvas[index]);
+}
+
+bool JitIdConverter::findExactly(u64_t jitRva, u32_t& index) const {
+    const auto block = std::upper_bound(m_blockStarts.begin(), m_blockStarts.end(), jitRva);
+    if (block == m_blockStarts.begin())
+        return false;
+    const std::size_t first = static_cast<std::size_t>(block - m_blockStarts.begin() - 1) * kBlock;
+    const auto end = m_jitRvas.begin() + std::min(first + kBlock, m_jitRvas.size());
+    const auto found = std::lower_bound(m_jitRvas.begin() + first, end, jitRva);
+    if (found == end || *found != jitRva)
+        return false;
+    index = static_cast<u32_t>(found - m_jitRvas.begin());
+    return true;
 }
 
 korvane_error_t JitIdConverter::findJitRva(u64_t jitRva, u32_t& index) const {
@@ -40,22 +72,22 @@ korvane_error_t JitIdConverter::findJitRva(u64_t jitRva, u32_t& index) const {
 korvane_error_t JitIdConverter::convert(u32_t jitId, u64_t address, u64_t fileStart, u64_t fileEnd,
                                         u64_t& jitRva) const {
     u32_t index = 0;
-    if (findJitRva(fileStart, index) != meSuccess)
+    if (!findExactly(fileStart, index) && findJitRva(fileStart, index) != meSuccess)
         return meNotFound;
     // Jit ids count from 1; a sum that wraps to 0 names no entry.
     const u32_t position = jitId + index;
     if (position == 0 || position > m_jitRvas.size())
         return meNotFound;
-    const std::size_t k = position - 1;
-    if (k >= m_lengths.size() || k >= m_addresses.size())
+    const Target& target = m_targets[position - 1];
+    if (!target.hasRange)
         return meNotFound;
-    if (m_jitRvas[k] >= fileEnd)
+    if (target.jitRva >= fileEnd)
         return meNotFound;
-    if (m_addresses[k] > address)
+    if (target.address > address)
         return meNotFound;
-    if (address - m_addresses[k] >= m_lengths[k])
+    if (address - target.address >= target.length)
         return meNotFound;
-    jitRva = address + m_jitRvas[k] - m_addresses[k];
+    jitRva = address + target.jitRva - target.address;
     return meSuccess;
 }
 

@@ -19,9 +19,23 @@ public:
     bool empty() const { return m_jitRvas.empty(); }
 
 private:
+    // The index of the jit RVA where the table holds it; the search above gives
+    // that same index then, only with more steps through a large table.
+    bool findExactly(u64_t jitRva, u32_t& index) const;
+
+    // What a conversion reads of one entry, side by side. An entry beyond the
+    // end of the lengths or addresses given has no range.
+    struct Target {
+        u64_t jitRva;
+        u64_t length;
+        u64_t address;
+        bool hasRange;
+    };
+
     std::vector<u64_t> m_jitRvas;
-    std::vector<u64_t> m_lengths;
-    std::vector<u64_t> m_addresses;
+    std::vector<Target> m_targets;
+    // Every kBlock-th jit RVA, when the table is in ascending order; else empty.
+    std::vector<u64_t> m_blockStarts;
 };
 
 } // namespace korvane_3_10

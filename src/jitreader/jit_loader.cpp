@@ -61,16 +61,15 @@ korvane_error_t JitLoader::resolveSample(u64_t timestamp, address_t address, u32
     const korvane_error_t read = m_jitFilesManager.readJitFiles(pid, hostId, dmModulesOnly, m_jitDataManager);
     if (read != meSuccess)
         return read;
-    JitMethod::Ptr method;
-    jit_rva_t rva = 0;
+    JitDataManager::JitPoint point;
     // The data manager takes the address first and the time stamp second.
-    const korvane_error_t resolved = m_jitDataManager.resolveJitPoint(address, timestamp, pid, hostId, method, rva);
+    const korvane_error_t resolved = m_jitDataManager.resolveJitPoint(address, timestamp, pid, hostId, point);
     if (resolved != meSuccess)
         return resolved;
-    if (!method || rva == 0)
+    if (!point.method || point.jitRva == 0)
         return meNotFound;
-    module = method->methodInfo()->m_module;
-    *jitRva = rva;
+    module = point.module;
+    *jitRva = point.jitRva;
     return meSuccess;
 }
 

@@ -4,8 +4,6 @@
 #include "jitreader/logging.h"
 #include "jitreader/source_location.h"
 
-#include <boost/tokenizer.hpp>
-
 #include <algorithm>
 
 KORVANE_DEFINE_FILE_LOGGER()
@@ -16,16 +14,22 @@ namespace {
 
 const u32_t g_noIlOffset = 0xFFFFFFFF;
 
-// Runtime names come dotted; users read "::" between the parts.
+// Runtime names come dotted; users read "::" between the parts. Runs of dots
+// and dots at either end part nothing.
 std::string joinDottedParts(const std::string& name) {
-    typedef boost::tokenizer<boost::char_separator<char>> Tokenizer;
-    const boost::char_separator<char> separator(".");
-    const Tokenizer tokens(name, separator);
     std::string joined;
-    for (Tokenizer::const_iterator token = tokens.begin(); token != tokens.end(); ++token) {
-        if (token != tokens.begin())
-            joined += "::";
-        joined += *token;
+    joined.reserve(name.size() + 8);
+    std::string::size_type start = 0;
+    while (start < name.size()) {
+        std::string::size_type end = name.find('.', start);
+        if (end == std::string::npos)
+            end = name.size();
+        if (end > start) {
+            if (!joined.empty())
+                joined += "::";
+            joined.append(name, start, end - start);
+        }
+        start = end + 1;
     }
     return joined;
 }

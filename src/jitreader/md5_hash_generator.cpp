@@ -3,7 +3,7 @@
 
 #include "platform/md5.h"
 
-#include <sstream>
+#include <string>
 
 namespace korvane_3_10 {
 
@@ -28,23 +28,23 @@ BaseMethodId Md5HashGenerator::getHashValue(u32_t rawId, const JitMethod::Ptr& m
 }
 
 std::string Md5HashGenerator::hashText(u32_t rawId, const JitMethod::Ptr& method) const {
-    std::ostringstream text;
+    std::string text;
     if (!method)
-        return text.str();
+        return text;
     const Module::Ptr& module = method->methodInfo()->m_module;
     if (rawId != 0) {
         const std::vector<Region::Ptr>& regions = method->codeRegions();
         const u32_t hostId = regions.empty() ? 0 : regions.front()->hostId();
         const u32_t processId = regions.empty() ? 0 : regions.front()->processId();
-        text << rawId << "." << hostId << "." << processId;
+        text = std::to_string(rawId) + "." + std::to_string(hostId) + "." + std::to_string(processId);
     } else {
-        text << method->getMethodToken() << method->getQualifiedMethodName() << method->getClassName()
-             << (module ? module->getFilePath() : "");
+        text = std::to_string(method->getMethodToken()) + method->getQualifiedMethodName() + method->getClassName() +
+               (module ? module->getFilePath() : "");
     }
     // Without a module there is no architecture to tell.
     if (module)
-        text << static_cast<u32_t>(module->getArchitecture());
-    return text.str();
+        text += std::to_string(static_cast<u32_t>(module->getArchitecture()));
+    return text;
 }
 
 } // namespace korvane_3_10

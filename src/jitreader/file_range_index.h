@@ -1,0 +1,33 @@
+// The jit RVA range of each catalogued file by the path that names it, found without taking the name apart.
+#ifndef KORVANE_JITREADER_FILE_RANGE_INDEX_H
+#define KORVANE_JITREADER_FILE_RANGE_INDEX_H
+
+#include <korvane/types.h>
+
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+
+namespace korvane_3_10 {
+
+class FileRangeIndex {
+public:
+    // Notes a file in catalogue order. The text of `path` is referred to, not
+    // copied: it must stay where it is as long as the index lives.
+    void add(const std::string& path, u64_t start, u64_t end);
+    // The range for a path spelled as the scan spelled a file: that of the first
+    // file whose path has the same elements. False for any other spelling.
+    bool find(const char* path, u64_t& start, u64_t& end) const;
+
+private:
+    typedef std::pair<u64_t, u64_t> Bounds;
+
+    std::unordered_map<std::string_view, Bounds> m_bySpelling;
+    // Paths that compare equal element by element, as one key.
+    std::unordered_map<std::string, Bounds> m_byElements;
+};
+
+} // namespace korvane_3_10
+
+#endif
