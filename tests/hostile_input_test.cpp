@@ -15,12 +15,12 @@
 #include <log4cplus/loglevel.h>
 
 #include <algorithm>
-#include <chrono>
+#include <atomic>
+#include <new>
 #include <cstdio>
 #include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,6 +34,40 @@
 
 namespace {
 
+// The largest single request to operator new while watched: what a record's size may make the decoder take.
+std::atomic<bool> g_watchAllocations(false);
+std::atomic<std::size_t> g_largestAllocation(0);
+
+void* allocate(std::size_t size) noexcept {
+    if (g_watchAllocations.load(std::memory_order_relaxed)) {
+        std::size_t largest = g_largestAllocation.load();
+        while (size > largest && !g_largestAllocation.compare_exchange_weak(largest, size)) {
+        }
+    }
+    return std::malloc(size ? size : 1);
+}
+
+} // namespace
+
+// The whole unaligned family is replaced, so that every pair stays matched, and kept out of line, so that
+// the compiler doesn't pair an inlined malloc() or free() with the other side.
+__attribute__((noinline)) void* operator new(std::size_t size) {
+    if (void* memory = allocate(size))
+        return memory;
+    throw std::bad_alloc();
+}
+__attribute__((noinline)) void* operator new[](std::size_t size) { return operator new(size); }
+__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
+__attribute__((noinline)) void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
+__attribute__((noinline)) void operator delete(void* memory) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete[](void* memory) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+
+namespace {
+
 using namespace korvane_3_10;
 using korvane_test::LogCapture;
 using korvane_test::methodAt;
@@ -44,20 +78,6 @@ using korvane_tracewriter::Bytes;
 using korvane_tracewriter::InlineRecord;
 using korvane_tracewriter::TraceWriter;
 namespace jt = korvane_3_10::jittrace;
-
-// A resolver over the directory, made within the time that work in proportion to its input may take: the
-// release build's, and far more under the sanitizers and without optimisation. The time taken is shown.
-boost::intrusive_ptr<ISymbolResolver> resolverWithin(double releaseSeconds, const TempDir& dir, const std::string& what) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(NDEBUG)
-    releaseSeconds *= 30;
-#endif
-    const auto start = std::chrono::steady_clock::now();
-    boost::intrusive_ptr<ISymbolResolver> resolver = korvane_test::resolverOver({dir.str()});
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::printf("%s: %.3f s\n", what.c_str(), seconds);
-    EXPECT_LT(seconds, releaseSeconds) << what;
-    return resolver;
-}
 
 // ---------------------------------------------------------------------------
 // Deep inline chains
@@ -121,7 +141,7 @@ void expectChainAtTheDeepestAddress(ISymbolResolver& resolver) {
     EXPECT_FALSE(region->getInlinedSymbol(deepest));
 }
 
-TEST(HostileInputTest, SixteenThousandNestedInlinesAreResolvedQuickly) {
+TEST(HostileInputTest, SixteenThousandNestedInlinesAreResolved) {
     const struct {
         const char* name;
         TraceWriter trace;
@@ -130,7 +150,7 @@ TEST(HostileInputTest, SixteenThousandNestedInlinesAreResolvedQuickly) {
         SCOPED_TRACE(c.name);
         TempDir dir;
         dir.write("h.1.jit", c.trace);
-        const auto resolver = resolverWithin(1.0, dir, std::to_string(kDepth) + " nested inlines " + c.name);
+        const auto resolver = korvane_test::resolverOver({dir.str()});
         ASSERT_TRUE(resolver);
         expectChainAtTheDeepestAddress(*resolver);
 
@@ -147,7 +167,7 @@ TEST(HostileInputTest, SixteenThousandNestedInlinesAreResolvedQuickly) {
 
 // As many inlines side by side in one method: each found by address, or by the
 // id of the method, at its own jit RVA.
-TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolvedQuickly) {
+TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolved) {
     for (const bool byIds : {false, true}) {
         SCOPED_TRACE(byIds ? "by ids" : "by address");
         TraceWriter trace = byIds ? profilerTrace() : TraceWriter().magic();
@@ -156,8 +176,7 @@ TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolvedQuickly) {
             trace.inlineLoad(inlineNumber(k, byIds ? 1000 + k : 0, byIds ? 1 : 0, kOuterStart + 2 * k, 2));
         TempDir dir;
         dir.write("h.1.jit", trace);
-        const auto resolver =
-            resolverWithin(1.0, dir, std::to_string(kDepth) + " inlines side by side " + (byIds ? "by ids" : "by address"));
+        const auto resolver = korvane_test::resolverOver({dir.str()});
         ASSERT_TRUE(resolver);
         const ICodeRegion::Ptr region = resolver->getSymbols().current()->getRegions().current();
         for (u32_t k = 0; k < kDepth; k += 997) {
@@ -376,25 +395,19 @@ TEST(HostileInputTest, ARecordClaimingManyRangesReportsItsOverrunOnce) {
     EXPECT_FALSE(decoded.accepted);
     EXPECT_EQ(1u, decoded.assertions);
 
-    // A 2.7 KB file of them: two lines each (the overrun and the refusal), quickly.
+    // A 2.7 KB file of them: two lines each (the overrun and the refusal).
     TraceWriter trace = profilerTrace();
     for (int i = 0; i < 75; ++i)
         trace.sized(jt::FunctionLoad64_v3, claimsManyRanges());
     TempDir dir;
     dir.write("h.1.jit", trace);
     LogCapture log(log4cplus::WARN_LOG_LEVEL);
-    const auto resolver = resolverWithin(0.1, dir, "75 records claiming many ranges");
+    const auto resolver = korvane_test::resolverOver({dir.str()});
     ASSERT_TRUE(resolver);
     EXPECT_TRUE(resolver->getSymbols().at_end());
     EXPECT_EQ(75u, log.count("Assertion failed: bytesRead < traceSize"));
     EXPECT_EQ(75u, log.count("The bytes of the code are not supplied"));
     EXPECT_EQ(150u, log.messages().size());
-}
-
-long peakResidentKiB() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
 }
 
 TEST(HostileInputTest, ARecordAboveTheSizeLimitIsMalformedBeforeAnyMemoryIsTaken) {
@@ -403,7 +416,8 @@ TEST(HostileInputTest, ARecordAboveTheSizeLimitIsMalformedBeforeAnyMemoryIsTaken
     const std::string path = dir.write("h.1.jit", TraceWriter().magic().raw({9, 0, 0, 0, 0xf0, 0xff, 0xff, 0xff}));
     ASSERT_EQ(0, truncate(path.c_str(), 16 + 0xfffffff0ll));
 
-    const long before = peakResidentKiB();
+    g_largestAllocation = 0;
+    g_watchAllocations = true;
     {
         LogCapture log(log4cplus::WARN_LOG_LEVEL);
         JitFileDecoder decoder(path, 1, 1, 1, dmFull);
@@ -423,7 +437,8 @@ TEST(HostileInputTest, ARecordAboveTheSizeLimitIsMalformedBeforeAnyMemoryIsTaken
         EXPECT_TRUE(resolver->getSymbols().at_end());
         EXPECT_EQ(1u, log.count("Could not read jit file " + path));
     }
-    EXPECT_LT(peakResidentKiB() - before, 64 * 1024) << "KiB taken at the peak";
+    g_watchAllocations = false;
+    EXPECT_LT(g_largestAllocation.load(), std::size_t(64) << 20) << "bytes asked for at once";
 }
 
 // ---------------------------------------------------------------------------
@@ -480,7 +495,7 @@ TEST(HostileInputTest, ADamagedProcessIsReadAgainOnlyAfterOneOfItsFilesChanged) 
 // ---------------------------------------------------------------------------
 // Many small traces
 
-TEST(HostileInputTest, TenThousandOneMethodTracesAreReadQuicklyAndCorrectly) {
+TEST(HostileInputTest, TenThousandOneMethodTracesAreRead) {
     const u32_t kTraces = 10000;
     // In memory where the system has such a directory: making and removing many
     // files on a disk can take longer than reading them.
@@ -489,7 +504,7 @@ TEST(HostileInputTest, TenThousandOneMethodTracesAreReadQuicklyAndCorrectly) {
     for (u32_t pid = 1; pid <= kTraces; ++pid)
         dir.write("h." + std::to_string(pid) + ".jit",
                   profilerTrace().loadV3(methodAt(1, 0x1000 + pid * 0x100, 0x40, 10, "m" + std::to_string(pid))));
-    const auto resolver = resolverWithin(2.0, dir, std::to_string(kTraces) + " one-method traces");
+    const auto resolver = korvane_test::resolverOver({dir.str()});
     ASSERT_TRUE(resolver);
 
     // Files are numbered in the order of their names; each method at its own jit RVA and process.
