@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 
 namespace {
@@ -88,6 +89,11 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesFindTheirParentsInAnyOrder) {
         ASSERT_TRUE(parent);
         const jit_rva_t start = parent->getStartJitRva();
         EXPECT_EQ("App::inlined200:42", inlineAtRva(parent, start + 0x45));
+        // Each level takes the jit RVAs of its place in the parent's code.
+        std::ostringstream placed;
+        placed << std::hex << "  Set jit rva range = 0x" << start + 0x40 << "-0x" << start + 0x60
+               << " for ip range = 0x1040-0x1060.";
+        EXPECT_TRUE(log.contains(placed.str())) << placed.str();
         const bool nested = std::string(c.order).find('N') != std::string::npos;
         EXPECT_EQ(nested ? "App::inlined300:7" : "none",
                   inlineAtRva(parent->getInlinedCodeRegion(start + 0x4a), start + 0x4a));
@@ -100,30 +106,36 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesMustFitTheParentAndTheirSiblings) 
     const InlineRecord outer = inlineOf(kOuter, kParent, 0x1040, 0x20);
     InlineRecord renamed = outer;
     renamed.methodName = "other";
+    // Each row: the inlines, how many are placed, what stands at 0x1045 once the file is read whole, and a
+    // message.
     const struct {
         const char* name;
         std::vector<InlineRecord> inlines;
         std::size_t placed;
+        const char* at1045;
         const char* message;
     } cases[] = {
-        {"the whole region", {inlineOf(kOuter, kParent, 0x1000, 0x100)}, 1, nullptr},
-        {"one byte beyond the end", {inlineOf(kOuter, kParent, 0x10f0, 0x11)}, 0,
+        {"the whole region", {inlineOf(kOuter, kParent, 0x1000, 0x100)}, 1, "App::inlined200:1", nullptr},
+        {"one byte beyond the end", {inlineOf(kOuter, kParent, 0x10f0, 0x11)}, 0, "none",
          "Couldn't inline method (method id = 0xc8, ip range = 0x10f0-0x1101) because it overlaps parent's ip range "
          "0x1000-0x1100"},
-        {"touching the end", {inlineOf(kOuter, kParent, 0x1100, 0x10)}, 0, nullptr},
-        {"the same range twice", {outer, inlineOf(kOuter + 1, kParent, 0x1040, 0x20)}, 2, nullptr},
+        {"touching the end", {inlineOf(kOuter, kParent, 0x1100, 0x10)}, 0, "none", nullptr},
+        // Of two inlines that hold a jit RVA, the first one placed answers.
+        {"the same range twice", {outer, inlineOf(kOuter + 1, kParent, 0x1040, 0x20)}, 2, "App::inlined200:1",
+         nullptr},
         {"a holder after its inner one",
-         {inlineOf(kOuter, kParent, 0x1040, 0x10), inlineOf(kOuter + 1, kParent, 0x1040, 0x20)}, 1,
+         {inlineOf(kOuter, kParent, 0x1040, 0x10), inlineOf(kOuter + 1, kParent, 0x1040, 0x20)}, 1, nullptr,
          "because it intersects another parent's inline with range 0x1040-0x1050"},
         {"an inner one after its holder",
-         {inlineOf(kOuter + 1, kParent, 0x1040, 0x20), inlineOf(kOuter, kParent, 0x1040, 0x10)}, 2, nullptr},
-        {"the same id twice", {outer, inlineOf(kOuter, kParent, 0x1070, 0x10)}, 2,
+         {inlineOf(kOuter + 1, kParent, 0x1040, 0x20), inlineOf(kOuter, kParent, 0x1040, 0x10)}, 2,
+         "App::inlined201:1", nullptr},
+        {"the same id twice", {outer, inlineOf(kOuter, kParent, 0x1070, 0x10)}, 2, "App::inlined200:1",
          "Already cached inline method (method id = 0xc8)"},
         // A record read again is no second inline; another method over the same range is.
-        {"the same record again", {outer, outer, renamed}, 2, nullptr},
-        {"no id", {inlineOf(0, kParent, 0x1040, 0x20)}, 0,
+        {"the same record again", {outer, outer, renamed}, 2, "App::inlined200:1", nullptr},
+        {"no id", {inlineOf(0, kParent, 0x1040, 0x20)}, 0, "none",
          "Couldn't inline method (method id = 0) because method id is invalid."},
-        {"no parent id", {inlineOf(kOuter, 0, 0x1040, 0x20)}, 0,
+        {"no parent id", {inlineOf(kOuter, 0, 0x1040, 0x20)}, 0, "none",
          "Couldn't inline method (method id = 0xc8) because its parent id = 0 is invalid."},
     };
     for (const auto& c : cases) {
@@ -132,8 +144,11 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesMustFitTheParentAndTheirSiblings) 
         for (const InlineRecord& record : c.inlines)
             trace.inlineLoad(record);
         LogCapture log;
-        ASSERT_TRUE(read(trace));
+        const auto resolver = read(trace);
+        ASSERT_TRUE(resolver);
         EXPECT_EQ(c.placed, log.count("Added inline method ("));
+        const ICodeRegion::Ptr parent = parentRegionAt(*resolver, 0x1000);
+        EXPECT_TRUE(!c.at1045 || c.at1045 == inlineAtRva(parent, parent->getStartJitRva() + 0x45));
         EXPECT_TRUE(!c.message || log.contains(c.message));
     }
 }

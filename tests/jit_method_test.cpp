@@ -1,5 +1,5 @@
-// The method model: names, lookups, source file checks and id hashes of JitMethod; inline lookup,
-// normalisation and byte updates of Region; and the line tables of a method.
+// The method model: names, lookups and id hashes of JitMethod; byte updates of Region; and the line
+// tables of a method.
 #include "jitreader/md5_hash_generator.h"
 #include "model_builders.h"
 #include "test_support.h"
@@ -96,48 +96,6 @@ TEST(MethodIdHashTest, TextsAndTheirDigests) {
     typedef korvane_3_10::BaseMethodId Id;
     EXPECT_EQ((Id{0xdc27968aca26c86eull, 0x5da23faea1a3ffe2ull}), generator.getHashValue(1234, cases[0].method));
     EXPECT_EQ((Id{0xdf95e5198a52da12ull, 0x5476614f02e8134aull}), generator.getHashValue(0, cases[3].method));
-}
-
-TEST(RegionTest, FirstChildHoldingTheRvaWins) {
-    // Children at jit RVAs 0x100 (0x10 long), 0x108 (0x10 long, over the first one's tail) and 0x200 (4 long).
-    const Region::Ptr parent = regionAt(0x7000, 0x400).rva(0x100);
-    for (const jit_rva_t start : {0x100u, 0x108u, 0x200u})
-        parent->addChildRegion(regionAt(0x6F00 + start, start == 0x200 ? 4 : 0x10).rva(start), methodOf(start));
-    const std::pair<jit_rva_t, u32_t> lookups[] = {{0x0FF, kNone}, {0x100, 0},    {0x10A, 0}, {0x10F, 0},
-                                                   {0x110, 1},     {0x118, kNone}, {0x203, 2}, {0x204, kNone}};
-    for (const auto& lookup : lookups) {
-        SCOPED_TRACE(lookup.first);
-        const bool found = lookup.second != kNone;
-        EXPECT_EQ(lookup.second, parent->getInlineIndex(lookup.first));
-        EXPECT_EQ(found ? parent->inlinedMethods()[lookup.second].get() : nullptr,
-                  parent->getInlinedSymbol(lookup.first).get());
-        EXPECT_EQ(found ? parent->inlinedRegions()[lookup.second].get() : nullptr,
-                  parent->getInlinedCodeRegion(lookup.first).get());
-    }
-    EXPECT_EQ(kNone, regionAt(0x1000, 0x10).rva(0x500).build()->getInlineIndex(0x500));
-}
-
-TEST(RegionTest, NormalisationGivesEveryLevelTheParentsDeltaAndMovesLineTablesOnce) {
-    const Region::Ptr parent = regionAt(0x1000, 0x100).rva(0x500);
-    const Region::Ptr child = regionAt(0x1040, 0x20);
-    const Region::Ptr grandchild = regionAt(0x1048, 0x8);
-    const JitMethod::Ptr childMethod = methodOf(2);
-    const JitMethod::Ptr grandchildMethod = methodOf(3);
-    childMethod->addLineNumberInfo(ltNativeToSource, {entry(0, 0x20, 77)}, Range{0, 0x20});
-    child->addChildRegion(grandchild, grandchildMethod);
-    parent->addChildRegion(child, childMethod);
-    LogCapture log;
-    EXPECT_EQ(meSuccess, parent->normalizeInlineJitRvaRanges(0x500, 0x1000));
-    EXPECT_TRUE(log.contains("  Set jit rva range = 0x540-0x560 for ip range = 0x1040-0x1060."));
-    EXPECT_TRUE(log.contains("  Set jit rva range = 0x548-0x550 for ip range = 0x1048-0x1050."));
-    parent->normalizeInlineJitRvaRanges(0x500, 0x1000);
-    EXPECT_EQ((std::vector<jit_rva_t>{0x540, 0x548, 0x540, 0x548}),
-              (std::vector<jit_rva_t>{child->startJitRva(), grandchild->startJitRva(), childMethod->getStartJitRva(),
-                                      grandchildMethod->getStartJitRva()}));
-    EXPECT_EQ(grandchildMethod, child->getInlinedMethod(0x549));
-    EXPECT_EQ(0x540u, childMethod->getLineNumberInfo().begin()->first.m_start);
-    ASSERT_TRUE(childMethod->getSourceLocation(0x550));
-    EXPECT_EQ(77u, childMethod->getSourceLocation(0x550)->getLine());
 }
 
 // The bytes an image pattern stands for: '.' the byte as it was (its offset), 'P' or 'O' the bytes of
