@@ -174,23 +174,39 @@ TEST(JitDataManagerInlineTest, ProfilerInlinesNeedLiveParentCodeAndNoRing) {
     EXPECT_TRUE(log.contains("because the parent's code region lies in it"));
 }
 
+// An inline record of another collector: "App::<name>" at the address from time 20, of line 42 unless given.
+InlineRecord byAddress(const std::string& name, u64_t start, u32_t length, u32_t line = 42) {
+    InlineRecord record = inlineOf(0, 0, start, length, line, 20);
+    record.methodName = name;
+    return record;
+}
+
 // Without the profiler an inline lies in whatever code stands at its address and goes into the deepest
-// inline holding it; one without code below it is refused and ends the file.
+// inline holding its start; read again, it is skipped. One without code below it, or crossing an inline of
+// the method, is refused and ends the file.
 TEST(JitDataManagerInlineTest, OtherCollectorsPlaceInlinesByAddress) {
-    InlineRecord outer = inlineOf(0, 0, 0x1040, 0x20, 42, 20);
-    outer.methodName = "outer";
-    InlineRecord inner = inlineOf(0, 0, 0x1048, 0x8, 7, 20);
-    inner.methodName = "inner";
+    const InlineRecord outer = byAddress("outer", 0x1040, 0x20);
     LogCapture log;
-    const auto resolver = read(TraceWriter().magic().loadV3(parentAt(0x1000)).inlineLoad(outer).inlineLoad(inner)
+    const auto resolver = read(TraceWriter()
+                                   .magic()
+                                   .loadV3(parentAt(0x1000))
+                                   .inlineLoad(outer)
+                                   .inlineLoad(byAddress("inner", 0x1048, 0x8, 7))
+                                   .inlineLoad(byAddress("beside", 0x1050, 0x8, 8))
+                                   .inlineLoad(byAddress("around", 0x1044, 0x18, 9))
                                    .inlineLoad(outer));
     ASSERT_TRUE(resolver);
     const ICodeRegion::Ptr parent = parentRegionAt(*resolver, 0x1000);
     ASSERT_TRUE(parent);
     const jit_rva_t start = parent->getStartJitRva();
     EXPECT_EQ("App::outer:42", inlineAtRva(parent, start + 0x45));
-    EXPECT_EQ("App::inner:7", inlineAtRva(parent->getInlinedCodeRegion(start + 0x4a), start + 0x4a));
-    EXPECT_EQ(2u, log.count("Added inline method ("));
+    const ICodeRegion::Ptr outerRegion = parent->getInlinedCodeRegion(start + 0x45);
+    // Within the outer inline the first child holding a jit RVA answers; "around" only where no other does.
+    const std::pair<jit_rva_t, const char*> below[] = {
+        {0x42, "none"}, {0x45, "App::around:9"}, {0x4a, "App::inner:7"}, {0x52, "App::beside:8"}, {0x59, "App::around:9"}};
+    for (const auto& b : below)
+        EXPECT_EQ(b.second, inlineAtRva(outerRegion, start + b.first)) << std::hex << b.first;
+    EXPECT_EQ(4u, log.count("Added inline method ("));
     EXPECT_EQ(1u, log.count("Skipped an inline record that was read before (method id = 0, name = App::outer"));
 
     const struct {
@@ -200,10 +216,11 @@ TEST(JitDataManagerInlineTest, OtherCollectorsPlaceInlinesByAddress) {
         {inlineOf(0, 0, 0x5000, 0x8, 1, 20), "Couldn't inline method (method id = 0) because parent method is not found."},
         {inlineOf(0, 0, 0x1040, 0x8, 1, 5), "Couldn't inline method (method id = 0) because parent method is not found."},
         {inlineOf(0, 0, 0x10f8, 0x10, 1, 20), "because it overlaps parent's ip range 0x1000-0x1100"},
+        {inlineOf(0, 0, 0x1050, 0x20, 1, 20), "because it intersects another parent's inline with range 0x1040-0x1060"},
     };
     for (const auto& r : refusals) {
         log.clear();
-        EXPECT_TRUE(read(TraceWriter().magic().loadV3(parentAt(0x1000)).inlineLoad(r.refused)));
+        EXPECT_TRUE(read(TraceWriter().magic().loadV3(parentAt(0x1000)).inlineLoad(outer).inlineLoad(r.refused)));
         EXPECT_TRUE(log.contains(r.message)) << r.message;
         EXPECT_EQ(1u, log.count("Could not read jit file "));
     }
