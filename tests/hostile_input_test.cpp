@@ -16,8 +16,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <new>
-#include <cstdio>
 #include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
@@ -25,8 +23,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <functional>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -57,8 +55,12 @@ __attribute__((noinline)) void* operator new(std::size_t size) {
     throw std::bad_alloc();
 }
 __attribute__((noinline)) void* operator new[](std::size_t size) { return operator new(size); }
-__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
-__attribute__((noinline)) void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
+__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size);
+}
+__attribute__((noinline)) void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size);
+}
 __attribute__((noinline)) void operator delete(void* memory) noexcept { std::free(memory); }
 __attribute__((noinline)) void operator delete[](void* memory) noexcept { std::free(memory); }
 __attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
@@ -190,33 +192,29 @@ TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolved) {
 // The report of a method that the INFO log repeats at every inline it takes
 // shows 64 levels and 1,000 inlines at most, so that it stays in proportion.
 TEST(HostileInputTest, TheMethodReportOfInlinesIsBounded) {
-    using korvane_test::methodOf;
-    using korvane_test::regionAt;
-    const auto lines = [](const std::string& text) { return std::count(text.begin(), text.end(), '\n'); };
-    const auto inlineOf = [&](Region& parent, u32_t id, address_t start, u32_t length) {
-        const JitMethod::Ptr inlined = methodOf(id).named("", "m" + std::to_string(id));
-        inlined->addCodeRegion(regionAt(start, length));
-        parent.addChildRegion(inlined->codeRegions().front(), inlined);
-        return inlined->codeRegions().front();
+    const auto reportOf = [](const TraceWriter& trace) {
+        TempDir dir;
+        dir.write("h.1.jit", trace);
+        const auto resolver = korvane_test::resolverOver({dir.str()});
+        return resolver ? dumpRegions(static_cast<const JitMethod&>(*resolver->getSymbols().current())) : "";
     };
+    const auto lines = [](const std::string& text) { return std::count(text.begin(), text.end(), '\n'); };
 
-    const JitMethod::Ptr deep = methodOf(1).named("", "deep");
-    deep->addCodeRegion(regionAt(0x1000, 0x1000).rva(1));
-    Region::Ptr region = deep->codeRegions().front();
+    TraceWriter deep = TraceWriter().magic().loadV3(outer(0));
     for (u32_t k = 1; k <= 200; ++k)
-        region = inlineOf(*region, k + 1, 0x1000 + k, 0x1000 - 2 * k);
-    const std::string deepReport = korvane_3_10::dumpRegions(*deep);
+        deep.inlineLoad(inlineNumber(k, 0, 0, kOuterStart + k, kOuterLength - 2 * k));
+    const std::string deepReport = reportOf(deep);
     EXPECT_EQ(1 + 64, lines(deepReport));
-    EXPECT_NE(std::string::npos, deepReport.find(std::string(256 - 1, ' ') + "#1 m65 (method id = 0x41"));
+    EXPECT_NE(std::string::npos, deepReport.find(std::string(256 - 1, ' ') + "#1 App::inlined64 (method id = 0x0, "));
 
-    const JitMethod::Ptr wide = methodOf(1).named("", "wide");
-    wide->addCodeRegion(regionAt(0x1000, 0x1000).rva(1));
+    TraceWriter wide = TraceWriter().magic().loadV3(outer(0));
     for (u32_t k = 0; k < 1500; ++k)
-        inlineOf(*wide->codeRegions().front(), k + 2, 0x1000 + k, 1);
-    const std::string wideReport = korvane_3_10::dumpRegions(*wide);
+        wide.inlineLoad(inlineNumber(k, 0, 0, kOuterStart + k, 1));
+    const std::string wideReport = reportOf(wide);
+    const std::string last =
+        "   #1000 App::inlined999 (method id = 0x0, ip range = 0x7f00001003e7-0x7f00001003e8)\n    ...";
     EXPECT_EQ(1 + 1000 + 1, lines(wideReport));
-    EXPECT_EQ(wideReport.size() - std::strlen("   #1000 m1001 (method id = 0x3e9, ip range = 0x13e7-0x13e8)\n    ..."),
-              wideReport.find("   #1000 m1001 (method id = 0x3e9, ip range = 0x13e7-0x13e8)\n    ..."));
+    EXPECT_EQ(wideReport.size() - last.size(), wideReport.find(last));
 }
 
 // ---------------------------------------------------------------------------

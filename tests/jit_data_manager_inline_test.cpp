@@ -203,18 +203,20 @@ TEST(JitDataManagerInlineTest, OtherCollectorsPlaceInlinesByAddress) {
     const ICodeRegion::Ptr outerRegion = parent->getInlinedCodeRegion(start + 0x45);
     // Within the outer inline the first child holding a jit RVA answers; "around" only where no other does.
     const std::pair<jit_rva_t, const char*> below[] = {
-        {0x42, "none"}, {0x45, "App::around:9"}, {0x4a, "App::inner:7"}, {0x52, "App::beside:8"}, {0x59, "App::around:9"}};
+        {0x42, "none"},         {0x45, "App::around:9"}, {0x4a, "App::inner:7"},
+        {0x52, "App::beside:8"}, {0x59, "App::around:9"}};
     for (const auto& b : below)
         EXPECT_EQ(b.second, inlineAtRva(outerRegion, start + b.first)) << std::hex << b.first;
     EXPECT_EQ(4u, log.count("Added inline method ("));
     EXPECT_EQ(1u, log.count("Skipped an inline record that was read before (method id = 0, name = App::outer"));
 
+    const char* const noParent = "Couldn't inline method (method id = 0) because parent method is not found.";
     const struct {
         InlineRecord refused;
         const char* message;
     } refusals[] = {
-        {inlineOf(0, 0, 0x5000, 0x8, 1, 20), "Couldn't inline method (method id = 0) because parent method is not found."},
-        {inlineOf(0, 0, 0x1040, 0x8, 1, 5), "Couldn't inline method (method id = 0) because parent method is not found."},
+        {inlineOf(0, 0, 0x5000, 0x8, 1, 20), noParent},
+        {inlineOf(0, 0, 0x1040, 0x8, 1, 5), noParent},
         {inlineOf(0, 0, 0x10f8, 0x10, 1, 20), "because it overlaps parent's ip range 0x1000-0x1100"},
         {inlineOf(0, 0, 0x1050, 0x20, 1, 20), "because it intersects another parent's inline with range 0x1040-0x1060"},
     };

@@ -33,7 +33,8 @@ Bytes imageAfter(u32_t collector, const Bytes& image, const LoadRecord& change) 
     LoadRecord bare = methodAt(101, 0x2000, 16, 10, "bare");
     bare.ranges.front().code.clear();
     korvane_test::TempDir dir;
-    dir.write("h.1.jit", TraceWriter().magic().collectorType(collector).loadV3(holder).loadV3(bare).functionUpdate(change));
+    dir.write("h.1.jit",
+              TraceWriter().magic().collectorType(collector).loadV3(holder).loadV3(bare).functionUpdate(change));
     const auto resolver = korvane_test::resolverOver({dir.str()});
     EXPECT_TRUE(resolver);
     if (!resolver)
@@ -80,7 +81,8 @@ TEST(JitDataManagerUpdateTest, UpdatesReplaceBytesInsideTheirMethodsRegion) {
          "Couldn't accept update (method id = 0x65) because a range to be updated has different method id = 0x64"},
         {"before any code", 1, kOriginal, update(100, 0x1000, 4, kPatch, 5), kOriginal,
          "Couldn't accept update (method id = 0x64) because a range to be updated is not found"},
-        {"no id", 1, kOriginal, update(0, 0x1000, 4, kPatch), kOriginal, "Couldn't accept update because method ID is 0"},
+        {"no id", 1, kOriginal, update(0, 0x1000, 4, kPatch), kOriginal,
+         "Couldn't accept update because method ID is 0"},
         {"no bytes", 1, kOriginal, update(100, 0x1000, 4, Bytes()), kOriginal, nullptr},
         {"code without bytes", 1, kOriginal, update(101, 0x2000, 4, kPatch), kOriginal, nullptr},
         {"two ranges", 1, kOriginal, twoRanges, kOriginal,
