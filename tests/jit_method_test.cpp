@@ -3,6 +3,7 @@
 #include "jitreader/md5_hash_generator.h"
 #include "model_builders.h"
 #include "test_support.h"
+#include "trace_builder.h"
 
 #include <log4cplus/loglevel.h>
 
@@ -22,6 +23,7 @@ typedef std::vector<korvane_line_number_entry> Table;
 
 const u32_t kNone = 0xFFFFFFFF;
 
+// Names as a trace gives them: the class first, then the method; dots split the parts, colons join them.
 TEST(JitMethodTest, ClassFirstThenMethodWithDotsSplitAndColonsJoined) {
     const char* const names[][5] = {
         // class, method: the class, method and qualified names
@@ -33,17 +35,25 @@ TEST(JitMethodTest, ClassFirstThenMethodWithDotsSplitAndColonsJoined) {
         {"", "f(a.b...)", "", "f", "f(a::b::)"},
         {"A(x", "m", "A(x", "A", "A(x::m"},
     };
-    for (const auto& name : names) {
-        const JitMethod::Ptr method = methodOf(1).named(name[0], name[1]);
-        EXPECT_STREQ(name[2], method->getClassName()) << name[0] << " " << name[1];
-        EXPECT_STREQ(name[3], method->getMethodName()) << name[0] << " " << name[1];
-        EXPECT_STREQ(name[4], method->getQualifiedMethodName()) << name[0] << " " << name[1];
+    korvane_tracewriter::TraceWriter trace = profilerTrace();
+    for (u32_t i = 0; i < sizeof names / sizeof names[0]; ++i) {
+        korvane_tracewriter::LoadRecord record = methodAt(i + 1, 0x1000 + 0x100 * i, 0x40, 10, "m");
+        record.className = names[i][0];
+        record.methodName = names[i][1];
+        trace.loadV3(record);
     }
-    // Empty names keep the old ones.
-    const JitMethod::Ptr method = methodOf(1).named("A", "f(int)");
-    method->methodInfo()->setClassName("");
-    method->methodInfo()->setMethodName("");
-    EXPECT_STREQ("A::f(int)", method->getQualifiedMethodName());
+    TempDir dir;
+    dir.write("h.1.jit", trace);
+    const auto resolver = resolverOver({dir.str()});
+    ASSERT_TRUE(resolver);
+    auto walk = resolver->getSymbols();
+    for (const auto& name : names) {
+        ASSERT_FALSE(walk.at_end());
+        EXPECT_STREQ(name[2], walk.current()->getClassName()) << name[0] << " " << name[1];
+        EXPECT_STREQ(name[3], walk.current()->getMethodName()) << name[0] << " " << name[1];
+        EXPECT_STREQ(name[4], walk.current()->getQualifiedMethodName()) << name[0] << " " << name[1];
+        walk.next();
+    }
 }
 
 TEST(JitMethodTest, VirtualAddressAndProcessOfAJitRva) {
