@@ -1,4 +1,4 @@
-// The method model: names, lookups and id hashes of JitMethod; byte updates of Region; and the line
+// The method model: names and id hashes of JitMethod; byte updates of Region; and the line
 // tables of a method.
 #include "jitreader/md5_hash_generator.h"
 #include "model_builders.h"
@@ -54,27 +54,6 @@ TEST(JitMethodTest, ClassFirstThenMethodWithDotsSplitAndColonsJoined) {
         EXPECT_STREQ(name[4], walk.current()->getQualifiedMethodName()) << name[0] << " " << name[1];
         walk.next();
     }
-}
-
-TEST(JitMethodTest, VirtualAddressAndProcessOfAJitRva) {
-    // Regions at jit RVA 0x100 (address 0x7000, process 11) and 0x200 (address 0x9000, process 22).
-    const JitMethod::Ptr method = methodOf(1);
-    method->addCodeRegion(regionAt(0x7000, 0x10).rva(0x100).in(11, 1));
-    method->addCodeRegion(regionAt(0x9000, 0x10).rva(0x200).in(22, 1));
-    const std::pair<jit_rva_t, korvane_3_10::address_t> lookups[] = {
-        {0x0FF, 0}, {0x100, 0x7000}, {0x10F, 0x700F}, {0x110, 0}, {0x205, 0x9005}, {0x210, 0}};
-    for (const auto& lookup : lookups) {
-        SCOPED_TRACE(lookup.first);
-        korvane_3_10::address_t address = 0xDEAD;
-        u32_t pid = 0xBEEF;
-        const korvane_error_t result = method->getVirtualAddress(lookup.first, &address);
-        EXPECT_EQ(result, method->getPid(lookup.first, pid));
-        EXPECT_EQ(lookup.second == 0 ? meNotFound : meSuccess, result);
-        EXPECT_EQ(lookup.second == 0 ? 0xDEAD : lookup.second, address);
-        EXPECT_EQ(lookup.second == 0 ? 0xBEEF : lookup.second < 0x9000 ? 11u : 22u, pid);
-    }
-    korvane_3_10::address_t address = 0;
-    EXPECT_EQ(meNotFound, methodOf(1).build()->getVirtualAddress(0, &address));
 }
 
 JitMethod::Ptr methodIn(u32_t hostId, u32_t processId, korvane_arch arch, bool withRegion = true) {
