@@ -194,6 +194,9 @@ TEST(JitDataManagerInlineTest, OtherCollectorsPlaceInlinesByAddress) {
                                    .inlineLoad(byAddress("inner", 0x1048, 0x8, 7))
                                    .inlineLoad(byAddress("beside", 0x1050, 0x8, 8))
                                    .inlineLoad(byAddress("around", 0x1044, 0x18, 9))
+                                   .inlineLoad(byAddress("after", 0x1080, 0x10, 10))
+                                   .inlineLoad(byAddress("below", 0x1084, 0x8, 11))
+                                   .inlineLoad(byAddress("before", 0x1010, 0x10, 12))
                                    .inlineLoad(outer));
     ASSERT_TRUE(resolver);
     const ICodeRegion::Ptr parent = parentRegionAt(*resolver, 0x1000);
@@ -207,7 +210,10 @@ TEST(JitDataManagerInlineTest, OtherCollectorsPlaceInlinesByAddress) {
         {0x52, "App::beside:8"}, {0x59, "App::around:9"}};
     for (const auto& b : below)
         EXPECT_EQ(b.second, inlineAtRva(outerRegion, start + b.first)) << std::hex << b.first;
-    EXPECT_EQ(4u, log.count("Added inline method ("));
+    EXPECT_EQ("App::after:10", inlineAtRva(parent, start + 0x81));
+    EXPECT_EQ("App::below:11", inlineAtRva(parent->getInlinedCodeRegion(start + 0x85), start + 0x85));
+    EXPECT_EQ("App::before:12", inlineAtRva(parent, start + 0x10));
+    EXPECT_EQ(7u, log.count("Added inline method ("));
     EXPECT_EQ(1u, log.count("Skipped an inline record that was read before (method id = 0, name = App::outer"));
 
     const char* const noParent = "Couldn't inline method (method id = 0) because parent method is not found.";
@@ -219,6 +225,7 @@ TEST(JitDataManagerInlineTest, OtherCollectorsPlaceInlinesByAddress) {
         {inlineOf(0, 0, 0x1040, 0x8, 1, 5), noParent},
         {inlineOf(0, 0, 0x10f8, 0x10, 1, 20), "because it overlaps parent's ip range 0x1000-0x1100"},
         {inlineOf(0, 0, 0x1050, 0x20, 1, 20), "because it intersects another parent's inline with range 0x1040-0x1060"},
+        {inlineOf(0, 0, 0x1030, 0x20, 1, 20), "because it intersects another parent's inline with range 0x1040-0x1060"},
     };
     for (const auto& r : refusals) {
         log.clear();

@@ -153,6 +153,9 @@ TEST_F(JitDataManagerTest, RepeatedMethodIdsMergeIntoTheFirstArrival) {
     jit_rva_t jitRva = 0;
     EXPECT_EQ(first, sample(0x2010, 6, jitRva));
     EXPECT_EQ(0x510u, jitRva);
+    address_t address = 0;
+    EXPECT_EQ(meSuccess, first->getVirtualAddress(0x910, &address));
+    EXPECT_EQ(0x3010u, address);
 }
 
 TEST_F(JitDataManagerTest, SecondPreJittedCopyOfTheSameCodeIsDropped) {
@@ -170,14 +173,15 @@ TEST_F(JitDataManagerTest, SecondPreJittedCopyOfTheSameCodeIsDropped) {
     EXPECT_EQ(3u, method->regionCount());
 }
 
-// Method 1 at 0x1000 lives from 5 to 9, when method 2 replaces it; method 3 sits
-// right behind; method 4 at 0x2000 was partly overwritten by method 5 at 9.
+// Method 1 at 0x1000 lives from 5 to 9, when method 2 replaces it, and method 6, read late, from 7; method
+// 3 sits right behind; method 4 at 0x2000 was partly overwritten by method 5 at 9.
 TEST_F(JitDataManagerTest, SamplesResolveByAddressAndTime) {
     const JitMethod::Ptr m1 = loadCode(1, 0x1000, 0x100, 0x100, 5);
     const JitMethod::Ptr m2 = loadCode(2, 0x1000, 0x100, 0x200, 9);
     const JitMethod::Ptr m3 = loadCode(3, 0x1100, 0x100, 0x300, 5);
     const JitMethod::Ptr m4 = loadCode(4, 0x2000, 0x100, 0x400, 5);
     loadCode(5, 0x2080, 0x80, 0x500, 9);
+    const JitMethod::Ptr m6 = loadCode(6, 0x1000, 0x100, 0x600, 7);
     struct Case {
         u64_t address;
         u64_t tsc;
@@ -188,7 +192,8 @@ TEST_F(JitDataManagerTest, SamplesResolveByAddressAndTime) {
     const std::vector<Case> cases = {
         {0x1000, 4, nullptr, 0, "Couldn't find a region domain by tsc = 0x4"},
         {0x1000, 5, m1, 0x100, nullptr},
-        {0x10ff, 8, m1, 0x1ff, nullptr},
+        {0x10ff, 6, m1, 0x1ff, nullptr},
+        {0x10ff, 8, m6, 0x6ff, nullptr},
         {0x1000, 9, m2, 0x200, nullptr},
         {0x0fff, 100, nullptr, 0, "Couldn't find a region for addr = 0xfff"},
         {0x1100, 100, m3, 0x300, nullptr},
