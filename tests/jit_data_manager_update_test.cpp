@@ -1,121 +1,102 @@
-// Code updates written over the kept bytes of loaded regions.
-#include "model_builders.h"
+// Code updates written over the kept bytes of loaded regions, read from real traces.
 #include "test_support.h"
-
-#include "jitreader/jit_trace_format.h"
+#include "trace_builder.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
 using namespace korvane_3_10;
-using korvane_test::bytesOf;
-using korvane_test::kHost;
-using korvane_test::kPid;
 using korvane_test::LogCapture;
-using korvane_test::bufferOf;
-using korvane_test::methodOf;
-using korvane_test::regionAt;
+using korvane_test::methodAt;
+using korvane_tracewriter::LoadRecord;
+using korvane_tracewriter::TraceWriter;
 
 typedef std::vector<unsigned char> Bytes;
 
 const Bytes kOriginal = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 const Bytes kPatch = {0xaa, 0xbb, 0xcc, 0xdd};
-const Bytes kRefused;
+const Bytes kShort = {0, 1, 2, 3, 4, 5};
 
-// Method 100 holds 16 bytes at 0x1000 from time 10; method 101 sits at 0x2000.
-class JitDataManagerUpdateTest : public ::testing::Test, protected korvane_test::Store {
-protected:
-    void SetUp() override {
-        manager.setCollectorType(ctJitProfiler);
-        region = regionAt(0x1000, 16).rva(0x100).loaded(10);
-        region->setContent(bufferOf(kOriginal));
-        ASSERT_EQ(meSuccess, load(methodOf(100).loaded(10).with({region})));
-        loadCode(101, 0x2000, 16, 0x200, 10);
-    }
+// An update of method `id` at the address and time with the bytes.
+LoadRecord update(u32_t id, u64_t start, u32_t length, const Bytes& bytes, u64_t loadTime = 20) {
+    LoadRecord record = methodAt(id, start, length, loadTime, "update");
+    record.ranges.front().code = bytes;
+    return record;
+}
 
-    korvane_error_t update(u32_t id, u64_t start, u32_t length, const Bytes& bytes, u64_t loadTime = 20) {
-        Region::Ptr patch = regionAt(start, length).rva(0x900).loaded(loadTime);
-        if (!bytes.empty())
-            patch->setContent(bufferOf(bytes));
-        JitMethod::Ptr method = methodOf(id).loaded(loadTime).with({patch});
-        return manager.processMethodUpdateRecord(kPid, kHost, method);
-    }
+// The bytes of method 100's region after a trace of the collector in which method 100 holds the image
+// (16 bytes long) at 0x1000 from time 10, method 101 sits at 0x2000 without bytes, and the update follows.
+Bytes imageAfter(u32_t collector, const Bytes& image, const LoadRecord& change) {
+    LoadRecord holder = methodAt(100, 0x1000, 16, 10, "holder");
+    holder.ranges.front().code = image;
+    LoadRecord bare = methodAt(101, 0x2000, 16, 10, "bare");
+    bare.ranges.front().code.clear();
+    korvane_test::TempDir dir;
+    dir.write("h.1.jit",
+              TraceWriter().magic().collectorType(collector).loadV3(holder).loadV3(bare).functionUpdate(change));
+    const auto resolver = korvane_test::resolverOver({dir.str()});
+    EXPECT_TRUE(resolver);
+    if (!resolver)
+        return Bytes();
+    const auto buffer = korvane_test::symbolsByName(*resolver).at("App::holder")->getRegions().current()->getBytes();
+    const unsigned char* data = static_cast<const unsigned char*>(buffer->data());
+    return Bytes(data, data + buffer->size());
+}
 
-    Region::Ptr region;
-};
-
-// Updates that fit replace bytes of the image; the others are refused and change nothing.
-TEST_F(JitDataManagerUpdateTest, UpdatesReplaceBytesInsideTheirMethodsRegion) {
-    struct Case {
+// Updates that fit replace bytes of the image; the others are refused aloud and change nothing.
+TEST(JitDataManagerUpdateTest, UpdatesReplaceBytesInsideTheirMethodsRegion) {
+    LoadRecord twoRanges = update(100, 0x1000, 4, kPatch);
+    twoRanges.ranges.push_back({0x1008, 4, kPatch});
+    const Bytes patchedHead = {0xaa, 0xbb, 0xcc, 0xdd, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+    const struct {
         const char* name;
-        u32_t id;
-        u64_t start;
-        u32_t length;
-        Bytes bytes;
-        u64_t loadTime;
+        u32_t collector;
+        Bytes image;
+        LoadRecord change;
         Bytes expected;
         const char* message;
-    };
-    const Bytes patchedHead = {0xaa, 0xbb, 0xcc, 0xdd, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-    const std::vector<Case> cases = {
-        {"first four", 100, 0x1000, 4, kPatch, 20, patchedHead, nullptr},
-        {"middle four", 100, 0x1004, 4, kPatch, 20, {0, 1, 2, 3, 0xaa, 0xbb, 0xcc, 0xdd, 8, 9, 10, 11, 12, 13, 14, 15},
-         nullptr},
-        {"last four", 100, 0x100c, 4, kPatch, 20, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0xaa, 0xbb, 0xcc, 0xdd},
-         nullptr},
-        {"at the load time itself", 100, 0x1000, 4, kPatch, 10, patchedHead, nullptr},
+    } cases[] = {
+        {"first four", 1, kOriginal, update(100, 0x1000, 4, kPatch), patchedHead, nullptr},
+        {"middle four", 1, kOriginal, update(100, 0x1004, 4, kPatch),
+         {0, 1, 2, 3, 0xaa, 0xbb, 0xcc, 0xdd, 8, 9, 10, 11, 12, 13, 14, 15}, nullptr},
+        {"last four", 1, kOriginal, update(100, 0x100c, 4, kPatch),
+         {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0xaa, 0xbb, 0xcc, 0xdd}, nullptr},
+        {"at the load time itself", 1, kOriginal, update(100, 0x1000, 4, kPatch, 10), patchedHead, nullptr},
         // The whole range takes as many bytes as the update brings; the rest is cleared.
-        {"all of it from fewer bytes", 100, 0x1000, 16, kPatch, 20,
+        {"all of it from fewer bytes", 1, kOriginal, update(100, 0x1000, 16, kPatch),
          {0xaa, 0xbb, 0xcc, 0xdd, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, nullptr},
         // More bytes than the range never reach past the region's image.
-        {"all of it from more bytes", 100, 0x1000, 16, Bytes(40, 0x11), 20, Bytes(16, 0x11), nullptr},
-        {"a part from fewer bytes", 100, 0x1004, 8, {0xaa}, 20,
+        {"all of it from more bytes", 1, kOriginal, update(100, 0x1000, 16, Bytes(40, 0x11)), Bytes(16, 0x11),
+         nullptr},
+        {"a part from fewer bytes", 1, kOriginal, update(100, 0x1004, 8, {0xaa}),
          {0, 1, 2, 3, 0xaa, 0, 0, 0, 0, 0, 0, 0, 12, 13, 14, 15}, nullptr},
-        {"one byte past the end", 100, 0x100d, 4, kPatch, 20, kRefused,
+        // An image shorter than its region is never overrun.
+        {"over a short image", 1, kShort, update(100, 0x1004, 8, Bytes(8, 0xaa)), {0, 1, 2, 3, 0xaa, 0xaa}, nullptr},
+        {"past a short image", 1, kShort, update(100, 0x100c, 4, kPatch), kShort, nullptr},
+        {"one byte past the end", 1, kOriginal, update(100, 0x100d, 4, kPatch), kOriginal,
          "Couldn't accept update (method id = 0x64, ip range = 0x100d-0x1011) because it overlaps parent's ip range "
          "0x1000-0x1010"},
-        {"another method's code", 101, 0x1000, 4, kPatch, 20, kRefused,
+        {"another method's code", 1, kOriginal, update(101, 0x1000, 4, kPatch), kOriginal,
          "Couldn't accept update (method id = 0x65) because a range to be updated has different method id = 0x64"},
-        {"before any code", 100, 0x1000, 4, kPatch, 5, kRefused,
+        {"before any code", 1, kOriginal, update(100, 0x1000, 4, kPatch, 5), kOriginal,
          "Couldn't accept update (method id = 0x64) because a range to be updated is not found"},
-        {"no id", 0, 0x1000, 4, kPatch, 20, kRefused, "Couldn't accept update because method ID is 0"},
-        {"no bytes", 100, 0x1000, 4, Bytes(), 20, kRefused, nullptr},
-        {"code without bytes", 101, 0x2000, 4, kPatch, 20, kRefused, nullptr},
+        {"no id", 1, kOriginal, update(0, 0x1000, 4, kPatch), kOriginal,
+         "Couldn't accept update because method ID is 0"},
+        {"no bytes", 1, kOriginal, update(100, 0x1000, 4, Bytes()), kOriginal, nullptr},
+        {"code without bytes", 1, kOriginal, update(101, 0x2000, 4, kPatch), kOriginal, nullptr},
+        {"two ranges", 1, kOriginal, twoRanges, kOriginal,
+         "Couldn't accept update (method id = 0x64) because it has multiple code ranges"},
+        {"another collector", 0, kOriginal, update(100, 0x1000, 4, kPatch), kOriginal,
+         "Couldn't accept update because jit file must be                                      "
+         "collected by old version of Zelphy JIT agent"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         LogCapture log;
-        region->content()->assign(kOriginal.data(), static_cast<u32_t>(kOriginal.size()));
-        EXPECT_EQ(c.expected.empty() ? meNotFound : meSuccess, update(c.id, c.start, c.length, c.bytes, c.loadTime));
-        EXPECT_EQ(c.expected.empty() ? kOriginal : c.expected, bytesOf(region->getBytes()));
+        EXPECT_EQ(c.expected, imageAfter(c.collector, c.image, c.change));
         EXPECT_TRUE(!c.message || log.contains(c.message));
     }
-}
-
-TEST_F(JitDataManagerUpdateTest, UpdatesNeedOneRangeAndTheProfiler) {
-    LogCapture log;
-    Region::Ptr first = regionAt(0x1000, 4).rva(0x900).loaded(20);
-    Region::Ptr second = regionAt(0x1008, 4).rva(0x904).loaded(20);
-    first->setContent(bufferOf(kPatch));
-    second->setContent(bufferOf(kPatch));
-    JitMethod::Ptr twoRanges = methodOf(100).loaded(20).with({first, second});
-    EXPECT_EQ(meNotFound, manager.processMethodUpdateRecord(kPid, kHost, twoRanges));
-    EXPECT_TRUE(log.contains("Couldn't accept update (method id = 0x64) because it has multiple code ranges"));
-    manager.setCollectorType(0);
-    EXPECT_EQ(meNotFound, update(100, 0x1000, 4, kPatch));
-    EXPECT_TRUE(log.contains("Couldn't accept update because jit file must be                                      "
-                             "collected by old version of Zelphy JIT agent"));
-    EXPECT_EQ(kOriginal, bytesOf(region->getBytes()));
-}
-
-// A region whose record carried fewer bytes than its length.
-TEST_F(JitDataManagerUpdateTest, ShortImagesAreNeverOverrun) {
-    region->setContent(bufferOf({0, 1, 2, 3, 4, 5}));
-    EXPECT_EQ(meSuccess, update(100, 0x1004, 8, Bytes(8, 0xaa)));
-    EXPECT_EQ(Bytes({0, 1, 2, 3, 0xaa, 0xaa}), bytesOf(region->getBytes()));
-    EXPECT_EQ(meSuccess, update(100, 0x100c, 4, kPatch));
-    EXPECT_EQ(Bytes({0, 1, 2, 3, 0xaa, 0xaa}), bytesOf(region->getBytes()));
 }
 
 } // namespace

@@ -1,8 +1,9 @@
-// The method model: names, lookups, source file checks and id hashes of JitMethod; inline lookup,
-// normalisation and byte updates of Region; and the line tables of a method.
+// The method model: names and id hashes of JitMethod; byte updates of Region; and the line
+// tables of a method.
 #include "jitreader/md5_hash_generator.h"
 #include "model_builders.h"
 #include "test_support.h"
+#include "trace_builder.h"
 
 #include <log4cplus/loglevel.h>
 
@@ -22,6 +23,7 @@ typedef std::vector<korvane_line_number_entry> Table;
 
 const u32_t kNone = 0xFFFFFFFF;
 
+// Names as a trace gives them: the class first, then the method; dots split the parts, colons join them.
 TEST(JitMethodTest, ClassFirstThenMethodWithDotsSplitAndColonsJoined) {
     const char* const names[][5] = {
         // class, method: the class, method and qualified names
@@ -33,38 +35,25 @@ TEST(JitMethodTest, ClassFirstThenMethodWithDotsSplitAndColonsJoined) {
         {"", "f(a.b...)", "", "f", "f(a::b::)"},
         {"A(x", "m", "A(x", "A", "A(x::m"},
     };
+    korvane_tracewriter::TraceWriter trace = profilerTrace();
+    for (u32_t i = 0; i < sizeof names / sizeof names[0]; ++i) {
+        korvane_tracewriter::LoadRecord record = methodAt(i + 1, 0x1000 + 0x100 * i, 0x40, 10, "m");
+        record.className = names[i][0];
+        record.methodName = names[i][1];
+        trace.loadV3(record);
+    }
+    TempDir dir;
+    dir.write("h.1.jit", trace);
+    const auto resolver = resolverOver({dir.str()});
+    ASSERT_TRUE(resolver);
+    auto walk = resolver->getSymbols();
     for (const auto& name : names) {
-        const JitMethod::Ptr method = methodOf(1).named(name[0], name[1]);
-        EXPECT_STREQ(name[2], method->getClassName()) << name[0] << " " << name[1];
-        EXPECT_STREQ(name[3], method->getMethodName()) << name[0] << " " << name[1];
-        EXPECT_STREQ(name[4], method->getQualifiedMethodName()) << name[0] << " " << name[1];
+        ASSERT_FALSE(walk.at_end());
+        EXPECT_STREQ(name[2], walk.current()->getClassName()) << name[0] << " " << name[1];
+        EXPECT_STREQ(name[3], walk.current()->getMethodName()) << name[0] << " " << name[1];
+        EXPECT_STREQ(name[4], walk.current()->getQualifiedMethodName()) << name[0] << " " << name[1];
+        walk.next();
     }
-    // Empty names keep the old ones.
-    const JitMethod::Ptr method = methodOf(1).named("A", "f(int)");
-    method->methodInfo()->setClassName("");
-    method->methodInfo()->setMethodName("");
-    EXPECT_STREQ("A::f(int)", method->getQualifiedMethodName());
-}
-
-TEST(JitMethodTest, VirtualAddressAndProcessOfAJitRva) {
-    // Regions at jit RVA 0x100 (address 0x7000, process 11) and 0x200 (address 0x9000, process 22).
-    const JitMethod::Ptr method = methodOf(1);
-    method->addCodeRegion(regionAt(0x7000, 0x10).rva(0x100).in(11, 1));
-    method->addCodeRegion(regionAt(0x9000, 0x10).rva(0x200).in(22, 1));
-    const std::pair<jit_rva_t, korvane_3_10::address_t> lookups[] = {
-        {0x0FF, 0}, {0x100, 0x7000}, {0x10F, 0x700F}, {0x110, 0}, {0x205, 0x9005}, {0x210, 0}};
-    for (const auto& lookup : lookups) {
-        SCOPED_TRACE(lookup.first);
-        korvane_3_10::address_t address = 0xDEAD;
-        u32_t pid = 0xBEEF;
-        const korvane_error_t result = method->getVirtualAddress(lookup.first, &address);
-        EXPECT_EQ(result, method->getPid(lookup.first, pid));
-        EXPECT_EQ(lookup.second == 0 ? meNotFound : meSuccess, result);
-        EXPECT_EQ(lookup.second == 0 ? 0xDEAD : lookup.second, address);
-        EXPECT_EQ(lookup.second == 0 ? 0xBEEF : lookup.second < 0x9000 ? 11u : 22u, pid);
-    }
-    korvane_3_10::address_t address = 0;
-    EXPECT_EQ(meNotFound, methodOf(1).build()->getVirtualAddress(0, &address));
 }
 
 JitMethod::Ptr methodIn(u32_t hostId, u32_t processId, korvane_arch arch, bool withRegion = true) {
@@ -96,48 +85,6 @@ TEST(MethodIdHashTest, TextsAndTheirDigests) {
     typedef korvane_3_10::BaseMethodId Id;
     EXPECT_EQ((Id{0xdc27968aca26c86eull, 0x5da23faea1a3ffe2ull}), generator.getHashValue(1234, cases[0].method));
     EXPECT_EQ((Id{0xdf95e5198a52da12ull, 0x5476614f02e8134aull}), generator.getHashValue(0, cases[3].method));
-}
-
-TEST(RegionTest, FirstChildHoldingTheRvaWins) {
-    // Children at jit RVAs 0x100 (0x10 long), 0x108 (0x10 long, over the first one's tail) and 0x200 (4 long).
-    const Region::Ptr parent = regionAt(0x7000, 0x400).rva(0x100);
-    for (const jit_rva_t start : {0x100u, 0x108u, 0x200u})
-        parent->addChildRegion(regionAt(0x6F00 + start, start == 0x200 ? 4 : 0x10).rva(start), methodOf(start));
-    const std::pair<jit_rva_t, u32_t> lookups[] = {{0x0FF, kNone}, {0x100, 0},    {0x10A, 0}, {0x10F, 0},
-                                                   {0x110, 1},     {0x118, kNone}, {0x203, 2}, {0x204, kNone}};
-    for (const auto& lookup : lookups) {
-        SCOPED_TRACE(lookup.first);
-        const bool found = lookup.second != kNone;
-        EXPECT_EQ(lookup.second, parent->getInlineIndex(lookup.first));
-        EXPECT_EQ(found ? parent->inlinedMethods()[lookup.second].get() : nullptr,
-                  parent->getInlinedSymbol(lookup.first).get());
-        EXPECT_EQ(found ? parent->inlinedRegions()[lookup.second].get() : nullptr,
-                  parent->getInlinedCodeRegion(lookup.first).get());
-    }
-    EXPECT_EQ(kNone, regionAt(0x1000, 0x10).rva(0x500).build()->getInlineIndex(0x500));
-}
-
-TEST(RegionTest, NormalisationGivesEveryLevelTheParentsDeltaAndMovesLineTablesOnce) {
-    const Region::Ptr parent = regionAt(0x1000, 0x100).rva(0x500);
-    const Region::Ptr child = regionAt(0x1040, 0x20);
-    const Region::Ptr grandchild = regionAt(0x1048, 0x8);
-    const JitMethod::Ptr childMethod = methodOf(2);
-    const JitMethod::Ptr grandchildMethod = methodOf(3);
-    childMethod->addLineNumberInfo(ltNativeToSource, {entry(0, 0x20, 77)}, Range{0, 0x20});
-    child->addChildRegion(grandchild, grandchildMethod);
-    parent->addChildRegion(child, childMethod);
-    LogCapture log;
-    EXPECT_EQ(meSuccess, parent->normalizeInlineJitRvaRanges(0x500, 0x1000));
-    EXPECT_TRUE(log.contains("  Set jit rva range = 0x540-0x560 for ip range = 0x1040-0x1060."));
-    EXPECT_TRUE(log.contains("  Set jit rva range = 0x548-0x550 for ip range = 0x1048-0x1050."));
-    parent->normalizeInlineJitRvaRanges(0x500, 0x1000);
-    EXPECT_EQ((std::vector<jit_rva_t>{0x540, 0x548, 0x540, 0x548}),
-              (std::vector<jit_rva_t>{child->startJitRva(), grandchild->startJitRva(), childMethod->getStartJitRva(),
-                                      grandchildMethod->getStartJitRva()}));
-    EXPECT_EQ(grandchildMethod, child->getInlinedMethod(0x549));
-    EXPECT_EQ(0x540u, childMethod->getLineNumberInfo().begin()->first.m_start);
-    ASSERT_TRUE(childMethod->getSourceLocation(0x550));
-    EXPECT_EQ(77u, childMethod->getSourceLocation(0x550)->getLine());
 }
 
 // The bytes an image pattern stands for: '.' the byte as it was (its offset), 'P' or 'O' the bytes of

@@ -125,9 +125,6 @@ TEST(CodeDumpTest, InstructionLinesAndFailures) {
         {{0xEB, 0x00, 0xC3}, 0x7f1000, arch_xa64,
          "  XDIS 7f1000:  UNCOND_BR  BASE                 EB00  jmp 0x00000000007F1002\n"
          "  XDIS 7f1002:        RET  BASE                   C3  ret\n"},
-        {{0xC5, 0xF8, 0x77}, 0x10, arch_xa64, "  XDIS 10:        AVX   AVX               C5F877  vzeroupper\n"},
-        {{0x66, 0x66, 0x66, 0x66, 0x2E, 0x0F, 0x1F, 0x84, 0, 0, 0, 0, 0}, 0x20, arch_xa64,
-         "  XDIS 20:    WIDENOP  BASE 666666662E0F1F840000000000  nop [rax+rax*1], ax\n"},
         {{0x31, 0xC0}, 0x7f1000, arch_cc64, "  wrong architecture of code\n"},
         {{0x31, 0xC0}, 0x7f1000, static_cast<korvane_arch>(9), "  wrong architecture of code\n"},
     };

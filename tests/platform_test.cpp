@@ -17,26 +17,17 @@ KORVANE_DEFINE_FILE_LOGGER()
 
 namespace {
 
-std::string digestOf(const std::vector<std::string>& pieces) {
+auto digestOf(const std::vector<std::string>& pieces) {
     skeinkit2::md5_t md5;
     for (const std::string& piece : pieces)
         md5.update(piece);
-    std::string text;
-    char pair[3];
-    for (unsigned char byte : md5.get_digest()) {
-        std::snprintf(pair, sizeof pair, "%02x", byte);
-        text += pair;
-    }
-    return text;
+    return md5.get_digest();
 }
 
-TEST(Md5Test, KnownDigestsWholeOrInPieces) {
-    EXPECT_EQ("d41d8cd98f00b204e9800998ecf8427e", digestOf({""}));
-    EXPECT_EQ("900150983cd24fb0d6963f7d28e17f72", digestOf({"abc"}));
-    EXPECT_EQ("f96b697d7cb7938d525a2f31aaf161d0", digestOf({"message ", "digest"}));
-    EXPECT_EQ("57edf4a22be3c955ac49da2e2107b67a",
-              digestOf({"12345678901234567890123456789012345678901234567890123456789012345678901234567890"}));
-    EXPECT_NE(digestOf({"a"}), digestOf({std::string("a\0b", 3)})) << "zero bytes are hashed too";
+// The digests themselves are the crypto library's (the method id tests pin some); ours is feeding it.
+TEST(Md5Test, PiecesAndZeroBytesAreHashed) {
+    EXPECT_EQ(digestOf({"message digest"}), digestOf({"message ", "digest"}));
+    EXPECT_NE(digestOf({"a"}), digestOf({std::string("a\0b", 3)}));
 }
 
 // In a fresh process, as in a host that configured no logging at all.

@@ -87,6 +87,15 @@ TEST_F(SymbolResolverFilesTest, SymbolsAndInlinesAnswerForEveryJitRvaOfTheirCode
     EXPECT_EQ(0x10021u, address);
     EXPECT_EQ(102u, outer->getSourceLocation(start + 0x21)->getLine());
     EXPECT_STREQ("/opt/app/libouter.so", outer->getModule()->getFilePath());
+    // Outside its code a method answers neither address nor process, and leaves both as they were.
+    for (const jit_rva_t outside : {start - 1, start + 0x40}) {
+        address_t untouched = 0xdead;
+        u32_t pid = 0xbeef;
+        EXPECT_EQ(meNotFound, outer->getVirtualAddress(outside, &untouched));
+        EXPECT_EQ(meNotFound, outer->getPid(outside, pid));
+        EXPECT_EQ(0xdeadu, untouched);
+        EXPECT_EQ(0xbeefu, pid);
+    }
 
     const ICodeRegion::Ptr region = outer->getRegions().current();
     const ISymbol::Ptr inlined = region->getInlinedSymbol(start + 0x15);
