@@ -2,6 +2,7 @@
 // that are no regular files, unlistable directories, records that claim far more
 // than they hold, damaged processes asked again and again, and many small traces.
 // Every odd file is made here, in a temporary directory.
+#include "allocation_watch.h"
 #include "trace_builder.h"
 #include "trace_decoding_support.h"
 
@@ -15,7 +16,6 @@
 #include <log4cplus/loglevel.h>
 
 #include <algorithm>
-#include <atomic>
 #include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
@@ -24,49 +24,10 @@
 
 #include <cstdlib>
 #include <functional>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
-
-namespace {
-
-// The largest single request to operator new while watched: what a record's size may make the decoder take.
-std::atomic<bool> g_watchAllocations(false);
-std::atomic<std::size_t> g_largestAllocation(0);
-
-void* allocate(std::size_t size) noexcept {
-    if (g_watchAllocations.load(std::memory_order_relaxed)) {
-        std::size_t largest = g_largestAllocation.load();
-        while (size > largest && !g_largestAllocation.compare_exchange_weak(largest, size)) {
-        }
-    }
-    return std::malloc(size ? size : 1);
-}
-
-} // namespace
-
-// The whole unaligned family is replaced, so that every pair stays matched, and kept out of line, so that
-// the compiler doesn't pair an inlined malloc() or free() with the other side.
-__attribute__((noinline)) void* operator new(std::size_t size) {
-    if (void* memory = allocate(size))
-        return memory;
-    throw std::bad_alloc();
-}
-__attribute__((noinline)) void* operator new[](std::size_t size) { return operator new(size); }
-__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return allocate(size);
-}
-__attribute__((noinline)) void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return allocate(size);
-}
-__attribute__((noinline)) void operator delete(void* memory) noexcept { std::free(memory); }
-__attribute__((noinline)) void operator delete[](void* memory) noexcept { std::free(memory); }
-__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-__attribute__((noinline)) void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
-__attribute__((noinline)) void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
-__attribute__((noinline)) void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
 
 namespace {
 
@@ -414,8 +375,7 @@ TEST(HostileInputTest, ARecordAboveTheSizeLimitIsMalformedBeforeAnyMemoryIsTaken
     const std::string path = dir.write("h.1.jit", TraceWriter().magic().raw({9, 0, 0, 0, 0xf0, 0xff, 0xff, 0xff}));
     ASSERT_EQ(0, truncate(path.c_str(), 16 + 0xfffffff0ll));
 
-    g_largestAllocation = 0;
-    g_watchAllocations = true;
+    korvane_test::watchLargestAllocation();
     {
         LogCapture log(log4cplus::WARN_LOG_LEVEL);
         JitFileDecoder decoder(path, 1, 1, 1, dmFull);
@@ -435,8 +395,7 @@ TEST(HostileInputTest, ARecordAboveTheSizeLimitIsMalformedBeforeAnyMemoryIsTaken
         EXPECT_TRUE(resolver->getSymbols().at_end());
         EXPECT_EQ(1u, log.count("Could not read jit file " + path));
     }
-    g_watchAllocations = false;
-    EXPECT_LT(g_largestAllocation.load(), std::size_t(64) << 20) << "bytes asked for at once";
+    EXPECT_LT(korvane_test::largestAllocation(), std::size_t(64) << 20) << "bytes asked for at once";
 }
 
 // ---------------------------------------------------------------------------

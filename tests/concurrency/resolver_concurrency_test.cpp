@@ -1,5 +1,6 @@
 // Queries of both front ends from many threads at once, over real trace directories,
 // and what they allocate.
+#include "allocation_watch.h"
 #include "test_support.h"
 #include "trace_builder.h"
 
@@ -8,48 +9,11 @@
 #include <log4cplus/loglevel.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <functional>
 #include <map>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
-
-namespace {
-
-std::atomic<unsigned long> g_allocations(0);
-
-} // namespace
-
-// Counted for the whole of this test program; everything else passes through.
-// The whole unaligned family is replaced, so that every pair stays matched, and
-// kept out of line, so that the compiler doesn't pair an inlined malloc() or
-// free() with the other side.
-__attribute__((noinline)) void* operator new(std::size_t size) {
-    g_allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* memory = std::malloc(size ? size : 1))
-        return memory;
-    throw std::bad_alloc();
-}
-
-__attribute__((noinline)) void* operator new[](std::size_t size) { return operator new(size); }
-
-__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    g_allocations.fetch_add(1, std::memory_order_relaxed);
-    return std::malloc(size ? size : 1);
-}
-
-__attribute__((noinline)) void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
-}
-
-__attribute__((noinline)) void operator delete(void* memory) noexcept { std::free(memory); }
-__attribute__((noinline)) void operator delete[](void* memory) noexcept { std::free(memory); }
-__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-__attribute__((noinline)) void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
-__attribute__((noinline)) void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
-__attribute__((noinline)) void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
 
 namespace {
 
@@ -222,9 +186,9 @@ TEST(ResolverConcurrencyTest, QueriesAllocateNothingWithLoggingOff) {
                 ++failures;
         }
     };
-    runTogether(work, [&] { before = g_allocations.load(); });
+    runTogether(work, [&] { before = korvane_test::allocationCount(); });
     EXPECT_EQ(0, failures.load());
-    EXPECT_EQ(before, g_allocations.load());
+    EXPECT_EQ(before, korvane_test::allocationCount());
 }
 
 } // namespace
