@@ -6,12 +6,6 @@
 
 namespace korvane_3_10 {
 
-namespace {
-
-const std::size_t kBlock = 16;
-
-} // namespace
-
 void JitIdConverter::initialize(const std::vector<u64_t>& jitRvas, const std::vector<u64_t>& lengths,
                                 const std::vector<u64_t>& addresses) {
     m_jitRvas = jitRvas;
@@ -22,23 +16,18 @@ void JitIdConverter::initialize(const std::vector<u64_t>& jitRvas, const std::ve
         m_targets.push_back(Target{jitRvas[index], hasRange ? lengths[index] : 0, hasRange ? addresses[index] : 0,
                                    hasRange});
     }
-    m_blockStarts.clear();
+    m_blocks.clear();
     if (std::adjacent_find(jitRvas.begin(), jitRvas.end(), std::greater_equal<u64_t>()) != jitRvas.end())
         return;
-    for (std::size_t index = 0; index < jitRvas.size(); index += kBlock)
-        m_blockStarts.push_back(jitRvas[index]);
+    for (std::size_t index = 0; index < jitRvas.size(); ++index)
+        m_blocks.add(index, jitRvas[index]);
 }
 
 bool JitIdConverter::findExactly(u64_t jitRva, u32_t& index) const {
-    const auto block = std::upper_bound(m_blockStarts.begin(), m_blockStarts.end(), jitRva);
-    if (block == m_blockStarts.begin())
+    const std::size_t found = m_blocks.lastAtOrBelow(m_jitRvas, jitRva);
+    if (found == BlockIndex::npos || m_jitRvas[found] != jitRva)
         return false;
-    const std::size_t first = static_cast<std::size_t>(block - m_blockStarts.begin() - 1) * kBlock;
-    const auto end = m_jitRvas.begin() + std::min(first + kBlock, m_jitRvas.size());
-    const auto found = std::lower_bound(m_jitRvas.begin() + first, end, jitRva);
-    if (found == end || *found != jitRva)
-        return false;
-    index = static_cast<u32_t>(found - m_jitRvas.begin());
+    index = static_cast<u32_t>(found);
     return true;
 }
 

@@ -2,6 +2,8 @@
 #ifndef KORVANE_JITREADER_JIT_ID_CONVERTER_H
 #define KORVANE_JITREADER_JIT_ID_CONVERTER_H
 
+#include "jitreader/block_index.h"
+
 #include <korvane/types.h>
 
 #include <vector>
@@ -34,8 +36,8 @@ private:
 
     std::vector<u64_t> m_jitRvas;
     std::vector<Target> m_targets;
-    // Every kBlock-th jit RVA, when the table is in ascending order; else empty.
-    std::vector<u64_t> m_blockStarts;
+    // Blocks of the jit RVAs when the table is in ascending order; else empty.
+    BlockIndex m_blocks;
 };
 
 } // namespace korvane_3_10
