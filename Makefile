@@ -91,7 +91,7 @@ SCALE_BENCH   := $(BUILD_DIR)/bench/korvane_scale_bench --sets=$(BENCH_SETS) --b
 # The scale benchmarks write their trace sets once into BENCH_SETS and their
 # figures as JSON into BENCH_RESULTS; scale_table.py turns them into the README's tables.
 bench: build
-	$(BUILD_DIR)/bench/korvane_bench
+	KORVANE_BENCH_SETS=$(BENCH_SETS) $(BUILD_DIR)/bench/korvane_bench
 	mkdir -p $(BENCH_RESULTS)
 	$(SCALE_BENCH) --benchmark_out=$(BENCH_RESULTS)/scale.json
 	python3 bench/scale_table.py $(BENCH_RESULTS)/scale.json

@@ -1,7 +1,9 @@
 // korvane-jit resolve once the traces are loaded: samples per second from CSV text to CSV
-// rows, beside the rate at which the same text can merely be read into samples.
+// rows on a generated set of 100 k methods, beside the rate at which the same text can
+// merely be read into samples.
 #include "resolved_sample_writer.h"
 #include "trace_builder.h"
+#include "trace_set_writer.h"
 
 #include "report/sample_file.h"
 
@@ -9,47 +11,94 @@
 
 #include <log4cplus/logger.h>
 
+#include <boost/filesystem/operations.hpp>
+
+#include <cstdlib>
 #include <ctime>
 #include <sstream>
 
 namespace {
 
 using namespace korvane_3_10;
+using korvane_bench::TraceSetShape;
+using korvane_bench::TraceSetSummary;
+using korvane_bench::TraceSetWriter;
 using korvane_report::Sample;
 using korvane_report::SampleFile;
-using korvane_test::Corpus;
 
-const u32_t kProcesses = 4;
-const u32_t kMethods = 25000;
-const u32_t kLength = 0x100;
+const u32_t kMethods = 100000;
 const u32_t kSamples = 1000000;
+const double kGoal = 1e6;
+// Below every process's code: a sample in native code.
+const u64_t kNativeAddress = 0x1000;
 
-const Corpus& corpus() {
-    static const Corpus shared = [] {
-        log4cplus::Logger::getInstance("korvane.jitreader").setLogLevel(log4cplus::OFF_LOG_LEVEL);
-        return Corpus({"bench", kProcesses, kMethods, kLength, 8, kMethods / 4});
-    }();
-    return shared;
+// Shared with the scale benchmarks (KORVANE_BENCH_SETS, as `make bench` sets it), so that
+// the set is written once.
+std::string setDirectory() {
+    const char* sets = std::getenv("KORVANE_BENCH_SETS");
+    const boost::filesystem::path root =
+        sets && *sets ? boost::filesystem::path(sets) : boost::filesystem::temp_directory_path() / "korvane-bench-traces";
+    return (root / ("m" + std::to_string(kMethods) + "-f4-s1")).string();
 }
 
-// A sample anywhere in the code of any process, before or after the replaced quarter
-// changed hands; one in ten lies past the code.
-const std::string& samplesCsv() {
-    static const std::string text = [] {
-        std::ostringstream out;
-        out << SampleFile::kHeader << "\n" << std::hex;
-        u64_t state = 1;
-        for (u32_t i = 0; i < kSamples; ++i) {
-            state = state * 6364136223846793005ull + 1442695040888963407ull;
-            const u32_t pick = static_cast<u32_t>(state >> 33);
-            const u32_t process = pick % kProcesses + 1;
-            const u32_t method = pick / kProcesses % (kMethods + kMethods / 10);
-            out << std::dec << (pick % 2 ? 20 : 60) << ",0x" << std::hex
-                << corpus().addressOf(process, method) + pick % kLength << std::dec << "," << process << ",bench\n";
+const std::string& traceSet() {
+    static const std::string directory = [] {
+        log4cplus::Logger::getInstance("korvane.jitreader").setLogLevel(log4cplus::OFF_LOG_LEVEL);
+        const std::string path = setDirectory();
+        TraceSetShape shape;
+        shape.methods = kMethods;
+        TraceSetSummary summary;
+        if (!TraceSetWriter::findWritten(shape, path, summary)) {
+            boost::filesystem::remove_all(path);
+            boost::filesystem::create_directories(path);
+            TraceSetWriter::write(shape, path);
         }
-        return out.str();
+        return path;
     }();
-    return text;
+    return directory;
+}
+
+struct CodeRange {
+    u64_t address;
+    u32_t length;
+    u64_t time;
+    u32_t pid;
+    std::string host;
+};
+
+std::vector<CodeRange> codeRanges(ISymbolResolver& resolver) {
+    std::vector<CodeRange> ranges;
+    for (auto symbols = resolver.getSymbols(); !symbols.at_end(); symbols.next()) {
+        for (auto regions = symbols.current()->getRegions(); !regions.at_end(); regions.next()) {
+            const ICodeRegion::Ptr region = regions.current();
+            const char* host = nullptr;
+            resolver.getHostNameById(region->getHostID(), &host);
+            // Half-way through the region's life, or just after its load when it lives on.
+            const u64_t load = region->getLoadTime();
+            const u64_t unload = region->getUnloadTime();
+            const u64_t time = unload > load ? load + (unload - load) / 2 : load + 1;
+            ranges.push_back({region->getStartVirtualAddress(), region->getLength(), time, region->getProcessId(),
+                              host ? host : ""});
+        }
+    }
+    return ranges;
+}
+
+// A sample anywhere in the code of the set, at a time its code was loaded; one in ten
+// lies in native code.
+std::string samplesCsv(ISymbolResolver& resolver) {
+    const std::vector<CodeRange> ranges = codeRanges(resolver);
+    std::ostringstream out;
+    out << SampleFile::kHeader << "\n";
+    u64_t state = 1;
+    for (u32_t i = 0; i < kSamples && !ranges.empty(); ++i) {
+        state = state * 6364136223846793005ull + 1442695040888963407ull;
+        const u32_t pick = static_cast<u32_t>(state >> 33);
+        const CodeRange& range = ranges[pick % ranges.size()];
+        const u64_t address = pick % 10 == 0 ? kNativeAddress : range.address + pick % range.length;
+        out << range.time << ",0x" << std::hex << address << std::dec << "," << range.pid << "," << range.host << "\n";
+    }
+    return out.str();
 }
 
 // Discards what it is given, as a terminal that keeps up would.
@@ -65,8 +114,8 @@ double threadCpuSeconds() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-std::vector<Sample> readSamples() {
-    std::istringstream in(samplesCsv());
+std::vector<Sample> readSamples(const std::string& csv) {
+    std::istringstream in(csv);
     std::ostringstream err;
     std::vector<Sample> samples;
     SampleFile::read(in, "bench", samples, err);
@@ -74,30 +123,26 @@ std::vector<Sample> readSamples() {
 }
 
 // Samples per CPU second at which the text is read into samples, and nothing else.
-double readRate() {
-    static const double rate = [] {
-        samplesCsv();
-        const double start = threadCpuSeconds();
-        benchmark::DoNotOptimize(readSamples().size());
-        return kSamples / (threadCpuSeconds() - start);
-    }();
-    return rate;
+double readRate(const std::string& csv) {
+    const double start = threadCpuSeconds();
+    benchmark::DoNotOptimize(readSamples(csv).size());
+    return kSamples / (threadCpuSeconds() - start);
 }
 
 void BM_ResolveToolSamples(benchmark::State& state) {
-    const boost::intrusive_ptr<ISymbolResolver> resolver = korvane_test::resolverOver(corpus().paths());
-    samplesCsv();
+    const boost::intrusive_ptr<ISymbolResolver> resolver = korvane_test::resolverOver({traceSet()});
+    const std::string csv = samplesCsv(*resolver);
     NullBuffer discard;
     std::ostream out(&discard);
     for (auto _ : state) {
         korvane_tool::ResolvedSampleWriter writer(*resolver, false, out);
-        for (const Sample& sample : readSamples())
+        for (const Sample& sample : readSamples(csv))
             benchmark::DoNotOptimize(writer.write(sample));
         writer.flush();
     }
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * kSamples);
-    state.counters["goal"] = 1e6;
-    state.counters["read_bound"] = readRate();
+    state.counters["goal"] = kGoal;
+    state.counters["read_bound"] = readRate(csv);
 }
 BENCHMARK(BM_ResolveToolSamples)->Unit(benchmark::kMillisecond)->Iterations(3);
 

@@ -42,18 +42,16 @@ u32_t ResolvedSampleWriter::hostId(const std::string& host) {
 }
 
 void ResolvedSampleWriter::resolve(const Sample& sample) {
+    // Module and frames are only read on success; their storage is kept from sample to sample.
     Resolution& resolution = m_resolution;
-    resolution.module.clear();
-    resolution.frames.clear();
     ISymbol::Ptr symbol;
     resolution.result = resolveJitPoint(m_resolver, sample.timestamp, sample.ip, sample.pid, hostId(sample.host),
                                         &resolution.jitRva, symbol);
     if (resolution.result != meSuccess)
         return;
-    const IModule::Ptr module = symbol->getModule();
-    if (module && module->getFilePath())
-        resolution.module = module->getFilePath();
-    resolution.frames = InlineChain::at(m_resolver, resolution.jitRva);
+    // The outermost frame is the method itself and carries its module.
+    InlineChain::collect(*symbol, resolution.jitRva, resolution.frames);
+    resolution.module = resolution.frames.front().module;
 }
 
 const std::string& ResolvedSampleWriter::outcome() {
@@ -77,10 +75,6 @@ void ResolvedSampleWriter::writeCsv(const Sample& sample) {
         writeCsvHead(sample);
         m_out.text(",,,,,\n");
         return;
-    }
-    if (m_resolution.frames.empty()) {
-        writeCsvHead(sample);
-        m_out.text(",,,\n");
     }
     for (std::size_t depth = 0; depth < m_resolution.frames.size(); ++depth) {
         const SourceFrame& frame = m_resolution.frames[depth];

@@ -29,7 +29,7 @@ private:
         korvane_error_t result = meNotFound;
         korvane_3_10::jit_rva_t jitRva = 0;
         std::string module;
-        std::vector<korvane_report::SourceFrame> frames; // outermost first
+        std::vector<korvane_report::SourceFrame> frames; // outermost first, the method itself at least
     };
 
     void resolve(const korvane_report::Sample& sample);

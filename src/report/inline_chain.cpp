@@ -10,24 +10,29 @@ namespace {
 // Inlines nest a few levels deep; this only stops a cycle in broken data.
 const int kMaxDepth = 64;
 
-std::string text(const char* value) { return value ? std::string(value) : std::string(); }
+// Into the string's own storage: a writer that keeps its frames allocates little per sample.
+void assign(std::string& to, const char* value) {
+    if (value)
+        to.assign(value);
+    else
+        to.clear();
+}
 
 } // namespace
 
-SourceFrame InlineChain::frameOf(const ISymbol& symbol, jit_rva_t rva) {
-    SourceFrame frame;
-    frame.method = text(symbol.getQualifiedMethodName());
+void InlineChain::fill(const ISymbol& symbol, jit_rva_t rva, SourceFrame& frame) {
+    assign(frame.method, symbol.getQualifiedMethodName());
     const IModule::Ptr module = symbol.getModule();
-    if (module)
-        frame.module = text(module->getFilePath());
+    assign(frame.module, module ? module->getFilePath() : nullptr);
+    frame.sourceFile.clear();
+    frame.line = 0;
     const ISourceLocation::Ptr location = symbol.getSourceLocation(rva);
     if (!location)
-        return frame;
+        return;
     frame.line = location->getLine();
     const ISourceFile::Ptr file = location->getSourceFile();
     if (file)
-        frame.sourceFile = text(file->getSourceFileName());
-    return frame;
+        assign(frame.sourceFile, file->getSourceFileName());
 }
 
 ICodeRegion::Ptr InlineChain::regionHolding(const ISymbol& symbol, jit_rva_t rva) {
@@ -42,19 +47,31 @@ ICodeRegion::Ptr InlineChain::regionHolding(const ISymbol& symbol, jit_rva_t rva
 std::vector<SourceFrame> InlineChain::at(ISymbolResolver& resolver, jit_rva_t rva) {
     std::vector<SourceFrame> frames;
     const ISymbol::Ptr method = resolver.getSymbol(rva);
-    if (!method)
-        return frames;
-    frames.push_back(frameOf(*method, rva));
-    ICodeRegion::Ptr region = regionHolding(*method, rva);
-    for (int depth = 0; region && depth < kMaxDepth; ++depth) {
+    if (method)
+        collect(*method, rva, frames);
+    return frames;
+}
+
+void InlineChain::collect(const ISymbol& method, jit_rva_t rva, std::vector<SourceFrame>& frames) {
+    std::size_t depth = 0;
+    add(method, rva, frames, depth);
+    ICodeRegion::Ptr region = regionHolding(method, rva);
+    while (region && depth <= kMaxDepth) {
         const ICodeRegion::Ptr inlined = region->getInlinedCodeRegion(rva);
         const ISymbol::Ptr symbol = region->getInlinedSymbol(rva);
         if (!inlined || !symbol)
             break;
-        frames.push_back(frameOf(*symbol, rva));
+        add(*symbol, rva, frames, depth);
         region = inlined;
     }
-    return frames;
+    frames.resize(depth);
+}
+
+void InlineChain::add(const ISymbol& symbol, jit_rva_t rva, std::vector<SourceFrame>& frames, std::size_t& depth) {
+    if (frames.size() <= depth)
+        frames.emplace_back();
+    fill(symbol, rva, frames[depth]);
+    ++depth;
 }
 
 } // namespace korvane_report

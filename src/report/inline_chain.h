@@ -20,9 +20,15 @@ class InlineChain {
 public:
     // Outermost first; empty when no method holds the jit RVA.
     static std::vector<SourceFrame> at(korvane_3_10::ISymbolResolver& resolver, korvane_3_10::jit_rva_t rva);
+    // The same from the method already found at the jit RVA, into `frames` (whose storage is reused).
+    static void collect(const korvane_3_10::ISymbol& method, korvane_3_10::jit_rva_t rva,
+                        std::vector<SourceFrame>& frames);
 
 private:
-    static SourceFrame frameOf(const korvane_3_10::ISymbol& symbol, korvane_3_10::jit_rva_t rva);
+    static void fill(const korvane_3_10::ISymbol& symbol, korvane_3_10::jit_rva_t rva, SourceFrame& frame);
+    // Fills frames[depth], reusing what is there, and moves on to the next depth.
+    static void add(const korvane_3_10::ISymbol& symbol, korvane_3_10::jit_rva_t rva, std::vector<SourceFrame>& frames,
+                    std::size_t& depth);
     static korvane_3_10::ICodeRegion::Ptr regionHolding(const korvane_3_10::ISymbol& symbol,
                                                         korvane_3_10::jit_rva_t rva);
 };
