@@ -596,14 +596,13 @@ korvane_error_t JitDataManager::addInlineMethod(JitMethod::Ptr& parentMethod, Re
 korvane_error_t JitDataManager::addCachedInlineMethods(JitMethod::Ptr& parentMethod) {
     KORVANE_ASSERT(parentMethod);
     KORVANE_ASSERT(getCollectorType() == ctJitProfiler);
-    const auto waiting = m_cachedParentMethods.equal_range(parentMethod->getMethodId());
-    if (waiting.first == waiting.second) {
+    const auto waiting = m_cachedParentMethods.find(parentMethod->getMethodId());
+    if (waiting == m_cachedParentMethods.end()) {
         KORVANE_LOG_TRACE("Couldn't find any cached inline method for parent id = "
                           << hex(parentMethod->getRawMethodId()));
         return meSuccess;
     }
-    for (auto entry = waiting.first; entry != waiting.second; ++entry) {
-        const JitMethod::Ptr& inlineMethod = entry->second;
+    for (const JitMethod::Ptr& inlineMethod : waiting->second) {
         if (inlineMethod->getRawParentId() == 0 || inlineMethod->attachedToParent())
             continue;
         KORVANE_LOG_INFO("Found cached inline method " << label(*inlineMethod) << " for parent id = "
@@ -632,12 +631,12 @@ korvane_error_t JitDataManager::cacheParentMethod(JitMethod::Ptr& jitMethod) {
     KORVANE_ASSERT(getCollectorType() == ctJitProfiler);
     KORVANE_ASSERT(jitMethod->getRawMethodId());
     if (jitMethod->getRawParentId() != 0) {
-        m_cachedParentMethods.insert(std::make_pair(jitMethod->getParentId(), jitMethod));
+        m_cachedParentMethods[jitMethod->getParentId()].push_back(jitMethod);
         m_inlineIndex.cached(*jitMethod);
         KORVANE_LOG_TRACE("Cached 'inline as a parent' method (method id = " << hex(jitMethod->getRawMethodId())
                                                                               << ")");
     } else {
-        m_cachedParentMethods.insert(std::make_pair(jitMethod->getMethodId(), jitMethod));
+        m_cachedParentMethods[jitMethod->getMethodId()].push_back(jitMethod);
         KORVANE_LOG_TRACE("Cached parent method (method id = " << hex(jitMethod->getRawMethodId()) << ")");
     }
     return meSuccess;

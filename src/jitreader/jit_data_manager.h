@@ -42,7 +42,8 @@ public:
     typedef std::map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Comparator> MethodMap;
     // Looked up by id alone: a tree of digests costs a cache miss per comparison.
     typedef std::unordered_map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Hash> MethodTable;
-    typedef std::multimap<BaseMethodId, JitMethod::Ptr, BaseMethodId::Comparator> MethodMultiMap;
+    // Methods waiting under an id, in the order they came: a tree of digests costs a cache miss per comparison.
+    typedef std::unordered_map<BaseMethodId, std::vector<JitMethod::Ptr>, BaseMethodId::Hash> MethodMultiMap;
 
     // What resolveJitPoint by address finds, for a caller that takes no reference on the method.
     struct JitPoint {
