@@ -21,6 +21,10 @@ namespace {
 const jit_rva_t g_noJitRva = std::numeric_limits<jit_rva_t>::max();
 // Pre-jitted code carries this load time.
 const u64_t g_preJittedLoadTime = 1;
+// Load records with their code and line tables take a few hundred bytes; the
+// cap keeps a sparse or lying file from reserving much.
+const u64_t g_bytesPerExpectedRecord = 256;
+const u64_t g_mostExpectedRecords = u64_t(1) << 20;
 
 typedef skeinkit2::iterutil::stl_iterator_impl_t<ISymbol::Ptr, std::vector<ISymbol::Ptr>::const_iterator>
     SymbolWalk;
@@ -777,6 +781,12 @@ void JitDataManager::indexProcess(u32_t pid, u32_t hostId) {
     const auto process = host->second.find(pid);
     if (process != host->second.end())
         buildAddressIndex(process->second);
+}
+
+void JitDataManager::expectFileBytes(u64_t bytes) {
+    const u64_t records = std::min(bytes / g_bytesPerExpectedRecord, g_mostExpectedRecords);
+    m_jitMethods.reserve(m_jitMethods.size() + static_cast<std::size_t>(records));
+    m_regionOwners.reserve(m_regionOwners.size() + static_cast<std::size_t>(records));
 }
 
 void JitDataManager::sealAfterReading() {

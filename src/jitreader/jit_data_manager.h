@@ -66,6 +66,9 @@ public:
     korvane_error_t processMethodInlineLoadRecord(u32_t pid, u32_t hostId, JitMethod::Ptr& rawMethod);
     korvane_error_t processMethodUpdateRecord(u32_t pid, u32_t hostId, JitMethod::Ptr& rawMethod);
     void finalize();
+    // Room in the tables that fill per load record for what files of this many bytes
+    // can hold, so that they grow once instead of rehashing as they fill.
+    void expectFileBytes(u64_t bytes);
     // A flat copy of one process's address table for the point queries, once the process is read.
     void indexProcess(u32_t pid, u32_t hostId);
     // Nothing more will be read: flat copies of all tables for the point queries,
