@@ -21,6 +21,10 @@ namespace {
 const jit_rva_t g_noJitRva = std::numeric_limits<jit_rva_t>::max();
 // Pre-jitted code carries this load time.
 const u64_t g_preJittedLoadTime = 1;
+// Load records with their code and line tables take a few hundred bytes; the
+// cap keeps a sparse or lying file from reserving much.
+const u64_t g_bytesPerExpectedRecord = 256;
+const u64_t g_mostExpectedRecords = u64_t(1) << 20;
 
 typedef skeinkit2::iterutil::stl_iterator_impl_t<ISymbol::Ptr, std::vector<ISymbol::Ptr>::const_iterator>
     SymbolWalk;
@@ -596,14 +600,13 @@ korvane_error_t JitDataManager::addInlineMethod(JitMethod::Ptr& parentMethod, Re
 korvane_error_t JitDataManager::addCachedInlineMethods(JitMethod::Ptr& parentMethod) {
     KORVANE_ASSERT(parentMethod);
     KORVANE_ASSERT(getCollectorType() == ctJitProfiler);
-    const auto waiting = m_cachedParentMethods.equal_range(parentMethod->getMethodId());
-    if (waiting.first == waiting.second) {
+    const auto waiting = m_cachedParentMethods.find(parentMethod->getMethodId());
+    if (waiting == m_cachedParentMethods.end()) {
         KORVANE_LOG_TRACE("Couldn't find any cached inline method for parent id = "
                           << hex(parentMethod->getRawMethodId()));
         return meSuccess;
     }
-    for (auto entry = waiting.first; entry != waiting.second; ++entry) {
-        const JitMethod::Ptr& inlineMethod = entry->second;
+    for (const JitMethod::Ptr& inlineMethod : waiting->second) {
         if (inlineMethod->getRawParentId() == 0 || inlineMethod->attachedToParent())
             continue;
         KORVANE_LOG_INFO("Found cached inline method " << label(*inlineMethod) << " for parent id = "
@@ -632,12 +635,12 @@ korvane_error_t JitDataManager::cacheParentMethod(JitMethod::Ptr& jitMethod) {
     KORVANE_ASSERT(getCollectorType() == ctJitProfiler);
     KORVANE_ASSERT(jitMethod->getRawMethodId());
     if (jitMethod->getRawParentId() != 0) {
-        m_cachedParentMethods.insert(std::make_pair(jitMethod->getParentId(), jitMethod));
+        m_cachedParentMethods[jitMethod->getParentId()].push_back(jitMethod);
         m_inlineIndex.cached(*jitMethod);
         KORVANE_LOG_TRACE("Cached 'inline as a parent' method (method id = " << hex(jitMethod->getRawMethodId())
                                                                               << ")");
     } else {
-        m_cachedParentMethods.insert(std::make_pair(jitMethod->getMethodId(), jitMethod));
+        m_cachedParentMethods[jitMethod->getMethodId()].push_back(jitMethod);
         KORVANE_LOG_TRACE("Cached parent method (method id = " << hex(jitMethod->getRawMethodId()) << ")");
     }
     return meSuccess;
@@ -778,6 +781,12 @@ void JitDataManager::indexProcess(u32_t pid, u32_t hostId) {
     const auto process = host->second.find(pid);
     if (process != host->second.end())
         buildAddressIndex(process->second);
+}
+
+void JitDataManager::expectFileBytes(u64_t bytes) {
+    const u64_t records = std::min(bytes / g_bytesPerExpectedRecord, g_mostExpectedRecords);
+    m_jitMethods.reserve(m_jitMethods.size() + static_cast<std::size_t>(records));
+    m_regionOwners.reserve(m_regionOwners.size() + static_cast<std::size_t>(records));
 }
 
 void JitDataManager::sealAfterReading() {

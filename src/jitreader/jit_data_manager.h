@@ -42,7 +42,8 @@ public:
     typedef std::map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Comparator> MethodMap;
     // Looked up by id alone: a tree of digests costs a cache miss per comparison.
     typedef std::unordered_map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Hash> MethodTable;
-    typedef std::multimap<BaseMethodId, JitMethod::Ptr, BaseMethodId::Comparator> MethodMultiMap;
+    // Methods waiting under an id, in the order they came: a tree of digests costs a cache miss per comparison.
+    typedef std::unordered_map<BaseMethodId, std::vector<JitMethod::Ptr>, BaseMethodId::Hash> MethodMultiMap;
 
     // What resolveJitPoint by address finds, for a caller that takes no reference on the method.
     struct JitPoint {
@@ -65,6 +66,9 @@ public:
     korvane_error_t processMethodInlineLoadRecord(u32_t pid, u32_t hostId, JitMethod::Ptr& rawMethod);
     korvane_error_t processMethodUpdateRecord(u32_t pid, u32_t hostId, JitMethod::Ptr& rawMethod);
     void finalize();
+    // Room in the tables that fill per load record for what files of this many bytes
+    // can hold, so that they grow once instead of rehashing as they fill.
+    void expectFileBytes(u64_t bytes);
     // A flat copy of one process's address table for the point queries, once the process is read.
     void indexProcess(u32_t pid, u32_t hostId);
     // Nothing more will be read: flat copies of all tables for the point queries,

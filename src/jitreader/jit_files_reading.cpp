@@ -54,6 +54,13 @@ korvane_error_t readOneFile(const JitFilesManager::JitFileInfo& file, u32_t pid,
     }
 }
 
+u64_t bytesOf(const std::deque<JitFilesManager::JitFileInfo>& files) {
+    u64_t bytes = 0;
+    for (const JitFilesManager::JitFileInfo& file : files)
+        bytes += file.m_size;
+    return bytes;
+}
+
 std::vector<JitFilesManager::FileStamp> stampsOf(const std::deque<JitFilesManager::JitFileInfo>& files) {
     std::vector<JitFilesManager::FileStamp> stamps;
     for (const JitFilesManager::JitFileInfo& file : files)
@@ -69,6 +76,12 @@ korvane_error_t JitFilesManager::readJitFiles(decoding_mode_t mode, JitDataManag
         lock.unlock();
         return meSuccess;
     }
+    u64_t bytes = 0;
+    for (const auto& host : m_processes)
+        for (const auto& process : host.second)
+            if (!isProcessRead(process.second))
+                bytes += bytesOf(process.second.m_files);
+    dataManager.expectFileBytes(bytes);
     for (auto& host : m_processes) {
         for (auto& process : host.second) {
             ProcessJitInfo& info = process.second;
@@ -113,6 +126,7 @@ korvane_error_t JitFilesManager::readJitFiles(u32_t pid, u32_t hostId, decoding_
         lock.unlock();
         return info->m_failure;
     }
+    dataManager.expectFileBytes(bytesOf(info->m_files));
     for (const JitFileInfo& file : info->m_files) {
         // The decoder lives inside readOneFile, so it is gone before the lock goes on every way out.
         const korvane_error_t result = file.m_path.empty()
