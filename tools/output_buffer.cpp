@@ -13,15 +13,6 @@ namespace {
 // Large enough that a stream call is rare, small enough to stay in the cache.
 const std::size_t kBlockSize = 64 * 1024;
 
-// One pass over the field: find_first_of searches the set once per character.
-bool needsQuotes(const std::string& value) {
-    for (const char c : value) {
-        if (c == ',' || c == '"' || c == '\r' || c == '\n')
-            return true;
-    }
-    return false;
-}
-
 } // namespace
 
 OutputBuffer::OutputBuffer(std::ostream& out) : m_out(out) { m_text.reserve(kBlockSize + 4096); }
@@ -64,7 +55,7 @@ OutputBuffer& OutputBuffer::hex(std::uint64_t value) {
 }
 
 OutputBuffer& OutputBuffer::csvField(const std::string& value) {
-    if (!needsQuotes(value))
+    if (!needsCsvQuotes(value))
         return text(value);
     return text(korvane_tool::csvField(value));
 }

@@ -75,8 +75,17 @@ std::string hexText(std::uint64_t value, HexZero zero) {
     return out.str();
 }
 
+bool needsCsvQuotes(const std::string& text) {
+    // One pass over the field: find_first_of searches the set once per character.
+    for (const char c : text) {
+        if (c == ',' || c == '"' || c == '\r' || c == '\n')
+            return true;
+    }
+    return false;
+}
+
 std::string csvField(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos)
+    if (!needsCsvQuotes(text))
         return text;
     std::string quoted = "\"";
     for (char c : text) {

@@ -14,7 +14,9 @@ enum class HexZero { prefixed, bare };
 
 // "0x" and lower-case hex.
 std::string hexText(std::uint64_t value, HexZero zero = HexZero::prefixed);
-// Quoted when it holds a comma, a quote or a line break; quotes doubled inside.
+// Whether a CSV field must be quoted: it holds a comma, a quote or a line break.
+bool needsCsvQuotes(const std::string& text);
+// Quoted when it needs it; quotes doubled inside.
 std::string csvField(const std::string& text);
 // A JSON string literal, quotes included. Each byte that is not part of valid
 // UTF-8 becomes U+FFFD, so that the output is always valid JSON.
