@@ -49,9 +49,7 @@ void ResolvedSampleWriter::resolve(const Sample& sample) {
                                         &resolution.jitRva, symbol);
     if (resolution.result != meSuccess)
         return;
-    // The outermost frame is the method itself and carries its module.
     InlineChain::collect(*symbol, resolution.jitRva, resolution.frames);
-    resolution.module = resolution.frames.front().module;
 }
 
 const std::string& ResolvedSampleWriter::outcome() {
@@ -67,7 +65,7 @@ void ResolvedSampleWriter::writeCsvHead(const Sample& sample) {
     m_out.decimal(sample.timestamp).character(',').hex(sample.ip).character(',').decimal(sample.pid).character(',');
     m_out.csvField(sample.host).character(',').csvField(outcome()).character(',');
     if (m_resolution.result == meSuccess)
-        m_out.hex(m_resolution.jitRva).character(',').csvField(m_resolution.module).character(',');
+        m_out.hex(m_resolution.jitRva).character(',').csvField(module()).character(',');
 }
 
 void ResolvedSampleWriter::writeCsv(const Sample& sample) {
@@ -92,7 +90,7 @@ void ResolvedSampleWriter::writeJson(const Sample& sample) {
     m_out.text("\",\"pid\":").decimal(sample.pid).text(",\"host\":").jsonString(sample.host);
     m_out.text(",\"result\":").jsonString(outcome());
     if (m_resolution.result == meSuccess) {
-        m_out.text(",\"jit_rva\":\"").hex(m_resolution.jitRva).text("\",\"module\":").jsonString(m_resolution.module);
+        m_out.text(",\"jit_rva\":\"").hex(m_resolution.jitRva).text("\",\"module\":").jsonString(module());
         writeJsonFrames();
     }
     m_out.text("}\n");

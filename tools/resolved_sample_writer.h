@@ -28,13 +28,14 @@ private:
     struct Resolution {
         korvane_error_t result = meNotFound;
         korvane_3_10::jit_rva_t jitRva = 0;
-        std::string module;
-        std::vector<korvane_report::SourceFrame> frames; // outermost first, the method itself at least
+        // Outermost first: the method itself, which carries the module, at least.
+        std::vector<korvane_report::SourceFrame> frames;
     };
 
     void resolve(const korvane_report::Sample& sample);
     // The result column; a failure's code is spelled out in m_failure.
     const std::string& outcome();
+    const std::string& module() const { return m_resolution.frames.front().module; }
     korvane_3_10::u32_t hostId(const std::string& host);
     void writeCsv(const korvane_report::Sample& sample);
     void writeCsvHead(const korvane_report::Sample& sample);
