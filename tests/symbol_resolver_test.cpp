@@ -2,6 +2,8 @@
 #include "test_support.h"
 #include "trace_builder.h"
 
+#include <boost/filesystem/operations.hpp>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -48,6 +50,33 @@ TEST(SymbolResolverTest, RecordsAcrossAndBeyondTheReadPiecesArriveWhole) {
         EXPECT_EQ(index, data[0]);
         EXPECT_EQ(index, data[lengths[index] - 1]);
         EXPECT_EQ(symbol, resolver->getSymbol(symbol->getStartJitRva() + lengths[index] - 1));
+    }
+}
+
+// A directory named by a short relative path gives paths short enough to live
+// inside their string; each file is still found by its path as the scan spelled it.
+TEST(SymbolResolverTest, ShortRelativePathsConvertAfterMoreFilesAreScanned) {
+    TempDir dir;
+    const int kFiles = 9;
+    dir.mkdir("d");
+    for (int index = 0; index < kFiles; ++index)
+        dir.write("d/h.1-" + std::to_string(index + 1) + ".jit",
+                  profilerTrace().loadV3(methodAt(1, 0x1000 * (index + 1), 0x20, 10, "m" + std::to_string(index))));
+    const boost::filesystem::path home = boost::filesystem::current_path();
+    boost::filesystem::current_path(dir.path());
+    const ResolverPtr resolver = resolverOver({"d"});
+    boost::filesystem::current_path(home);
+    const ResolverPtr byFullPaths = resolverOver({dir.file("d")});
+    ASSERT_TRUE(resolver && byFullPaths);
+    for (int index = 0; index < kFiles; ++index) {
+        SCOPED_TRACE(index);
+        const std::string file = "d/h.1-" + std::to_string(index + 1) + ".jit";
+        jit_rva_t jitRva = 0;
+        jit_rva_t byFullPath = 0;
+        EXPECT_EQ(meSuccess, resolver->translateToJitRva(1, 0x1000 * (index + 1), file.c_str(), &jitRva));
+        EXPECT_EQ(meSuccess,
+                  byFullPaths->translateToJitRva(1, 0x1000 * (index + 1), dir.file(file).c_str(), &byFullPath));
+        EXPECT_EQ(byFullPath, jitRva);
     }
 }
 

@@ -22,7 +22,8 @@ std::string elementsOf(const std::string& path) {
 
 void FileRangeIndex::add(const std::string& path, u64_t start, u64_t end) {
     const Bounds first = m_byElements.emplace(elementsOf(path), Bounds(start, end)).first->second;
-    m_bySpelling.emplace(std::string_view(path), first);
+    m_spellings.push_back(path);
+    m_bySpelling.emplace(std::string_view(m_spellings.back()), first);
 }
 
 bool FileRangeIndex::find(const char* path, u64_t& start, u64_t& end) const {

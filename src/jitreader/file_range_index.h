@@ -4,6 +4,7 @@
 
 #include <korvane/types.h>
 
+#include <deque>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -13,8 +14,7 @@ namespace korvane_3_10 {
 
 class FileRangeIndex {
 public:
-    // Notes a file in catalogue order. The text of `path` is referred to, not
-    // copied: it must stay where it is as long as the index lives.
+    // Notes a file in catalogue order.
     void add(const std::string& path, u64_t start, u64_t end);
     // The range for a path spelled as the scan spelled a file: that of the first
     // file whose path has the same elements. False for any other spelling.
@@ -23,6 +23,9 @@ public:
 private:
     typedef std::pair<u64_t, u64_t> Bounds;
 
+    // The spellings the keys below look at: a deque never moves what it holds,
+    // and a view key lets a query look up a char* without making a string.
+    std::deque<std::string> m_spellings;
     std::unordered_map<std::string_view, Bounds> m_bySpelling;
     // Paths that compare equal element by element, as one key.
     std::unordered_map<std::string, Bounds> m_byElements;
