@@ -1,32 +1,31 @@
 // MD5 digests over OpenSSL's libcrypto.
+// The plain MD5 calls are kept by libcrypto 3 for compatibility; this level asks for them without warnings.
+#define OPENSSL_API_COMPAT 10101
 #include "platform/md5.h"
 
-#include <openssl/evp.h>
+#include <openssl/md5.h>
 
 #include <new>
 
 namespace skeinkit2 {
 
-md5_t::md5_t() : m_context(EVP_MD_CTX_new()) {
-    if (!m_context || EVP_DigestInit_ex(m_context, EVP_md5(), nullptr) != 1) {
-        EVP_MD_CTX_free(m_context);
-        throw std::bad_alloc();
-    }
-}
+namespace {
 
-md5_t::~md5_t() { EVP_MD_CTX_free(m_context); }
+static_assert(sizeof(MD5_CTX) <= 128, "the MD5 state must fit the room md5_t keeps for it");
 
-void md5_t::update(const std::string& text) { EVP_DigestUpdate(m_context, text.data(), text.size()); }
+MD5_CTX& stateIn(unsigned char* room) { return *reinterpret_cast<MD5_CTX*>(room); }
+const MD5_CTX& stateIn(const unsigned char* room) { return *reinterpret_cast<const MD5_CTX*>(room); }
+
+} // namespace
+
+md5_t::md5_t() { MD5_Init(new (m_state) MD5_CTX); }
+
+void md5_t::update(const std::string& text) { MD5_Update(&stateIn(m_state), text.data(), text.size()); }
 
 md5_t::digest_t md5_t::get_digest() const {
     digest_t digest{};
-    EVP_MD_CTX* copy = EVP_MD_CTX_new();
-    if (!copy)
-        throw std::bad_alloc();
-    unsigned int length = 0;
-    if (EVP_MD_CTX_copy_ex(copy, m_context) == 1)
-        EVP_DigestFinal_ex(copy, digest.data(), &length);
-    EVP_MD_CTX_free(copy);
+    MD5_CTX copy = stateIn(m_state);
+    MD5_Final(digest.data(), &copy);
     return digest;
 }
 

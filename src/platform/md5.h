@@ -5,8 +5,6 @@
 #include <array>
 #include <string>
 
-typedef struct evp_md_ctx_st EVP_MD_CTX;
-
 namespace skeinkit2 {
 
 class md5_t {
@@ -14,7 +12,6 @@ public:
     typedef std::array<unsigned char, 16> digest_t;
 
     md5_t();
-    ~md5_t();
     md5_t(const md5_t&) = delete;
     md5_t& operator=(const md5_t&) = delete;
 
@@ -23,7 +20,9 @@ public:
     digest_t get_digest() const;
 
 private:
-    EVP_MD_CTX* m_context;
+    // libcrypto's plain MD5 state, held in place: a digest per method read must
+    // not cost an allocation and an algorithm fetch the way a digest context does.
+    alignas(8) unsigned char m_state[128];
 };
 
 } // namespace skeinkit2
