@@ -357,7 +357,7 @@ korvane_error_t JitDataManager::processMethodLoadRecord(u32_t pid, u32_t hostId,
     m_unfinalized.emplace_back(entry.first->first, entry.first->second);
 
     for (const Region::Ptr& region : rawMethod->codeRegions())
-        m_regionOwners[region.get()] = jitMethod.get();
+        region->setOwner(jitMethod.get());
     for (const Region::Ptr& region : rawMethod->codeRegions()) {
         const korvane_error_t result = placeRegion(pid, hostId, rawMethod, jitMethod, region);
         if (result != meSuccess)
@@ -584,9 +584,8 @@ korvane_error_t JitDataManager::addInlineMethod(JitMethod::Ptr& parentMethod, Re
     inlineMethod->setAttachedToParent(true);
     m_inlineIndex.attached(*parentRegion, *inlineRegion, *inlineMethod, jitProfiler ? nullptr : foundRegion.get());
     // The method at the top of the tree, if it has one yet, is finalised again.
-    const auto owner = m_regionOwners.find(m_inlineIndex.topOf(*parentRegion));
-    if (owner != m_regionOwners.end())
-        m_unfinalized.emplace_back(owner->second->getMethodId(), JitMethod::Ptr(owner->second));
+    if (JitMethod* owner = m_inlineIndex.topOf(*parentRegion)->owner())
+        m_unfinalized.emplace_back(owner->getMethodId(), JitMethod::Ptr(owner));
 
     KORVANE_LOG_INFO("Added inline method (method id = "
                      << hex(id) << ", ip range = " << hex(start) << "-" << hex(end)
@@ -786,7 +785,6 @@ void JitDataManager::indexProcess(u32_t pid, u32_t hostId) {
 void JitDataManager::expectFileBytes(u64_t bytes) {
     const u64_t records = std::min(bytes / g_bytesPerExpectedRecord, g_mostExpectedRecords);
     m_jitMethods.reserve(m_jitMethods.size() + static_cast<std::size_t>(records));
-    m_regionOwners.reserve(m_regionOwners.size() + static_cast<std::size_t>(records));
 }
 
 void JitDataManager::sealAfterReading() {
@@ -800,7 +798,6 @@ void JitDataManager::sealAfterReading() {
     m_jitRvaIndexBuilt = true;
     // Inlines still waiting here have no parent to come; the queries never see them.
     m_inlineIndex = InlineIndex();
-    std::unordered_map<const Region*, JitMethod*>().swap(m_regionOwners);
     std::vector<Unfinalized>().swap(m_unfinalized);
     MethodTable().swap(m_inlineMethods);
     MethodMultiMap().swap(m_cachedParentMethods);

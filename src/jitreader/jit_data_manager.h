@@ -144,9 +144,7 @@ private:
     bool m_jitRvaIndexBuilt;
     std::vector<ISymbol::Ptr> m_jitMethodStorage;
     InlineIndex m_inlineIndex;
-    // The registered method of each top-level region, and the methods that the
-    // next finalisation puts in order.
-    std::unordered_map<const Region*, JitMethod*> m_regionOwners;
+    // The methods that the next finalisation puts in order.
     typedef std::pair<BaseMethodId, JitMethod::Ptr> Unfinalized;
     std::vector<Unfinalized> m_unfinalized;
     // Built late by const queries; everything else is fixed once read.

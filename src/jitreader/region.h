@@ -81,6 +81,9 @@ public:
     void setStartAddress(address_t address) { m_startAddress = address; }
     void setLength(u32_t length) { m_length = length; }
     void setContent(const boost::shared_ptr<IByteBuffer>& content) { m_content = content; }
+    // The registered method whose load record brought this top-level region; null for an inline.
+    JitMethod* owner() const { return m_owner; }
+    void setOwner(JitMethod* owner) { m_owner = owner; }
 
 private:
     u32_t m_hostId;
@@ -90,6 +93,7 @@ private:
     u64_t m_unloadTime;
     address_t m_startAddress;
     u32_t m_length;
+    JitMethod* m_owner;
     boost::shared_ptr<IByteBuffer> m_content;
     std::vector<Ptr> m_inlinedRegions;
     std::vector<MethodPtr> m_inlinedMethods;
