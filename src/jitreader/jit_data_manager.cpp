@@ -601,12 +601,13 @@ korvane_error_t JitDataManager::addCachedInlineMethods(JitMethod::Ptr& parentMet
     KORVANE_ASSERT(getCollectorType() == ctJitProfiler);
     const auto waiting = m_cachedParentMethods.find(parentMethod->getMethodId());
     if (waiting == m_cachedParentMethods.end()) {
-        KORVANE_LOG_TRACE("Couldn't find any cached inline method for parent id = "
-                          << hex(parentMethod->getRawMethodId()));
+        if (KORVANE_TRACE_ENABLED() && !isCachedParent(parentMethod->getMethodId()))
+            KORVANE_LOG_TRACE("Couldn't find any cached inline method for parent id = "
+                              << hex(parentMethod->getRawMethodId()));
         return meSuccess;
     }
     for (const JitMethod::Ptr& inlineMethod : waiting->second) {
-        if (inlineMethod->getRawParentId() == 0 || inlineMethod->attachedToParent())
+        if (inlineMethod->attachedToParent())
             continue;
         KORVANE_LOG_INFO("Found cached inline method " << label(*inlineMethod) << " for parent id = "
                                                        << hex(parentMethod->getRawMethodId()));
@@ -624,7 +625,8 @@ korvane_error_t JitDataManager::cacheInlineMethod(JitMethod::Ptr& inlineMethod) 
     if (!m_inlineMethods.insert(std::make_pair(inlineMethod->getMethodId(), inlineMethod)).second)
         KORVANE_LOG_TRACE("Already cached inline method (method id = " << hex(inlineMethod->getRawMethodId()) << ")");
     // Inlines waiting for this one as their parent get their chance now.
-    if (m_cachedParentMethods.find(inlineMethod->getMethodId()) != m_cachedParentMethods.end())
+    if (m_cachedParentMethods.find(inlineMethod->getMethodId()) != m_cachedParentMethods.end() ||
+        isCachedParent(inlineMethod->getMethodId()))
         return addCachedInlineMethods(inlineMethod);
     return meSuccess;
 }
@@ -639,10 +641,16 @@ korvane_error_t JitDataManager::cacheParentMethod(JitMethod::Ptr& jitMethod) {
         KORVANE_LOG_TRACE("Cached 'inline as a parent' method (method id = " << hex(jitMethod->getRawMethodId())
                                                                               << ")");
     } else {
-        m_cachedParentMethods[jitMethod->getMethodId()].push_back(jitMethod);
+        // Its own id would only list it among the inlines that wait for it: a mark on it does.
+        jitMethod->setCachedAsParent();
         KORVANE_LOG_TRACE("Cached parent method (method id = " << hex(jitMethod->getRawMethodId()) << ")");
     }
     return meSuccess;
+}
+
+bool JitDataManager::isCachedParent(const BaseMethodId& id) const {
+    const auto found = m_jitMethods.find(id);
+    return found != m_jitMethods.end() && found->second->cachedAsParent();
 }
 
 korvane_error_t JitDataManager::findParentMethod(const BaseMethodId& parentId, JitMethod::Ptr& method) const {

@@ -42,7 +42,7 @@ public:
     typedef std::map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Comparator> MethodMap;
     // Looked up by id alone: a tree of digests costs a cache miss per comparison.
     typedef std::unordered_map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Hash> MethodTable;
-    // Methods waiting under an id, in the order they came: a tree of digests costs a cache miss per comparison.
+    // Inlines waiting under their parent's id, in the order they came: a tree of digests costs a cache miss per comparison.
     typedef std::unordered_map<BaseMethodId, std::vector<JitMethod::Ptr>, BaseMethodId::Hash> MethodMultiMap;
 
     // What resolveJitPoint by address finds, for a caller that takes no reference on the method.
@@ -111,6 +111,8 @@ private:
     korvane_error_t addCachedInlineMethods(JitMethod::Ptr& parentMethod);
     korvane_error_t cacheInlineMethod(JitMethod::Ptr& inlineMethod);
     korvane_error_t cacheParentMethod(JitMethod::Ptr& jitMethod);
+    // Whether a top-level method of this id was cached as a parent.
+    bool isCachedParent(const BaseMethodId& id) const;
     korvane_error_t findParentMethod(const BaseMethodId& parentId, JitMethod::Ptr& method) const;
     korvane_error_t findInlineMethod(const BaseMethodId& parentId, JitMethod::Ptr& method) const;
 

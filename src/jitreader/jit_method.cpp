@@ -102,7 +102,8 @@ ISourceFile::Ptr BaseMethodInfo::getSourceFile() const {
 
 JitMethod::JitMethod()
     : m_methodInfo(new BaseMethodInfo()), m_startJitRva(0), m_methodId(0), m_parentId(0), m_loadTime(0),
-      m_unloadTime(0), m_attachedToParent(false), m_lineTablesPlaced(false) {}
+      m_unloadTime(0), m_attachedToParent(false), m_lineTablesPlaced(false),
+      m_cachedAsParent(false) {}
 
 skeinkit2::generic_iterator_t<ICodeRegion::Ptr> JitMethod::getRegions() const {
     typedef skeinkit2::iterutil::stl_iterator_impl_t<Region::Ptr, std::vector<Region::Ptr>::const_iterator> Source;

@@ -103,6 +103,8 @@ public:
     bool attachedToParent() const { return m_attachedToParent; }
     // An inline's tables move to its jit RVA range once, at the first finalisation after it is attached.
     bool lineTablesPlaced() const { return m_lineTablesPlaced; }
+    // A registered method that inlines naming its id as their parent's may find.
+    bool cachedAsParent() const { return m_cachedAsParent; }
 
     void setStartJitRva(jit_rva_t jitRva) { m_startJitRva = jitRva; }
     void setRawMethodId(u32_t id) { m_methodId = id; }
@@ -110,6 +112,7 @@ public:
     void setLoadTime(u64_t loadTime) { m_loadTime = loadTime; }
     void setAttachedToParent(bool attached) { m_attachedToParent = attached; }
     void setLineTablesPlaced(bool placed) { m_lineTablesPlaced = placed; }
+    void setCachedAsParent() { m_cachedAsParent = true; }
 
 private:
     // The tables for the RVA (the first entry's for 0); a non-zero RVA first
@@ -125,6 +128,7 @@ private:
     std::vector<Region::Ptr> m_codeRegions;
     bool m_attachedToParent;
     bool m_lineTablesPlaced;
+    bool m_cachedAsParent;
     // Written by const queries with a non-zero RVA: they copy the asked
     // entry's tables over the first entry's.
     mutable LineNumberInfo m_lineNumberInfo;

@@ -70,6 +70,7 @@ inline std::ostream& operator<<(std::ostream& stream, Hex number) {
     KORVANE_LOG_AT(log4cplus::ERROR_LOG_LEVEL, message << ", at file: " << __FILE__ << ":" << __LINE__)
 
 #define KORVANE_INFO_ENABLED() g_fileLogger.isEnabledFor(log4cplus::INFO_LOG_LEVEL)
+#define KORVANE_TRACE_ENABLED() g_fileLogger.isEnabledFor(log4cplus::TRACE_LOG_LEVEL)
 
 // Reports a condition that does not hold and goes on; nothing relies on it to stop.
 #define KORVANE_ASSERT_TEXT(condition, text) \
