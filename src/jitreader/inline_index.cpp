@@ -36,22 +36,44 @@ bool InlineIndex::RecordKey::operator<(const RecordKey& other) const {
                                           other.className);
 }
 
+InlineIndex::Notes* InlineIndex::notesOf(const Region& region) {
+    return const_cast<Notes*>(static_cast<const InlineIndex&>(*this).notesOf(region));
+}
+
+const InlineIndex::Notes* InlineIndex::notesOf(const Region& region) const {
+    // A slot that another index handed out, or that names another region, is no note of this one.
+    const u32_t slot = region.inlineNotes();
+    if (slot == 0 || slot > m_notes.size() || m_notes[slot - 1].region != &region)
+        return nullptr;
+    return &m_notes[slot - 1];
+}
+
+InlineIndex::Notes& InlineIndex::notesFor(const Region& region) {
+    if (Notes* notes = notesOf(region))
+        return *notes;
+    m_notes.emplace_back();
+    m_notes.back().region = &region;
+    region.setInlineNotes(static_cast<u32_t>(m_notes.size()));
+    return m_notes.back();
+}
+
 const Region* InlineIndex::topOf(const Region& region) {
     const Region* top = &region;
-    for (auto holder = m_holders.find(top); holder != m_holders.end(); holder = m_holders.find(top))
-        top = holder->second;
+    for (const Notes* notes = notesOf(*top); notes && notes->holder; notes = notesOf(*top))
+        top = notes->holder;
     // The regions on the way now name the top, so that the next walk from them is one step.
     for (const Region* current = &region; current != top;) {
-        const auto holder = m_holders.find(current);
-        current = holder->second;
-        holder->second = top;
+        Notes* notes = notesOf(*current);
+        current = notes->holder;
+        notes->holder = top;
     }
     return top;
 }
 
 bool InlineIndex::liesIn(const Region& region, const Region& root) {
     // A root that hangs in a tree itself has more than its own tree above the region: walked.
-    if (m_holders.count(&root) != 0)
+    const Notes* rootNotes = notesOf(root);
+    if (rootNotes && rootNotes->holder)
         return treeHolds(root, &region);
     return topOf(region) == &root;
 }
@@ -88,19 +110,20 @@ bool InlineIndex::holdsSameRecord(const Region& top, const JitMethod& rawMethod)
 }
 
 Region* InlineIndex::walkEnd(const Region& top, jit_rva_t jitRva) {
-    if (m_walked.count(&top) != 0)
+    const Notes* known = notesOf(top);
+    if (known && known->walked)
         return nullptr;
-    auto segments = m_walkEnds.find(&top);
-    if (segments == m_walkEnds.end()) {
+    if (!known || !known->hasWalkEnds) {
         // A tree that has inlines before its first walk got them by id.
         if (!top.inlinedRegions().empty()) {
-            m_walked.insert(&top);
+            notesFor(top).walked = true;
             return nullptr;
         }
-        segments = m_walkEnds.insert(std::make_pair(&top, Segments())).first;
+        notesFor(top).hasWalkEnds = true;
     }
-    auto segment = segments->second.upper_bound(jitRva);
-    if (segment == segments->second.begin() || jitRva >= (--segment)->second.end)
+    const Segments& segments = notesOf(top)->walkEnds;
+    auto segment = segments.upper_bound(jitRva);
+    if (segment == segments.begin() || jitRva >= (--segment)->second.end)
         return const_cast<Region*>(&top);
     return segment->second.region;
 }
@@ -145,8 +168,8 @@ void InlineIndex::repaint(Segments& segments, jit_rva_t start, jit_rva_t end, co
 }
 
 const Region* InlineIndex::overlappedChild(const Region& parent, u64_t start, u64_t end) const {
-    const auto children = m_children.find(&parent);
-    const std::size_t count = children == m_children.end() ? 0 : children->second.starts.size();
+    const Notes* notes = notesOf(parent);
+    const std::size_t count = notes ? notes->children.starts.size() : 0;
     if (count != parent.inlinedRegions().size()) {
         // Children that came some other way: looked at one by one.
         for (const Region::Ptr& child : parent.inlinedRegions()) {
@@ -161,11 +184,11 @@ const Region* InlineIndex::overlappedChild(const Region& parent, u64_t start, u6
         return nullptr;
     // A child that overlaps the range without holding it starts or ends inside it.
     std::size_t found = count;
-    const auto starting = children->second.starts.upper_bound(start);
-    if (starting != children->second.starts.end() && starting->first < end)
+    const auto starting = notes->children.starts.upper_bound(start);
+    if (starting != notes->children.starts.end() && starting->first < end)
         found = starting->second;
-    const auto ending = children->second.ends.upper_bound(start);
-    if (ending != children->second.ends.end() && ending->first < end)
+    const auto ending = notes->children.ends.upper_bound(start);
+    if (ending != notes->children.ends.end() && ending->first < end)
         found = std::min(found, ending->second);
     return found < count ? parent.inlinedRegions()[found].get() : nullptr;
 }
@@ -193,8 +216,8 @@ bool InlineIndex::isCached(const JitMethod& rawMethod) const {
 
 void InlineIndex::attached(const Region& parent, Region& child, const JitMethod& method, const Region* walkTop) {
     const Region* top = topOf(parent);
-    m_holders[&child] = &parent;
-    Children& children = m_children[&parent];
+    notesFor(child).holder = &parent;
+    Children& children = notesFor(parent).children;
     if (children.starts.size() + 1 == parent.inlinedRegions().size()) {
         const std::size_t index = children.starts.size();
         children.starts.insert(std::make_pair(child.startAddress(), index));
@@ -204,19 +227,19 @@ void InlineIndex::attached(const Region& parent, Region& child, const JitMethod&
     if (keyOf(method, key))
         m_records[key].push_back(&child);
 
-    const auto segments = m_walkEnds.find(top);
+    Notes& topNotes = notesFor(*top);
     if (!walkTop || top != walkTop) {
         // Placed by id, with a tree of its own perhaps: the tree's walks are made step by step from now on.
-        if (segments != m_walkEnds.end())
-            m_walkEnds.erase(segments);
-        m_walked.insert(top);
+        topNotes.walkEnds.clear();
+        topNotes.hasWalkEnds = false;
+        topNotes.walked = true;
         return;
     }
-    if (segments == m_walkEnds.end())
+    if (!topNotes.hasWalkEnds)
         return;
     const jit_rva_t start = child.startJitRva();
     const jit_rva_t end = start + child.length() < start ? ~jit_rva_t(0) : start + child.length();
-    repaint(segments->second, start, end, top, &parent, &child);
+    repaint(topNotes.walkEnds, start, end, top, &parent, &child);
 }
 
 } // namespace korvane_3_10

@@ -8,11 +8,10 @@
 #include "jitreader/jit_method.h"
 #include "jitreader/region.h"
 
+#include <deque>
 #include <map>
 #include <set>
 #include <string>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 namespace korvane_3_10 {
@@ -76,19 +75,32 @@ private:
         std::multimap<u64_t, std::size_t> ends;
     };
 
+    // What the index knows of one region: the region above it, its children and, at a top, its walk ends.
+    struct Notes {
+        const Region* region = nullptr;
+        // The region it was attached to, or a region above that; null while it hangs in no tree.
+        const Region* holder = nullptr;
+        Children children;
+        Segments walkEnds;
+        bool hasWalkEnds = false;
+        bool walked = false;
+    };
+
     static bool keyOf(const JitMethod& method, RecordKey& key);
     static bool cacheKeyOf(const JitMethod& method, RecordKey& key);
     static void split(Segments& segments, jit_rva_t at);
     static void repaint(Segments& segments, jit_rva_t start, jit_rva_t end, const Region* top, const Region* from,
                         Region* to);
+    // The region's notes, null when it has none in this index.
+    Notes* notesOf(const Region& region);
+    const Notes* notesOf(const Region& region) const;
+    Notes& notesFor(const Region& region);
 
-    // Each attached region and the region it was attached to, or a region above that.
-    std::unordered_map<const Region*, const Region*> m_holders;
+    // Found from the region itself, not by a table of region addresses: the
+    // notes of a region are looked up a few times for every inline placed.
+    std::deque<Notes> m_notes;
     std::map<RecordKey, std::vector<const Region*> > m_records;
     std::set<RecordKey> m_cached;
-    std::unordered_map<const Region*, Children> m_children;
-    std::unordered_map<const Region*, Segments> m_walkEnds;
-    std::unordered_set<const Region*> m_walked;
 };
 
 } // namespace korvane_3_10

@@ -67,12 +67,12 @@ bool isSoleOwner(const boost::intrusive_ptr<Object>& pointer) {
 
 Region::Region()
     : m_hostId(0), m_processId(0), m_startJitRva(0), m_loadTime(0), m_unloadTime(0), m_startAddress(0), m_length(0),
-      m_owner(nullptr) {}
+      m_inlineNotes(0), m_owner(nullptr) {}
 
 Region::Region(const Region& other)
     : ICodeRegion(other), m_hostId(other.m_hostId), m_processId(other.m_processId), m_startJitRva(other.m_startJitRva),
       m_loadTime(other.m_loadTime), m_unloadTime(other.m_unloadTime), m_startAddress(other.m_startAddress),
-      m_length(other.m_length), m_owner(nullptr), m_markupRanges(other.m_markupRanges) {
+      m_length(other.m_length), m_inlineNotes(0), m_owner(nullptr), m_markupRanges(other.m_markupRanges) {
     if (other.m_content) {
         m_content = IByteBuffer::create();
         m_content->assign(other.m_content->data(), other.m_content->size());

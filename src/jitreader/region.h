@@ -84,6 +84,9 @@ public:
     // The registered method whose load record brought this top-level region; null for an inline.
     JitMethod* owner() const { return m_owner; }
     void setOwner(JitMethod* owner) { m_owner = owner; }
+    // While files are read: where the inline index keeps its notes on this region, 0 for nowhere.
+    u32_t inlineNotes() const { return m_inlineNotes; }
+    void setInlineNotes(u32_t slot) const { m_inlineNotes = slot; }
 
 private:
     u32_t m_hostId;
@@ -93,6 +96,7 @@ private:
     u64_t m_unloadTime;
     address_t m_startAddress;
     u32_t m_length;
+    mutable u32_t m_inlineNotes;
     JitMethod* m_owner;
     boost::shared_ptr<IByteBuffer> m_content;
     std::vector<Ptr> m_inlinedRegions;
