@@ -85,6 +85,16 @@ bool isJavaClassShape(const std::string& className) {
     return !className.empty() && className.front() == 'L' && className.back() == ';';
 }
 
+const std::string& dynamicCode() {
+    static const std::string name(kDynamicCode);
+    return name;
+}
+
+const std::string& compiledJavaCode() {
+    static const std::string name(kCompiledJavaCode);
+    return name;
+}
+
 bool isDefaultModuleName(const std::string& moduleName) {
     return moduleName.empty() || moduleName == kDynamicCode || moduleName == kCompiledJavaCode;
 }
@@ -443,28 +453,35 @@ void JitFileDecoder::addLineTables(const LoadRecordFields& fields, const Region:
 }
 
 void JitFileDecoder::storeNamesAndModule(const NameFields& names, u32_t languageType, JitMethod& method) const {
-    std::string moduleName = names.moduleName;
-    std::string methodName = names.methodName;
-    std::string className = names.className;
+    // The names are copied only where the Java forms are rewritten: every record passes here.
+    const std::string* moduleName = &names.moduleName;
+    const std::string* methodName = &names.methodName;
+    const std::string* className = &names.className;
     bool javaNames = false;
     if (languageType == kLanguageJava) {
         javaNames = true;
-        if (moduleName.empty())
-            moduleName = kCompiledJavaCode;
-    } else if (isJavaClassShape(className)) {
+        if (moduleName->empty())
+            moduleName = &compiledJavaCode();
+    } else if (isJavaClassShape(*className)) {
         javaNames = true;
-        if (moduleName.empty())
-            moduleName = kDynamicCode;
+        if (moduleName->empty())
+            moduleName = &dynamicCode();
     }
-    if (javaNames && !methodName.empty())
-        methodName = JavaSignatureParser::parseMethodName(methodName);
-    if (javaNames && !className.empty())
-        className = JavaSignatureParser::parseClassName(className);
+    std::string javaMethodName;
+    std::string javaClassName;
+    if (javaNames && !methodName->empty()) {
+        javaMethodName = JavaSignatureParser::parseMethodName(*methodName);
+        methodName = &javaMethodName;
+    }
+    if (javaNames && !className->empty()) {
+        javaClassName = JavaSignatureParser::parseClassName(*className);
+        className = &javaClassName;
+    }
 
     BaseMethodInfo& info = *method.methodInfo();
-    setNames(info, className, methodName);
-    const bool bogus = isDefaultModuleName(moduleName) || m_collectorType == ctJitProfiler;
-    info.m_module = module(moduleName, bogus ? meSuccess : meNotFound, names.architecture);
+    setNames(info, *className, *methodName);
+    const bool bogus = isDefaultModuleName(*moduleName) || m_collectorType == ctJitProfiler;
+    info.m_module = module(*moduleName, bogus ? meSuccess : meNotFound, names.architecture);
 }
 
 boost::shared_ptr<IByteBuffer> JitFileDecoder::keptBytes(const char* code, u32_t codeSize) const {

@@ -16,22 +16,21 @@ const u32_t g_noIlOffset = 0xFFFFFFFF;
 
 // Runtime names come dotted; users read "::" between the parts. Runs of dots
 // and dots at either end part nothing.
-std::string joinDottedParts(const std::string& name) {
-    std::string joined;
-    joined.reserve(name.size() + 8);
+void appendDottedParts(std::string& out, const std::string& name) {
+    bool first = true;
     std::string::size_type start = 0;
     while (start < name.size()) {
         std::string::size_type end = name.find('.', start);
         if (end == std::string::npos)
             end = name.size();
         if (end > start) {
-            if (!joined.empty())
-                joined += "::";
-            joined.append(name, start, end - start);
+            if (!first)
+                out += "::";
+            out.append(name, start, end - start);
+            first = false;
         }
         start = end + 1;
     }
-    return joined;
 }
 
 const std::vector<korvane_line_number_entry>* tableOf(const JitMethod::LineInfoHolder& holder,
@@ -80,17 +79,23 @@ BaseMethodInfo::BaseMethodInfo() : m_baseMethodId{0, 0}, m_baseParentId{0, 0}, m
 void BaseMethodInfo::setClassName(const std::string& name) {
     if (name.empty())
         return;
-    m_className = joinDottedParts(name);
+    std::string joined;
+    joined.reserve(name.size() + 8);
+    appendDottedParts(joined, name);
+    m_className = std::move(joined);
 }
 
 void BaseMethodInfo::setMethodName(const std::string& name) {
     if (name.empty())
         return;
-    std::string working = m_className.empty() ? std::string() : m_className + "::";
-    working += joinDottedParts(name);
-    const std::string::size_type parameters = working.find('(');
-    m_methodName = parameters == std::string::npos ? working : working.substr(0, parameters);
-    m_qualifiedMethodName = working;
+    // Built once in place: a method of every record read passes here.
+    std::string qualified;
+    qualified.reserve(m_className.size() + name.size() + 10);
+    if (!m_className.empty())
+        qualified.append(m_className).append("::");
+    appendDottedParts(qualified, name);
+    m_methodName.assign(qualified, 0, qualified.find('('));
+    m_qualifiedMethodName = std::move(qualified);
 }
 
 ISourceFile::Ptr BaseMethodInfo::getSourceFile() const {

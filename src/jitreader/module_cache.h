@@ -17,6 +17,8 @@ public:
 
 private:
     std::unordered_map<std::string, Module::Ptr> m_modules;
+    // Records in a row mostly name the module of the record before: found without making a key.
+    Module::Ptr m_last;
 };
 
 } // namespace korvane_3_10
