@@ -11,6 +11,8 @@ namespace korvane_3_10 {
 class ByteBuffer final : public IByteBuffer {
 public:
     ByteBuffer() : m_buffer(512, 0), m_size(0) {}
+    // Exactly these bytes, with no room beyond: what a decoded region keeps for its whole life.
+    ByteBuffer(const unsigned char* bytes, u32_t length) : m_buffer(bytes, bytes + length), m_size(length) {}
 
     u32_t size() const override { return m_size; }
     const void* data() const override { return m_size == 0 ? nullptr : m_buffer.data(); }

@@ -1,12 +1,15 @@
 // Framing of .jit trace files and decoding of their record payloads.
 #include "jitreader/jit_file_decoder.h"
 
+#include "jitreader/byte_buffer.h"
 #include "jitreader/inline_record_fields.h"
 #include "jitreader/java_signature_parser.h"
 #include "jitreader/logging.h"
 #include "jitreader/method_report.h"
 #include "jitreader/payload_reader.h"
 #include "jitreader/update_record_fields.h"
+
+#include <boost/make_shared.hpp>
 
 KORVANE_DEFINE_FILE_LOGGER()
 
@@ -487,9 +490,8 @@ void JitFileDecoder::storeNamesAndModule(const NameFields& names, u32_t language
 boost::shared_ptr<IByteBuffer> JitFileDecoder::keptBytes(const char* code, u32_t codeSize) const {
     if (!code || codeSize == 0 || (m_decodingMode & dmFull) == 0)
         return boost::shared_ptr<IByteBuffer>();
-    const boost::shared_ptr<IByteBuffer> buffer = IByteBuffer::create();
-    buffer->assign(code, codeSize);
-    return buffer;
+    // One allocation for the buffer and its count, and no room beyond the code.
+    return boost::make_shared<ByteBuffer>(reinterpret_cast<const unsigned char*>(code), codeSize);
 }
 
 Region::Ptr JitFileDecoder::newRegion(address_t startAddress, u32_t length, u64_t loadTime, jit_rva_t startJitRva,
