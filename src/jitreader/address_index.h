@@ -37,6 +37,8 @@ public:
     bool isBuilt() const { return m_built; }
     // Drops the index: the tables it copies are changing.
     void clear();
+    // Room for this many pieces, so that building the index copies none of them.
+    void reservePieces(std::size_t count) { m_pieces.reserve(count); }
     // Pieces come in address order, each followed by its entries in load time order.
     void addPiece(const Range& range);
     void addEntry(u64_t loadTime, Region* region, JitMethod* method);

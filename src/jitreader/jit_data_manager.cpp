@@ -814,6 +814,7 @@ void JitDataManager::sealAfterReading() {
 void JitDataManager::buildAddressIndex(ProcessDomain& process) {
     AddressIndex& index = process.m_index;
     index.clear();
+    index.reservePieces(process.m_domain.size());
     for (const auto& key : process.m_domain) {
         index.addPiece(key.first);
         const JitMethodContainer& container = *key.second;

@@ -141,6 +141,9 @@ void Region::addChildRegion(Ptr child, MethodPtr method) {
 }
 
 korvane_error_t Region::normalizeInlineJitRvaRanges(jit_rva_t parentRva, address_t parentAddress) {
+    // Most regions hold no inlines: nothing to walk.
+    if (m_inlinedRegions.empty() && m_inlinedMethods.empty())
+        return meSuccess;
     const u64_t delta = parentRva - parentAddress;
     // Depth first in the order of a recursion, on a stack of its own: a chain of
     // nested inlines may be as long as a file. Each entry is a region and the
