@@ -5,6 +5,7 @@
 #include "jitreader/logging.h"
 
 #include <exception>
+#include <utility>
 
 KORVANE_DEFINE_FILE_LOGGER()
 
@@ -91,7 +92,8 @@ ISymbol::Ptr SymbolResolver::getSymbol(jit_rva_t jitRva) {
     JitMethod::Ptr method;
     if (m_jitDataManager.resolveJitPoint(jitRva, method) != meSuccess || !method)
         return ISymbol::Ptr();
-    return method;
+    // Handed over, not copied: the count of a method far from the caches is touched once.
+    return ISymbol::Ptr(std::move(method));
 }
 
 korvane_error_t SymbolResolver::getCalleeRegion(jit_rva_t callerJitRva, address_t target, jit_rva_t* calleeJitRva) {
