@@ -792,7 +792,11 @@ void JitDataManager::indexProcess(u32_t pid, u32_t hostId) {
 
 void JitDataManager::expectFileBytes(u64_t bytes) {
     const u64_t records = std::min(bytes / g_bytesPerExpectedRecord, g_mostExpectedRecords);
-    m_jitMethods.reserve(m_jitMethods.size() + static_cast<std::size_t>(records));
+    const std::size_t wanted = m_jitMethods.size() + static_cast<std::size_t>(records);
+    // Processes read one at a time ask for a little more each time: the table
+    // grows at least twofold then, so that it is not rehashed for every process.
+    if (wanted > m_jitMethods.bucket_count() * m_jitMethods.max_load_factor())
+        m_jitMethods.reserve(std::max(wanted, 2 * m_jitMethods.size()));
 }
 
 void JitDataManager::sealAfterReading() {
