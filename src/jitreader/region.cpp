@@ -72,7 +72,9 @@ Region::Region()
 Region::Region(const Region& other)
     : ICodeRegion(other), m_hostId(other.m_hostId), m_processId(other.m_processId), m_startJitRva(other.m_startJitRva),
       m_loadTime(other.m_loadTime), m_unloadTime(other.m_unloadTime), m_startAddress(other.m_startAddress),
-      m_length(other.m_length), m_inlineNotes(0), m_owner(nullptr), m_markupRanges(other.m_markupRanges) {
+      m_length(other.m_length), m_inlineNotes(0), m_owner(nullptr) {
+    if (!other.markupRanges().empty())
+        ownParts().markupRanges = other.markupRanges();
     if (other.m_content) {
         m_content = IByteBuffer::create();
         m_content->assign(other.m_content->data(), other.m_content->size());
@@ -82,10 +84,12 @@ Region::Region(const Region& other)
 Region::~Region() {
     // A chain of nested inlines may be as long as a file: the regions and methods
     // that die with this one are taken apart here one at a time, not by recursion.
+    if (!m_parts)
+        return;
     std::vector<Ptr> regions;
     std::vector<MethodPtr> methods;
-    regions.swap(m_inlinedRegions);
-    methods.swap(m_inlinedMethods);
+    regions.swap(m_parts->inlinedRegions);
+    methods.swap(m_parts->inlinedMethods);
     while (!regions.empty() || !methods.empty()) {
         if (!methods.empty()) {
             const MethodPtr method = std::move(methods.back());
@@ -96,12 +100,13 @@ Region::~Region() {
         }
         const Ptr region = std::move(regions.back());
         regions.pop_back();
-        if (!isSoleOwner(region))
+        if (!isSoleOwner(region) || !region->m_parts)
             continue;
-        std::move(region->m_inlinedRegions.begin(), region->m_inlinedRegions.end(), std::back_inserter(regions));
-        std::move(region->m_inlinedMethods.begin(), region->m_inlinedMethods.end(), std::back_inserter(methods));
-        region->m_inlinedRegions.clear();
-        region->m_inlinedMethods.clear();
+        Parts& parts = *region->m_parts;
+        std::move(parts.inlinedRegions.begin(), parts.inlinedRegions.end(), std::back_inserter(regions));
+        std::move(parts.inlinedMethods.begin(), parts.inlinedMethods.end(), std::back_inserter(methods));
+        parts.inlinedRegions.clear();
+        parts.inlinedMethods.clear();
     }
 }
 
@@ -110,8 +115,8 @@ ISymbol::Ptr Region::getInlinedSymbol(jit_rva_t jitRva) const { return getInline
 ICodeRegion::Ptr Region::getInlinedCodeRegion(jit_rva_t jitRva) const { return getInlinedRegion(jitRva); }
 
 u32_t Region::getInlineIndex(jit_rva_t jitRva) const {
-    for (std::size_t index = 0; index < m_inlinedRegions.size(); ++index) {
-        const Region& child = *m_inlinedRegions[index];
+    for (std::size_t index = 0; index < inlinedRegions().size(); ++index) {
+        const Region& child = *inlinedRegions()[index];
         if (child.m_startJitRva <= jitRva && jitRva - child.m_startJitRva < child.m_length)
             return static_cast<u32_t>(index);
     }
@@ -120,29 +125,41 @@ u32_t Region::getInlineIndex(jit_rva_t jitRva) const {
 
 Region::MethodPtr Region::getInlinedMethod(jit_rva_t jitRva) const {
     const u32_t index = getInlineIndex(jitRva);
-    return index < m_inlinedMethods.size() ? m_inlinedMethods[index] : MethodPtr();
+    return index < inlinedMethods().size() ? inlinedMethods()[index] : MethodPtr();
 }
 
 Region::Ptr Region::getInlinedRegion(jit_rva_t jitRva) const {
     const u32_t index = getInlineIndex(jitRva);
-    return index < m_inlinedRegions.size() ? m_inlinedRegions[index] : Ptr();
+    return index < inlinedRegions().size() ? inlinedRegions()[index] : Ptr();
 }
 
 skeinkit2::generic_iterator_t<ICodeRegion::Ptr> Region::getInlinedRegions() const {
     typedef skeinkit2::iterutil::stl_iterator_impl_t<Ptr, std::vector<Ptr>::const_iterator> Source;
     typedef skeinkit2::generic_iterator_t<ICodeRegion::Ptr> Result;
     return Result::adopt(
-        new Result::converting_iterator_impl_t<Ptr>(new Source(m_inlinedRegions.begin(), m_inlinedRegions.end())));
+        new Result::converting_iterator_impl_t<Ptr>(new Source(inlinedRegions().begin(), inlinedRegions().end())));
 }
 
 void Region::addChildRegion(Ptr child, MethodPtr method) {
-    m_inlinedRegions.push_back(child);
-    m_inlinedMethods.push_back(method);
+    Parts& parts = ownParts();
+    parts.inlinedRegions.push_back(child);
+    parts.inlinedMethods.push_back(method);
+}
+
+const Region::Parts& Region::parts() const {
+    static const Parts none;
+    return m_parts ? *m_parts : none;
+}
+
+Region::Parts& Region::ownParts() {
+    if (!m_parts)
+        m_parts.reset(new Parts());
+    return *m_parts;
 }
 
 korvane_error_t Region::normalizeInlineJitRvaRanges(jit_rva_t parentRva, address_t parentAddress) {
     // Most regions hold no inlines: nothing to walk.
-    if (m_inlinedRegions.empty() && m_inlinedMethods.empty())
+    if (inlinedRegions().empty() && inlinedMethods().empty())
         return meSuccess;
     const u64_t delta = parentRva - parentAddress;
     // Depth first in the order of a recursion, on a stack of its own: a chain of
@@ -153,16 +170,16 @@ korvane_error_t Region::normalizeInlineJitRvaRanges(jit_rva_t parentRva, address
         Region& region = *path.back().first;
         const std::size_t index = path.back().second++;
         if (index == 0)
-            KORVANE_ASSERT(region.m_inlinedRegions.size() == region.m_inlinedMethods.size());
-        if (index >= region.m_inlinedRegions.size()) {
+            KORVANE_ASSERT(region.inlinedRegions().size() == region.inlinedMethods().size());
+        if (index >= region.inlinedRegions().size()) {
             path.pop_back();
             continue;
         }
-        Region& child = *region.m_inlinedRegions[index];
+        Region& child = *region.inlinedRegions()[index];
         const jit_rva_t rva = delta + child.m_startAddress;
         child.m_startJitRva = rva;
-        if (index < region.m_inlinedMethods.size() && region.m_inlinedMethods[index]) {
-            JitMethod& method = *region.m_inlinedMethods[index];
+        if (index < region.inlinedMethods().size() && region.inlinedMethods()[index]) {
+            JitMethod& method = *region.inlinedMethods()[index];
             method.setStartJitRva(rva);
             // Later finalisations find the tables in place already.
             if (!method.lineTablesPlaced()) {
@@ -209,7 +226,7 @@ korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const 
         return meNotFound;
     const Range key = {codeAddr, codeLen};
     const std::pair<MarkupRanges::iterator, bool> inserted =
-        m_markupRanges.insert(std::make_pair(key, RangeProps{segType, rangeName}));
+        ownParts().markupRanges.insert(std::make_pair(key, RangeProps{segType, rangeName}));
     korvane_segment_type_t effectiveType = segType;
     if (!inserted.second) {
         const Range& existing = inserted.first->first;
@@ -253,10 +270,10 @@ korvane_error_t Region::addBytesUpdate(address_t codeAddr, u32_t codeLen, const 
 }
 
 void Region::dumpInlines(ustringstream& stream, u32_t indent, u32_t& budget) {
-    KORVANE_ASSERT(m_inlinedRegions.size() == m_inlinedMethods.size());
+    KORVANE_ASSERT(inlinedRegions().size() == inlinedMethods().size());
     if (indent > g_maxDumpIndent)
         return;
-    for (std::size_t index = 0; index < m_inlinedRegions.size(); ++index) {
+    for (std::size_t index = 0; index < inlinedRegions().size(); ++index) {
         // A report of a method lists so many inlines and then says that there are more, once.
         if (budget == 0) {
             stream << std::endl << std::setfill(' ') << std::setw(static_cast<int>(indent)) << "" << "...";
@@ -265,14 +282,14 @@ void Region::dumpInlines(ustringstream& stream, u32_t indent, u32_t& budget) {
         if (budget == g_budgetMarked)
             return;
         --budget;
-        const Region& child = *m_inlinedRegions[index];
-        const JitMethod* method = index < m_inlinedMethods.size() ? m_inlinedMethods[index].get() : nullptr;
+        const Region& child = *inlinedRegions()[index];
+        const JitMethod* method = index < inlinedMethods().size() ? inlinedMethods()[index].get() : nullptr;
         stream << std::endl
                << std::setfill(' ') << std::setw(static_cast<int>(indent)) << "#" << std::dec << index + 1 << " "
                << (method ? method->getMethodName() : "")
                << " (method id = " << prefixedHex(method ? method->getRawMethodId() : 0u)
                << ", ip range = " << prefixedHex(child.m_startAddress) << "-" << prefixedHex(child.endAddress()) << ")";
-        m_inlinedRegions[index]->dumpInlines(stream, indent + 4, budget);
+        inlinedRegions()[index]->dumpInlines(stream, indent + 4, budget);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <korvane/interfaces.h>
 
 #include <map>
+#include <memory>
 #include <vector>
 
 namespace korvane_3_10 {
@@ -69,9 +70,9 @@ public:
     u64_t loadTime() const { return m_loadTime; }
     u64_t unloadTime() const { return m_unloadTime; }
     const boost::shared_ptr<IByteBuffer>& content() const { return m_content; }
-    const std::vector<Ptr>& inlinedRegions() const { return m_inlinedRegions; }
-    const std::vector<MethodPtr>& inlinedMethods() const { return m_inlinedMethods; }
-    const MarkupRanges& markupRanges() const { return m_markupRanges; }
+    const std::vector<Ptr>& inlinedRegions() const { return parts().inlinedRegions; }
+    const std::vector<MethodPtr>& inlinedMethods() const { return parts().inlinedMethods; }
+    const MarkupRanges& markupRanges() const { return parts().markupRanges; }
 
     void setHostId(u32_t hostId) { m_hostId = hostId; }
     void setProcessId(u32_t processId) { m_processId = processId; }
@@ -99,9 +100,19 @@ private:
     mutable u32_t m_inlineNotes;
     JitMethod* m_owner;
     boost::shared_ptr<IByteBuffer> m_content;
-    std::vector<Ptr> m_inlinedRegions;
-    std::vector<MethodPtr> m_inlinedMethods;
-    MarkupRanges m_markupRanges;
+    // What few regions get, inlines and the markup of updates, apart from the
+    // rest: a region is small, and a trace holds one for each method and inline.
+    struct Parts {
+        std::vector<Ptr> inlinedRegions;
+        std::vector<MethodPtr> inlinedMethods;
+        MarkupRanges markupRanges;
+    };
+    // The parts, empty ones for a region that has none.
+    const Parts& parts() const;
+    // The parts, made on first need.
+    Parts& ownParts();
+
+    std::unique_ptr<Parts> m_parts;
 };
 
 } // namespace korvane_3_10
