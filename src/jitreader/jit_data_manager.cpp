@@ -172,7 +172,18 @@ korvane_error_t noMethodFor(const Region& found) {
 
 } // namespace
 
-JitDataManager::JitDataManager() : m_jitRvaIndexBuilt(false), m_jitIdConverterReady(false), m_collectorType(0) {}
+JitDataManager::JitDataManager()
+    : m_jitRvaDomain(&m_tableMemory), m_jitRvaIndexBuilt(false), m_jitIdConverterReady(false), m_collectorType(0) {}
+
+JitDataManager::JitMethodContainer::Ptr JitDataManager::newContainer() const {
+    return boost::allocate_shared<JitMethodContainer>(std::pmr::polymorphic_allocator<JitMethodContainer>(&m_tableMemory),
+                                                      &m_tableMemory);
+}
+
+JitDataManager::JitMethodContainer::Ptr JitDataManager::copyContainer(const JitMethodContainer& other) const {
+    return boost::allocate_shared<JitMethodContainer>(std::pmr::polymorphic_allocator<JitMethodContainer>(&m_tableMemory),
+                                                      other, &m_tableMemory);
+}
 
 skeinkit2::generic_iterator_t<ISymbol::Ptr> JitDataManager::getJitMethods() const {
     return skeinkit2::generic_iterator_t<ISymbol::Ptr>::adopt(
@@ -202,7 +213,7 @@ JitDataManager::SingleRegionDomain& JitDataManager::createSingleRegionDomain(u32
         host = m_singleRegionDomains.insert(std::make_pair(hostId, std::map<u32_t, ProcessDomain>())).first;
     auto process = host->second.find(pid);
     if (process == host->second.end())
-        process = host->second.insert(std::make_pair(pid, ProcessDomain())).first;
+        process = host->second.emplace(pid, ProcessDomain(&m_tableMemory)).first;
     // The table is about to change: its index would point at pieces that go.
     if (process->second.m_index.isBuilt())
         process->second.m_index.clear();
@@ -293,7 +304,7 @@ korvane_error_t JitDataManager::splitRegions(const Region::Ptr& region, const Ji
 
 korvane_error_t JitDataManager::addFreshPiece(const Range& range, const Region::Ptr& region,
                                               const JitMethod::Ptr& method, SingleRegionDomain& splittedRegions) const {
-    JitMethodContainer::Ptr container = boost::make_shared<JitMethodContainer>();
+    JitMethodContainer::Ptr container = newContainer();
     const korvane_error_t result = modifyRegionAssosiatedData(method, region, container);
     if (result != meSuccess)
         return result;
@@ -308,14 +319,14 @@ korvane_error_t JitDataManager::splitKey(const Region::Ptr& region, const JitMet
     // Untouched history is copied before the key's own container takes the
     // new region, so that the copies don't get it.
     if (newStart > keyStart &&
-        addSplittedRegion(rangeBetween(keyStart, newStart), boost::make_shared<JitMethodContainer>(*old),
+        addSplittedRegion(rangeBetween(keyStart, newStart), copyContainer(*old),
                           splittedRegions) != meSuccess)
         return meNotFound;
     if (newStart < keyStart &&
         addFreshPiece(rangeBetween(newStart, keyStart), region, method, splittedRegions) != meSuccess)
         return meNotFound;
     if (newEnd < keyEnd &&
-        addSplittedRegion(rangeBetween(newEnd, keyEnd), boost::make_shared<JitMethodContainer>(*old),
+        addSplittedRegion(rangeBetween(newEnd, keyEnd), copyContainer(*old),
                           splittedRegions) != meSuccess)
         return meNotFound;
     if (newEnd > keyEnd && addFreshPiece(rangeBetween(keyEnd, newEnd), region, method, splittedRegions) != meSuccess)
@@ -414,7 +425,7 @@ korvane_error_t JitDataManager::placeRegion(u32_t pid, u32_t hostId, const JitMe
         m_jitRvaIndex.clear();
     }
 
-    JitMethodContainer::Ptr container = boost::make_shared<JitMethodContainer>();
+    JitMethodContainer::Ptr container = newContainer();
     if (!container->m_timeDomain.insert(std::make_pair(loadTime, region)).second)
         return refuseRegion(*rawMethod, *region, ") because load time values are overlapped.");
     if (!container->m_regionIdDomain.insert(std::make_pair(jitRva, jitMethod)).second)
@@ -806,8 +817,15 @@ void JitDataManager::sealAfterReading() {
     m_jitRvaIndex.clear();
     m_jitRvaIndex.reserve(m_jitRvaDomain.size());
     for (const auto& entry : m_jitRvaDomain)
-        m_jitRvaIndex.append(entry.first, JitRvaHit{entry.second.m_method.get(), &entry.second});
+        m_jitRvaIndex.append(entry.first, JitRvaHit{entry.second.m_method.get(), entry.second.m_region.get()});
     m_jitRvaIndexBuilt = true;
+    // The indexes answer every query from here on, and the methods in the
+    // storage own every region the tables held: a quarter of the memory goes.
+    JitRvaDomain(&m_tableMemory).swap(m_jitRvaDomain);
+    for (auto& host : m_singleRegionDomains)
+        for (auto& process : host.second)
+            SingleRegionDomain(&m_tableMemory).swap(process.second.m_domain);
+    m_tableMemory.release();
     // Inlines still waiting here have no parent to come; the queries never see them.
     m_inlineIndex = InlineIndex();
     std::vector<Unfinalized>().swap(m_unfinalized);
@@ -954,13 +972,7 @@ korvane_error_t JitDataManager::resolveJitPoint(jit_rva_t jitRva, JitMethod::Ptr
         KORVANE_LOG_TRACE("Couldn't resolve jit rva = " << hex(jitRva) << " because it is invalid.");
         return meNotFound;
     }
-    JitMethod* found = nullptr;
-    if (m_jitRvaIndexBuilt) {
-        const JitRvaHit* hit = m_jitRvaIndex.find(jitRva);
-        found = hit ? hit->method : nullptr;
-    } else if (const RegionInfo* info = findJitRva(jitRva)) {
-        found = info->m_method.get();
-    }
+    JitMethod* found = findJitRva(jitRva).method;
     if (!found) {
         KORVANE_LOG_TRACE("Couldn't resolve jit rva = " << hex(jitRva) << " because it is out of the jit rva domain.");
         return meNotFound;
@@ -974,22 +986,24 @@ korvane_error_t JitDataManager::getCalleeTarget(u64_t callerJitRva, u64_t target
                                                 u64_t& calleeJitRva) const {
     if (callerJitRva == g_noJitRva)
         return meNotFound;
-    const RegionInfo* caller = findJitRva(callerJitRva);
+    const Region* caller = findJitRva(callerJitRva).region;
     if (!caller)
         return meNotFound;
-    const Region& region = *caller->m_region;
+    const Region& region = *caller;
     JitMethod::Ptr method;
     return resolveJitPoint(targetAddress, region.loadTime(), region.processId(), region.hostId(), method,
                            calleeJitRva);
 }
 
-const JitDataManager::RegionInfo* JitDataManager::findJitRva(jit_rva_t jitRva) const {
+JitDataManager::JitRvaHit JitDataManager::findJitRva(jit_rva_t jitRva) const {
     if (m_jitRvaIndexBuilt) {
         const JitRvaHit* found = m_jitRvaIndex.find(jitRva);
-        return found ? found->info : nullptr;
+        return found ? *found : JitRvaHit();
     }
     const auto found = m_jitRvaDomain.find(Range{jitRva, 1});
-    return found == m_jitRvaDomain.end() ? nullptr : &found->second;
+    if (found == m_jitRvaDomain.end())
+        return JitRvaHit();
+    return JitRvaHit{found->second.m_method.get(), found->second.m_region.get()};
 }
 
 korvane_error_t JitDataManager::translateToJitRva(u32_t jitId, u64_t address, u64_t start, u64_t end,
@@ -1008,19 +1022,26 @@ korvane_error_t JitDataManager::translateToJitRva(u32_t jitId, u64_t address, u6
 }
 
 void JitDataManager::fillJitIdConverter() const {
-    if (m_jitRvaDomain.empty())
+    const std::size_t count = m_jitRvaIndexBuilt ? m_jitRvaIndex.size() : m_jitRvaDomain.size();
+    std::vector<u64_t> jitRvas;
+    std::vector<u64_t> lengths;
+    std::vector<u64_t> addresses;
+    jitRvas.reserve(count);
+    lengths.reserve(count);
+    addresses.reserve(count);
+    const auto note = [&](const Region& region) {
+        jitRvas.push_back(region.startJitRva());
+        lengths.push_back(region.length());
+        addresses.push_back(region.startAddress());
+    };
+    // Once everything is read only the index holds the regions, in the table's order.
+    if (m_jitRvaIndexBuilt)
+        m_jitRvaIndex.forEach([&](const JitRvaHit& hit) { note(*hit.region); });
+    else
+        for (const auto& entry : m_jitRvaDomain)
+            note(*entry.second.m_region);
+    if (jitRvas.empty())
         return;
-    std::vector<u64_t> jitRvas(m_jitRvaDomain.size());
-    std::vector<u64_t> lengths(m_jitRvaDomain.size());
-    std::vector<u64_t> addresses(m_jitRvaDomain.size());
-    std::size_t index = 0;
-    for (const auto& entry : m_jitRvaDomain) {
-        const Region& region = *entry.second.m_region;
-        jitRvas[index] = region.startJitRva();
-        lengths[index] = region.length();
-        addresses[index] = region.startAddress();
-        ++index;
-    }
     m_jitIdConverter.initialize(jitRvas, lengths, addresses);
     m_jitIdConverterReady.store(true, std::memory_order_release);
 }

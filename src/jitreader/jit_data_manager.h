@@ -17,6 +17,7 @@
 
 #include <atomic>
 #include <map>
+#include <memory_resource>
 #include <unordered_map>
 #include <vector>
 
@@ -32,13 +33,19 @@ public:
     // All regions that ever lay over one piece of address space.
     struct JitMethodContainer {
         typedef boost::shared_ptr<JitMethodContainer> Ptr;
-        std::map<u64_t, Region::Ptr> m_timeDomain;
-        std::map<u64_t, JitMethod::Ptr> m_regionIdDomain;
+        explicit JitMethodContainer(std::pmr::memory_resource* memory)
+            : m_timeDomain(memory), m_regionIdDomain(memory) {}
+        JitMethodContainer(const JitMethodContainer& other, std::pmr::memory_resource* memory)
+            : m_timeDomain(other.m_timeDomain, memory), m_regionIdDomain(other.m_regionIdDomain, memory) {}
+        std::pmr::map<u64_t, Region::Ptr> m_timeDomain;
+        std::pmr::map<u64_t, JitMethod::Ptr> m_regionIdDomain;
     };
 
-    typedef std::map<Range, JitMethodContainer::Ptr, Range::Comparator> SingleRegionDomain;
+    // The address and jit RVA tables take their nodes from the store's table
+    // memory, which lets them all go at once when reading is over.
+    typedef std::pmr::map<Range, JitMethodContainer::Ptr, Range::Comparator> SingleRegionDomain;
     typedef SingleRegionDomain::iterator SingleRegionDomainItr;
-    typedef std::map<Range, RegionInfo, Range::Comparator> JitRvaDomain;
+    typedef std::pmr::map<Range, RegionInfo, Range::Comparator> JitRvaDomain;
     typedef std::map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Comparator> MethodMap;
     // Looked up by id alone: a tree of digests costs a cache miss per comparison.
     typedef std::unordered_map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Hash> MethodTable;
@@ -72,7 +79,8 @@ public:
     // A flat copy of one process's address table for the point queries, once the process is read.
     void indexProcess(u32_t pid, u32_t hostId);
     // Nothing more will be read: flat copies of all tables for the point queries,
-    // and what only reading needs (inline placement, waiting inlines) let go.
+    // and what only reading needs let go, the tables themselves among it. The
+    // regions and methods stay with the methods that own them.
     void sealAfterReading();
 
     korvane_error_t findRegion(u64_t address, u64_t tsc, u32_t pid, u32_t hostId, Region::Ptr& region,
@@ -86,11 +94,22 @@ public:
     korvane_error_t getCalleeTarget(u64_t callerJitRva, u64_t targetAddress, u64_t& calleeJitRva) const;
 
 private:
+    // An entry of the jit RVA table as its index keeps it: the method stands
+    // beside the region, so that a lookup touches no node.
+    struct JitRvaHit {
+        JitMethod* method = nullptr;
+        Region* region = nullptr;
+    };
+
     // A process's address table and, once the process is read, its flat index.
     struct ProcessDomain {
+        explicit ProcessDomain(std::pmr::memory_resource* memory) : m_domain(memory) {}
         SingleRegionDomain m_domain;
         AddressIndex m_index;
     };
+
+    JitMethodContainer::Ptr newContainer() const;
+    JitMethodContainer::Ptr copyContainer(const JitMethodContainer& other) const;
 
     const ProcessDomain* findProcessDomain(u32_t pid, u32_t hostId) const;
     static void buildAddressIndex(ProcessDomain& process);
@@ -98,7 +117,8 @@ private:
     const AddressIndex* builtIndex(u32_t pid, u32_t hostId) const;
     korvane_error_t findIndexedRegion(const AddressIndex& index, u64_t address, u64_t tsc,
                                       const AddressIndex::Entry*& found) const;
-    const RegionInfo* findJitRva(jit_rva_t jitRva) const;
+    // The method and region whose jit RVA range holds the number; nulls when none does.
+    JitRvaHit findJitRva(jit_rva_t jitRva) const;
     korvane_error_t splitRegions(const Region::Ptr& region, const JitMethod::Ptr& method,
                                  const SingleRegionDomainItr& first, const SingleRegionDomainItr& last,
                                  SingleRegionDomain& splittedRegions) const;
@@ -131,17 +151,15 @@ private:
                                SingleRegionDomainItr last) const;
     void fillJitIdConverter() const;
 
+    // Declared before the tables, so that it outlives them. Pieces are made while
+    // the tables are read, from const splitting steps as well.
+    mutable std::pmr::unsynchronized_pool_resource m_tableMemory;
     JitRvaDomain m_jitRvaDomain;
     MethodTable m_jitMethods;
     MethodTable m_inlineMethods;
     MethodMultiMap m_cachedParentMethods;
     std::map<u32_t, std::map<u32_t, ProcessDomain> > m_singleRegionDomains;
     // Built once everything is read; any later change of the table drops it.
-    // The method stands beside its entry, so that a lookup touches no node.
-    struct JitRvaHit {
-        JitMethod* method;
-        const RegionInfo* info;
-    };
     RangeIndex<JitRvaHit> m_jitRvaIndex;
     bool m_jitRvaIndexBuilt;
     std::vector<ISymbol::Ptr> m_jitMethodStorage;

@@ -31,6 +31,13 @@ public:
         m_slots.push_back(Slot{range.m_length, value});
     }
     Value& back() { return m_slots.back().value; }
+    std::size_t size() const { return m_slots.size(); }
+    // Each value in the order of the ranges.
+    template <class Visit>
+    void forEach(Visit visit) const {
+        for (const Slot& slot : m_slots)
+            visit(slot.value);
+    }
     // The value of the range that holds the point, null when none does.
     const Value* find(u64_t point) const {
         const std::size_t index = m_blocks.lastAtOrBelow(m_starts, point);
