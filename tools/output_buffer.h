@@ -3,8 +3,10 @@
 #define KORVANE_TOOLS_OUTPUT_BUFFER_H
 
 #include <cstdint>
+#include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 namespace korvane_tool {
 
@@ -17,7 +19,7 @@ public:
     OutputBuffer(const OutputBuffer&) = delete;
     OutputBuffer& operator=(const OutputBuffer&) = delete;
 
-    OutputBuffer& text(const std::string& value);
+    OutputBuffer& text(std::string_view value);
     OutputBuffer& text(const char* value);
     OutputBuffer& character(char value);
     OutputBuffer& decimal(std::uint64_t value);
@@ -30,10 +32,13 @@ public:
     void flush();
 
 private:
-    void flushWhenFull();
+    // Room for `size` more bytes at m_end.
+    void makeRoom(std::size_t size);
 
     std::ostream& m_out;
-    std::string m_text;
+    std::unique_ptr<char[]> m_block;
+    char* m_end; // of the text gathered
+    char* m_limit;
 };
 
 } // namespace korvane_tool

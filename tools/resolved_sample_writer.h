@@ -3,53 +3,110 @@
 #define KORVANE_TOOLS_RESOLVED_SAMPLE_WRITER_H
 
 #include "output_buffer.h"
-
-#include "report/inline_chain.h"
-#include "report/sample_file.h"
+#include "sample_table.h"
 
 #include <korvane/jitreader.h>
 
+#include <array>
+#include <deque>
 #include <ostream>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace korvane_tool {
 
 class ResolvedSampleWriter {
 public:
-    // CSV starts with its header line; JSON Lines has none.
-    ResolvedSampleWriter(korvane_3_10::ISymbolResolver& resolver, bool json, std::ostream& out);
+    // hosts: the names that the samples' host indexes point at. CSV starts with its header
+    // line; JSON Lines has none.
+    ResolvedSampleWriter(korvane_3_10::ISymbolResolver& resolver, const std::deque<std::string>& hosts, bool json,
+                         std::ostream& out);
 
-    // False when the traces could not answer the sample (neither found nor outside JIT code).
-    bool write(const korvane_report::Sample& sample);
+    // Writes each sample in its order. False when the traces could not answer a sample
+    // (neither found nor outside JIT code).
+    bool write(const std::vector<TableSample>& samples);
     void flush() { m_out.flush(); }
 
 private:
-    struct Resolution {
-        korvane_error_t result = meNotFound;
-        korvane_3_10::jit_rva_t jitRva = 0;
-        // Outermost first: the method itself, which carries the module, at least.
-        std::vector<korvane_report::SourceFrame> frames;
+    struct Host {
+        korvane_3_10::u32_t id = 0;
+        std::string field; // the name as the output writes it
+    };
+    struct CodeSpan {
+        korvane_3_10::jit_rva_t start;
+        korvane_3_10::u32_t length;
+        korvane_3_10::ICodeRegion::Ptr region;
+    };
+    // What a method's frames repeat from sample to sample, already written as output fields.
+    struct Method {
+        korvane_3_10::ISymbol::Ptr symbol; // keeps the key alive
+        std::string name;
+        std::string_view module;
+        std::vector<CodeSpan> regions; // read once: the library's iterator allocates
+        // Each source file its lines named, and its field.
+        std::vector<std::pair<std::string, std::string_view>> sourceFiles;
+    };
+    // Views of the fields themselves, so that writing a frame reads no more memory than its text.
+    struct Frame {
+        std::string_view name;
+        std::string_view sourceFile;
+        std::string_view module;
+        korvane_3_10::u32_t line; // 0: no line known
     };
 
-    void resolve(const korvane_report::Sample& sample);
+    // A sample's answer from resolving to writing; its frames lie in m_frames.
+    struct Answer {
+        korvane_3_10::jit_rva_t jitRva;
+        korvane_error_t result;
+        korvane_3_10::u32_t firstFrame;
+        korvane_3_10::u32_t frameCount; // kNotKept: resolved again when written
+    };
+
+    bool writeBatch(const TableSample* samples, std::size_t count);
+    void resolveInAddressOrder(const TableSample* samples, std::size_t count);
+    // Asks the processor for the text of the sample at index, which is written soon.
+    void prefetchText(std::size_t index, std::size_t count) const;
+    // The method at the sample, null when the sample lies outside JIT code or is not answered.
+    korvane_3_10::ISymbol::Ptr locate(const TableSample& sample, Answer& answer);
+    // The method's frame and those of its inlines at the answer's jit RVA, appended to `frames`.
+    void collect(const korvane_3_10::ISymbol::Ptr& symbol, Answer& answer, std::vector<Frame>& frames);
+    Method& method(const korvane_3_10::ISymbol::Ptr& symbol, std::size_t depth);
+    void addFrame(Method& method, korvane_3_10::jit_rva_t jitRva, std::vector<Frame>& frames);
+    std::string_view sourceField(Method& method, const char* sourceFile);
+    std::string_view sharedField(const char* value);
     // The result column; a failure's code is spelled out in m_failure.
-    const std::string& outcome();
-    const std::string& module() const { return m_resolution.frames.front().module; }
-    korvane_3_10::u32_t hostId(const std::string& host);
-    void writeCsv(const korvane_report::Sample& sample);
-    void writeCsvHead(const korvane_report::Sample& sample);
-    void writeJson(const korvane_report::Sample& sample);
-    void writeJsonFrames();
+    const std::string& outcome(korvane_error_t result);
+    std::string field(const std::string& value) const;
+    void writeCsv(const TableSample& sample, const Answer& answer, const Frame* frames);
+    void writeCsvHead(const TableSample& sample, const Answer& answer, const Frame* frames);
+    void writeJson(const TableSample& sample, const Answer& answer, const Frame* frames);
+    void writeJsonFrames(const Frame* frames, std::size_t count);
 
     korvane_3_10::ISymbolResolver& m_resolver;
     bool m_json;
     OutputBuffer m_out;
-    Resolution m_resolution;
+    std::vector<Host> m_hosts;
+    std::unordered_map<const korvane_3_10::ISymbol*, Method> m_methods;
+    // The methods of the sample before, by depth: samples in address order mostly share them.
+    struct Recent {
+        const korvane_3_10::ISymbol* symbol = nullptr;
+        Method* method = nullptr;
+    };
+    std::array<Recent, 4> m_recent;
+    // Module and source file names, each written as a field once.
+    std::unordered_map<std::string, std::string> m_fields;
+    std::string m_fieldKey; // kept, so that looking up a long name allocates nothing
+    // Of the batch: the samples' answers and their frames, in the samples' order, each sample's
+    // outermost first (the method, which carries the module).
+    std::vector<Answer> m_answers;
+    std::vector<Frame> m_frames;
+    std::vector<Frame> m_orderedFrames; // m_frames as they were resolved, in address order
+    // The frames of a sample resolved again as it is written.
+    std::vector<Frame> m_deepFrames;
+    std::string m_noSourceFile;
     std::string m_failure;
-    // Samples mostly come from one host: its id is looked up when the name changes.
-    std::string m_host;
-    korvane_3_10::u32_t m_hostId;
 };
 
 } // namespace korvane_tool
