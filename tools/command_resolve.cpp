@@ -2,6 +2,7 @@
 #include "argument_parser.h"
 #include "command_registry.h"
 #include "input_file.h"
+#include "lasting_objects.h"
 #include "resolved_sample_writer.h"
 #include "sample_table.h"
 #include "trace_directories.h"
@@ -46,9 +47,12 @@ int resolveSamples(const std::vector<std::string>& args, std::ostream& out, std:
     if (!resolver)
         return 1;
 
-    ResolvedSampleWriter writer(*resolver, samples.hosts(), arguments.has("--json"), out);
-    const bool allAnswered = writer.write(samples.samples());
-    writer.flush();
+    std::unique_ptr<ResolvedSampleWriter> writer(
+        new ResolvedSampleWriter(*resolver, samples.hosts(), arguments.has("--json"), out));
+    const bool allAnswered = writer->write(samples.samples());
+    writer->flush();
+    LastingObjects::handOver(writer);
+    LastingObjects::handOver(resolver);
     return allRead && allAnswered ? 0 : 1;
 }
 
