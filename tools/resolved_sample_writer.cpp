@@ -96,8 +96,7 @@ void ResolvedSampleWriter::prefetchText(std::size_t index, std::size_t count) co
     if (answer.frameCount == 0 || answer.frameCount == kNotKept)
         return;
     const Frame& frame = m_frames[answer.firstFrame];
-    __builtin_prefetch(frame.name.data());
-    __builtin_prefetch(frame.sourceFile.data());
+    __builtin_prefetch(frame.name);
 }
 
 void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std::size_t count) {
@@ -107,6 +106,10 @@ void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std
         order[index] = {m_hosts[sample.host].id, sample.pid, sample.ip, static_cast<u32_t>(index)};
     }
     std::sort(order.begin(), order.end());
+    // Samples mostly share methods: a quarter as many as samples is room enough for most runs,
+    // and the table is not rebuilt over and over as it fills.
+    if (m_methods.empty())
+        m_methods.reserve(count / 4);
     m_answers.resize(count);
     m_frames.clear();
     const ISymbol* previous = nullptr;
@@ -185,7 +188,7 @@ ResolvedSampleWriter::Method& ResolvedSampleWriter::method(const ISymbol::Ptr& s
     method.symbol = symbol;
     method.name = field(text(symbol->getQualifiedMethodName()));
     const IModule::Ptr module = symbol->getModule();
-    method.module = sharedField(module ? module->getFilePath() : nullptr);
+    method.module = &sharedField(module ? module->getFilePath() : nullptr);
     method.regions.reserve(1);
     for (auto regions = symbol->getRegions(); !regions.at_end(); regions.next()) {
         const ICodeRegion::Ptr region = regions.current();
@@ -196,29 +199,29 @@ ResolvedSampleWriter::Method& ResolvedSampleWriter::method(const ISymbol::Ptr& s
 }
 
 void ResolvedSampleWriter::addFrame(Method& method, jit_rva_t jitRva, std::vector<Frame>& frames) {
-    Frame frame{method.name, m_noSourceFile, method.module, 0};
+    Frame frame{method.name.data(), static_cast<u32_t>(method.name.size()), 0, &m_noSourceFile, method.module};
     const ISourceLocation::Ptr location = method.symbol->getSourceLocation(jitRva);
     if (location) {
         frame.line = location->getLine();
         const ISourceFile::Ptr file = location->getSourceFile();
         if (file)
-            frame.sourceFile = sourceField(method, file->getSourceFileName());
+            frame.sourceFile = &sourceField(method, file->getSourceFileName());
     }
     frames.push_back(frame);
 }
 
-std::string_view ResolvedSampleWriter::sourceField(Method& method, const char* sourceFile) {
+const std::string& ResolvedSampleWriter::sourceField(Method& method, const char* sourceFile) {
     if (!sourceFile || !*sourceFile)
         return m_noSourceFile;
     for (const auto& known : method.sourceFiles) {
         if (known.first == sourceFile)
-            return known.second;
+            return *known.second;
     }
-    method.sourceFiles.emplace_back(sourceFile, sharedField(sourceFile));
-    return method.sourceFiles.back().second;
+    method.sourceFiles.emplace_back(sourceFile, &sharedField(sourceFile));
+    return *method.sourceFiles.back().second;
 }
 
-std::string_view ResolvedSampleWriter::sharedField(const char* value) {
+const std::string& ResolvedSampleWriter::sharedField(const char* value) {
     m_fieldKey.assign(value ? value : "");
     std::string& shared = m_fields[m_fieldKey];
     if (shared.empty())
@@ -239,7 +242,7 @@ void ResolvedSampleWriter::writeCsvHead(const TableSample& sample, const Answer&
     m_out.decimal(sample.timestamp).character(',').hex(sample.ip).character(',').decimal(sample.pid).character(',');
     m_out.text(m_hosts[sample.host].field).character(',').csvField(outcome(answer.result)).character(',');
     if (answer.result == meSuccess)
-        m_out.hex(answer.jitRva).character(',').text(frames->module).character(',');
+        m_out.hex(answer.jitRva).character(',').text(*frames->module).character(',');
 }
 
 void ResolvedSampleWriter::writeCsv(const TableSample& sample, const Answer& answer, const Frame* frames) {
@@ -251,7 +254,7 @@ void ResolvedSampleWriter::writeCsv(const TableSample& sample, const Answer& ans
     for (std::size_t depth = 0; depth < answer.frameCount; ++depth) {
         const Frame& frame = frames[depth];
         writeCsvHead(sample, answer, frames);
-        m_out.decimal(depth).character(',').text(frame.name).character(',').text(frame.sourceFile);
+        m_out.decimal(depth).character(',').text(frame.nameText()).character(',').text(*frame.sourceFile);
         m_out.character(',');
         if (frame.line)
             m_out.decimal(frame.line);
@@ -264,7 +267,7 @@ void ResolvedSampleWriter::writeJson(const TableSample& sample, const Answer& an
     m_out.text("\",\"pid\":").decimal(sample.pid).text(",\"host\":").text(m_hosts[sample.host].field);
     m_out.text(",\"result\":").jsonString(outcome(answer.result));
     if (answer.result == meSuccess) {
-        m_out.text(",\"jit_rva\":\"").hex(answer.jitRva).text("\",\"module\":").text(frames->module);
+        m_out.text(",\"jit_rva\":\"").hex(answer.jitRva).text("\",\"module\":").text(*frames->module);
         writeJsonFrames(frames, answer.frameCount);
     }
     m_out.text("}\n");
@@ -274,8 +277,8 @@ void ResolvedSampleWriter::writeJsonFrames(const Frame* frames, std::size_t coun
     m_out.text(",\"frames\":[");
     for (std::size_t depth = 0; depth < count; ++depth) {
         const Frame& frame = frames[depth];
-        m_out.text(depth ? ",{\"method\":" : "{\"method\":").text(frame.name).text(",\"source_file\":");
-        m_out.text(frame.sourceFile).text(",\"line\":");
+        m_out.text(depth ? ",{\"method\":" : "{\"method\":").text(frame.nameText()).text(",\"source_file\":");
+        m_out.text(*frame.sourceFile).text(",\"line\":");
         if (frame.line)
             m_out.decimal(frame.line);
         else

@@ -43,17 +43,21 @@ private:
     struct Method {
         korvane_3_10::ISymbol::Ptr symbol; // keeps the key alive
         std::string name;
-        std::string_view module;
+        const std::string* module;
         std::vector<CodeSpan> regions; // read once: the library's iterator allocates
         // Each source file its lines named, and its field.
-        std::vector<std::pair<std::string, std::string_view>> sourceFiles;
+        std::vector<std::pair<std::string, const std::string*>> sourceFiles;
     };
-    // Views of the fields themselves, so that writing a frame reads no more memory than its text.
+    // What writing a frame reads, small, as there is one or more for every sample of a batch:
+    // the method name's text itself, and the few module and source file fields.
     struct Frame {
-        std::string_view name;
-        std::string_view sourceFile;
-        std::string_view module;
+        const char* name;
+        korvane_3_10::u32_t nameLength;
         korvane_3_10::u32_t line; // 0: no line known
+        const std::string* sourceFile;
+        const std::string* module;
+
+        std::string_view nameText() const { return std::string_view(name, nameLength); }
     };
 
     // A sample's answer from resolving to writing; its frames lie in m_frames.
@@ -74,8 +78,8 @@ private:
     void collect(const korvane_3_10::ISymbol::Ptr& symbol, Answer& answer, std::vector<Frame>& frames);
     Method& method(const korvane_3_10::ISymbol::Ptr& symbol, std::size_t depth);
     void addFrame(Method& method, korvane_3_10::jit_rva_t jitRva, std::vector<Frame>& frames);
-    std::string_view sourceField(Method& method, const char* sourceFile);
-    std::string_view sharedField(const char* value);
+    const std::string& sourceField(Method& method, const char* sourceFile);
+    const std::string& sharedField(const char* value);
     // The result column; a failure's code is spelled out in m_failure.
     const std::string& outcome(korvane_error_t result);
     std::string field(const std::string& value) const;
