@@ -32,16 +32,16 @@ const u32_t kNotKept = ~u32_t(0);
 // those of samples this far ahead are fetched while the current one is written.
 const std::size_t kLookAhead = 16;
 
+// A copy of the sample, so that resolving in address order reads the keys one after another.
 struct OrderKey {
+    TableSample sample;
     u32_t hostId;
-    u32_t pid;
-    u64_t ip;
     u32_t index;
 
     bool operator<(const OrderKey& other) const {
         if (hostId != other.hostId)
             return hostId < other.hostId;
-        return pid != other.pid ? pid < other.pid : ip < other.ip;
+        return sample.pid != other.sample.pid ? sample.pid < other.sample.pid : sample.ip < other.sample.ip;
     }
 };
 
@@ -101,10 +101,8 @@ void ResolvedSampleWriter::prefetchText(std::size_t index, std::size_t count) co
 
 void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std::size_t count) {
     std::vector<OrderKey> order(count);
-    for (std::size_t index = 0; index < count; ++index) {
-        const TableSample& sample = samples[index];
-        order[index] = {m_hosts[sample.host].id, sample.pid, sample.ip, static_cast<u32_t>(index)};
-    }
+    for (std::size_t index = 0; index < count; ++index)
+        order[index] = {samples[index], m_hosts[samples[index].host].id, static_cast<u32_t>(index)};
     std::sort(order.begin(), order.end());
     // Samples mostly share methods: a quarter as many as samples is room enough for most runs,
     // and the table is not rebuilt over and over as it fills.
@@ -113,21 +111,22 @@ void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std
     m_answers.resize(count);
     m_frames.clear();
     const ISymbol* previous = nullptr;
-    const Answer* previousAnswer = nullptr;
+    Answer previousAnswer{};
     for (const OrderKey& key : order) {
-        Answer& answer = m_answers[key.index];
-        const ISymbol::Ptr symbol = locate(samples[key.index], answer);
+        Answer answer{};
+        const ISymbol::Ptr symbol = locate(key.sample, answer);
         // The same code as the sample before: its frames serve again.
-        if (symbol && symbol.get() == previous && answer.jitRva == previousAnswer->jitRva)
-            answer = *previousAnswer;
+        if (symbol && symbol.get() == previous && answer.jitRva == previousAnswer.jitRva)
+            answer = previousAnswer;
         else if (symbol)
             collect(symbol, answer, m_frames);
         if (answer.frameCount > kKeptFrames && answer.frameCount != kNotKept) {
             m_frames.resize(answer.firstFrame);
             answer.frameCount = kNotKept;
         }
+        m_answers[key.index] = answer;
         previous = symbol.get();
-        previousAnswer = &answer;
+        previousAnswer = answer;
     }
     // Into the samples' own order, so that writing reads the frames one after another.
     m_orderedFrames.clear();
