@@ -38,7 +38,8 @@ korvane_tracewriter::TraceWriter nestedTrace() {
         trace.inlineLoad(korvane_test::inlineAt(100 + k, k == 1 ? 1 : 100 + k - 1, kBase + 8 * k, kLength - 16 * k, 10, k));
     // Code that a later method takes over at the same address.
     trace.loadV3(korvane_test::methodAt(2, kBase + 0x200, 0x40, 10, "early"));
-    return trace.loadV3(korvane_test::methodAt(3, kBase + 0x200, 0x40, 500, "late, \"quoted\""));
+    trace.loadV3(korvane_test::methodAt(3, kBase + 0x200, 0x40, 500, "late, \"quoted\""));
+    return trace.loadV3(korvane_test::methodAt(4, kBase + 0x300, 0x20, 10, ""));
 }
 
 // Every fourth byte of the code and some native addresses, at two times, on three hosts,
@@ -47,7 +48,7 @@ std::vector<Sample> samples() {
     std::vector<Sample> samples;
     for (const char* host : {"shop.example.net", "web", "nowhere"}) {
         for (const u64_t timestamp : {u64_t(200), u64_t(600)}) {
-            for (u64_t ip = kBase - 8; ip < kBase + 0x248; ip += 4)
+            for (u64_t ip = kBase - 8; ip < kBase + 0x328; ip += 4)
                 samples.push_back({timestamp, ip, 42, host});
         }
     }

@@ -20,24 +20,13 @@ OutputBuffer::OutputBuffer(std::ostream& out)
 
 OutputBuffer::~OutputBuffer() { flush(); }
 
-OutputBuffer& OutputBuffer::text(std::string_view value) {
+OutputBuffer& OutputBuffer::longText(std::string_view value) {
+    flush();
     if (value.size() > kBlockSize) {
-        flush();
         m_out.write(value.data(), static_cast<std::streamsize>(value.size()));
         return *this;
     }
-    makeRoom(value.size());
-    std::memcpy(m_end, value.data(), value.size());
-    m_end += value.size();
-    return *this;
-}
-
-OutputBuffer& OutputBuffer::text(const char* value) { return text(std::string_view(value)); }
-
-OutputBuffer& OutputBuffer::character(char value) {
-    makeRoom(1);
-    *m_end++ = value;
-    return *this;
+    return text(value);
 }
 
 OutputBuffer& OutputBuffer::decimal(std::uint64_t value) {
@@ -67,11 +56,6 @@ void OutputBuffer::flush() {
         return;
     m_out.write(m_block.get(), m_end - m_block.get());
     m_end = m_block.get();
-}
-
-void OutputBuffer::makeRoom(std::size_t size) {
-    if (static_cast<std::size_t>(m_limit - m_end) < size)
-        flush();
 }
 
 } // namespace korvane_tool

@@ -3,6 +3,7 @@
 #define KORVANE_TOOLS_OUTPUT_BUFFER_H
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -19,9 +20,20 @@ public:
     OutputBuffer(const OutputBuffer&) = delete;
     OutputBuffer& operator=(const OutputBuffer&) = delete;
 
-    OutputBuffer& text(std::string_view value);
-    OutputBuffer& text(const char* value);
-    OutputBuffer& character(char value);
+    // Inline, as a row of output is a few dozen of these.
+    OutputBuffer& text(std::string_view value) {
+        if (value.size() > static_cast<std::size_t>(m_limit - m_end))
+            return longText(value);
+        std::memcpy(m_end, value.data(), value.size());
+        m_end += value.size();
+        return *this;
+    }
+    OutputBuffer& text(const char* value) { return text(std::string_view(value)); }
+    OutputBuffer& character(char value) {
+        makeRoom(1);
+        *m_end++ = value;
+        return *this;
+    }
     OutputBuffer& decimal(std::uint64_t value);
     // As hexText: "0x" and lower-case hex, zero as "0x0".
     OutputBuffer& hex(std::uint64_t value);
@@ -33,7 +45,12 @@ public:
 
 private:
     // Room for `size` more bytes at m_end.
-    void makeRoom(std::size_t size);
+    void makeRoom(std::size_t size) {
+        if (static_cast<std::size_t>(m_limit - m_end) < size)
+            flush();
+    }
+    // Text that does not fit in what is left of the block.
+    OutputBuffer& longText(std::string_view value);
 
     std::ostream& m_out;
     std::unique_ptr<char[]> m_block;

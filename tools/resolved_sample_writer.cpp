@@ -4,6 +4,7 @@
 #include "text_output.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace korvane_tool {
 
@@ -31,6 +32,9 @@ const u32_t kNotKept = ~u32_t(0);
 // Samples are written in their own order, so their frames and names lie anywhere in memory:
 // those of samples this far ahead are fetched while the current one is written.
 const std::size_t kLookAhead = 16;
+// The names of the methods one after another, which keeps them on few pages: they are read in
+// the samples' order, all over the table.
+const std::size_t kNameBlock = 1 << 20;
 
 // A copy of the sample, so that resolving in address order reads the keys one after another.
 struct OrderKey {
@@ -49,7 +53,8 @@ struct OrderKey {
 
 ResolvedSampleWriter::ResolvedSampleWriter(ISymbolResolver& resolver, const std::deque<std::string>& hosts, bool json,
                                            std::ostream& out)
-    : m_resolver(resolver), m_json(json), m_out(out), m_noSourceFile(json ? "null" : "") {
+    : m_resolver(resolver), m_json(json), m_out(out), m_nameEnd(nullptr), m_nameRoom(0),
+      m_noSourceFile(json ? "null" : "") {
     m_hosts.resize(hosts.size());
     for (std::size_t index = 0; index < hosts.size(); ++index) {
         getHostIdByName(m_resolver, hosts[index].c_str(), &m_hosts[index].id);
@@ -97,6 +102,7 @@ void ResolvedSampleWriter::prefetchText(std::size_t index, std::size_t count) co
         return;
     const Frame& frame = m_frames[answer.firstFrame];
     __builtin_prefetch(frame.name);
+    __builtin_prefetch(frame.sourceFile);
 }
 
 void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std::size_t count) {
@@ -158,13 +164,7 @@ void ResolvedSampleWriter::collect(const ISymbol::Ptr& symbol, Answer& answer, s
     answer.firstFrame = static_cast<u32_t>(frames.size());
     Method& outermost = method(symbol, 0);
     addFrame(outermost, jitRva, frames);
-    ICodeRegion::Ptr region;
-    for (const CodeSpan& span : outermost.regions) {
-        if (jitRva >= span.start && jitRva - span.start < span.length) {
-            region = span.region;
-            break;
-        }
-    }
+    ICodeRegion::Ptr region = outermost.regionHolding(jitRva);
     while (region && frames.size() - answer.firstFrame <= kMaxDepth) {
         ICodeRegion::Ptr inlined = region->getInlinedCodeRegion(jitRva);
         const ISymbol::Ptr inlinedSymbol = region->getInlinedSymbol(jitRva);
@@ -185,14 +185,18 @@ ResolvedSampleWriter::Method& ResolvedSampleWriter::method(const ISymbol::Ptr& s
     if (method.symbol)
         return method;
     method.symbol = symbol;
-    method.name = field(text(symbol->getQualifiedMethodName()));
+    method.name = keptName(field(text(symbol->getQualifiedMethodName())));
     const IModule::Ptr module = symbol->getModule();
     method.module = &sharedField(module ? module->getFilePath() : nullptr);
-    method.regions.reserve(1);
     for (auto regions = symbol->getRegions(); !regions.at_end(); regions.next()) {
         const ICodeRegion::Ptr region = regions.current();
-        if (region)
-            method.regions.push_back({region->getStartJitRva(), region->getLength(), region});
+        if (!region)
+            continue;
+        const CodeSpan span{region->getStartJitRva(), region->getLength(), region.get()};
+        if (!method.firstRegion.region)
+            method.firstRegion = span;
+        else
+            method.moreRegions.push_back(span);
     }
     return method;
 }
@@ -207,6 +211,22 @@ void ResolvedSampleWriter::addFrame(Method& method, jit_rva_t jitRva, std::vecto
             frame.sourceFile = &sourceField(method, file->getSourceFileName());
     }
     frames.push_back(frame);
+}
+
+std::string_view ResolvedSampleWriter::keptName(const std::string& name) {
+    if (name.empty())
+        return std::string_view("");
+    if (name.size() > m_nameRoom) {
+        const std::size_t size = std::max(kNameBlock, name.size());
+        m_nameBlocks.emplace_back(new char[size]);
+        m_nameEnd = m_nameBlocks.back().get();
+        m_nameRoom = size;
+    }
+    char* kept = m_nameEnd;
+    std::memcpy(kept, name.data(), name.size());
+    m_nameEnd += name.size();
+    m_nameRoom -= name.size();
+    return std::string_view(kept, name.size());
 }
 
 const std::string& ResolvedSampleWriter::sourceField(Method& method, const char* sourceFile) {

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <deque>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -34,19 +35,35 @@ private:
         korvane_3_10::u32_t id = 0;
         std::string field; // the name as the output writes it
     };
+    // A method's region; the method holds it, and the writer holds the method.
     struct CodeSpan {
-        korvane_3_10::jit_rva_t start;
-        korvane_3_10::u32_t length;
-        korvane_3_10::ICodeRegion::Ptr region;
+        korvane_3_10::jit_rva_t start = 0;
+        korvane_3_10::u32_t length = 0;
+        korvane_3_10::ICodeRegion* region = nullptr;
+
+        bool holds(korvane_3_10::jit_rva_t jitRva) const { return jitRva >= start && jitRva - start < length; }
     };
     // What a method's frames repeat from sample to sample, already written as output fields.
     struct Method {
         korvane_3_10::ISymbol::Ptr symbol; // keeps the key alive
-        std::string name;
+        std::string_view name;             // in m_nameBlocks
         const std::string* module;
-        std::vector<CodeSpan> regions; // read once: the library's iterator allocates
+        // Read once, as the library's iterator allocates; nearly every method has one region.
+        CodeSpan firstRegion;
+        std::vector<CodeSpan> moreRegions;
         // Each source file its lines named, and its field.
         std::vector<std::pair<std::string, const std::string*>> sourceFiles;
+
+        // The region that holds the jit RVA, as the method lists them: the first that does.
+        korvane_3_10::ICodeRegion::Ptr regionHolding(korvane_3_10::jit_rva_t jitRva) const {
+            if (firstRegion.holds(jitRva))
+                return firstRegion.region;
+            for (const CodeSpan& span : moreRegions) {
+                if (span.holds(jitRva))
+                    return span.region;
+            }
+            return korvane_3_10::ICodeRegion::Ptr();
+        }
     };
     // What writing a frame reads, small, as there is one or more for every sample of a batch:
     // the method name's text itself, and the few module and source file fields.
@@ -78,6 +95,7 @@ private:
     void collect(const korvane_3_10::ISymbol::Ptr& symbol, Answer& answer, std::vector<Frame>& frames);
     Method& method(const korvane_3_10::ISymbol::Ptr& symbol, std::size_t depth);
     void addFrame(Method& method, korvane_3_10::jit_rva_t jitRva, std::vector<Frame>& frames);
+    std::string_view keptName(const std::string& name);
     const std::string& sourceField(Method& method, const char* sourceFile);
     const std::string& sharedField(const char* value);
     // The result column; a failure's code is spelled out in m_failure.
@@ -102,6 +120,9 @@ private:
     // Module and source file names, each written as a field once.
     std::unordered_map<std::string, std::string> m_fields;
     std::string m_fieldKey; // kept, so that looking up a long name allocates nothing
+    std::vector<std::unique_ptr<char[]>> m_nameBlocks;
+    char* m_nameEnd;
+    std::size_t m_nameRoom;
     // Of the batch: the samples' answers and their frames, in the samples' order, each sample's
     // outermost first (the method, which carries the module).
     std::vector<Answer> m_answers;
