@@ -116,11 +116,14 @@ void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std
         m_methods.reserve(count / 4);
     m_answers.resize(count);
     m_frames.clear();
+    // In address order first, then to the samples' places in a pass of its own: stores all over
+    // the table would stall the resolving.
+    std::vector<Answer> answers(count);
     const ISymbol* previous = nullptr;
     Answer previousAnswer{};
-    for (const OrderKey& key : order) {
-        Answer answer{};
-        const ISymbol::Ptr symbol = locate(key.sample, answer);
+    for (std::size_t position = 0; position < count; ++position) {
+        Answer& answer = answers[position];
+        const ISymbol::Ptr symbol = locate(order[position].sample, answer);
         // The same code as the sample before: its frames serve again.
         if (symbol && symbol.get() == previous && answer.jitRva == previousAnswer.jitRva)
             answer = previousAnswer;
@@ -130,10 +133,11 @@ void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std
             m_frames.resize(answer.firstFrame);
             answer.frameCount = kNotKept;
         }
-        m_answers[key.index] = answer;
         previous = symbol.get();
         previousAnswer = answer;
     }
+    for (std::size_t position = 0; position < count; ++position)
+        m_answers[order[position].index] = answers[position];
     // Into the samples' own order, so that writing reads the frames one after another.
     m_orderedFrames.clear();
     for (Answer& answer : m_answers) {

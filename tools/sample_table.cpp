@@ -124,6 +124,9 @@ void SampleTable::readFull(const std::string& text, const std::string& name, std
 }
 
 std::uint32_t SampleTable::hostIndex(std::string_view host) {
+    // Runs of samples mostly come from one host.
+    if (!m_samples.empty() && m_hosts[m_samples.back().host] == host)
+        return m_samples.back().host;
     const auto found = m_hostIndex.find(host);
     if (found != m_hostIndex.end())
         return found->second;
