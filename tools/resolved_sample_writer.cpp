@@ -36,19 +36,6 @@ const std::size_t kLookAhead = 16;
 // the samples' order, all over the table.
 const std::size_t kNameBlock = 1 << 20;
 
-// A copy of the sample, so that resolving in address order reads the keys one after another.
-struct OrderKey {
-    TableSample sample;
-    u32_t hostId;
-    u32_t index;
-
-    bool operator<(const OrderKey& other) const {
-        if (hostId != other.hostId)
-            return hostId < other.hostId;
-        return sample.pid != other.sample.pid ? sample.pid < other.sample.pid : sample.ip < other.sample.ip;
-    }
-};
-
 } // namespace
 
 ResolvedSampleWriter::ResolvedSampleWriter(ISymbolResolver& resolver, const std::deque<std::string>& hosts, bool json,
@@ -105,6 +92,12 @@ void ResolvedSampleWriter::prefetchText(std::size_t index, std::size_t count) co
     __builtin_prefetch(frame.sourceFile);
 }
 
+bool ResolvedSampleWriter::OrderKey::operator<(const OrderKey& other) const {
+    if (hostId != other.hostId)
+        return hostId < other.hostId;
+    return sample.pid != other.sample.pid ? sample.pid < other.sample.pid : sample.ip < other.sample.ip;
+}
+
 void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std::size_t count) {
     std::vector<OrderKey> order(count);
     for (std::size_t index = 0; index < count; ++index)
@@ -114,14 +107,21 @@ void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std
     // and the table is not rebuilt over and over as it fills.
     if (m_methods.empty())
         m_methods.reserve(count / 4);
-    m_answers.resize(count);
-    m_frames.clear();
     // In address order first, then to the samples' places in a pass of its own: stores all over
     // the table would stall the resolving.
-    std::vector<Answer> answers(count);
+    const std::vector<Answer> answers = answersInOrder(order);
+    m_answers.resize(count);
+    for (std::size_t position = 0; position < count; ++position)
+        m_answers[order[position].index] = answers[position];
+    putFramesInSampleOrder();
+}
+
+std::vector<ResolvedSampleWriter::Answer> ResolvedSampleWriter::answersInOrder(const std::vector<OrderKey>& order) {
+    m_frames.clear();
+    std::vector<Answer> answers(order.size());
     const ISymbol* previous = nullptr;
     Answer previousAnswer{};
-    for (std::size_t position = 0; position < count; ++position) {
+    for (std::size_t position = 0; position < order.size(); ++position) {
         Answer& answer = answers[position];
         const ISymbol::Ptr symbol = locate(order[position].sample, answer);
         // The same code as the sample before: its frames serve again.
@@ -136,9 +136,11 @@ void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std
         previous = symbol.get();
         previousAnswer = answer;
     }
-    for (std::size_t position = 0; position < count; ++position)
-        m_answers[order[position].index] = answers[position];
-    // Into the samples' own order, so that writing reads the frames one after another.
+    return answers;
+}
+
+// So that writing reads the frames one after another.
+void ResolvedSampleWriter::putFramesInSampleOrder() {
     m_orderedFrames.clear();
     for (Answer& answer : m_answers) {
         if (answer.frameCount == 0 || answer.frameCount == kNotKept)

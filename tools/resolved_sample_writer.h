@@ -85,8 +85,25 @@ private:
         korvane_3_10::u32_t frameCount; // kNotKept: resolved again when written
     };
 
+    // A copy of the sample, so that resolving in address order reads the keys one after another.
+    struct OrderKey {
+        TableSample sample;
+        korvane_3_10::u32_t hostId;
+        korvane_3_10::u32_t index; // of the sample in its batch
+
+        bool operator<(const OrderKey& other) const;
+    };
+    // The methods of the sample before, by depth: samples in address order mostly share them.
+    struct Recent {
+        const korvane_3_10::ISymbol* symbol = nullptr;
+        Method* method = nullptr;
+    };
+
     bool writeBatch(const TableSample* samples, std::size_t count);
+    // Fills m_answers and m_frames for the batch.
     void resolveInAddressOrder(const TableSample* samples, std::size_t count);
+    std::vector<Answer> answersInOrder(const std::vector<OrderKey>& order);
+    void putFramesInSampleOrder();
     // Asks the processor for the text of the sample at index, which is written soon.
     void prefetchText(std::size_t index, std::size_t count) const;
     // The method at the sample, null when the sample lies outside JIT code or is not answered.
@@ -111,15 +128,11 @@ private:
     OutputBuffer m_out;
     std::vector<Host> m_hosts;
     std::unordered_map<const korvane_3_10::ISymbol*, Method> m_methods;
-    // The methods of the sample before, by depth: samples in address order mostly share them.
-    struct Recent {
-        const korvane_3_10::ISymbol* symbol = nullptr;
-        Method* method = nullptr;
-    };
     std::array<Recent, 4> m_recent;
     // Module and source file names, each written as a field once.
     std::unordered_map<std::string, std::string> m_fields;
     std::string m_fieldKey; // kept, so that looking up a long name allocates nothing
+    // The methods' names, one after another.
     std::vector<std::unique_ptr<char[]>> m_nameBlocks;
     char* m_nameEnd;
     std::size_t m_nameRoom;
