@@ -2,6 +2,7 @@
 // rows on a generated set of 100 k methods, beside the rate at which the same text can
 // merely be read into samples.
 #include "resolved_sample_writer.h"
+#include "sample_table.h"
 #include "trace_builder.h"
 #include "trace_set_writer.h"
 
@@ -23,8 +24,8 @@ using namespace korvane_3_10;
 using korvane_bench::TraceSetShape;
 using korvane_bench::TraceSetSummary;
 using korvane_bench::TraceSetWriter;
-using korvane_report::Sample;
 using korvane_report::SampleFile;
+using korvane_tool::SampleTable;
 
 const u32_t kMethods = 100000;
 const u32_t kSamples = 1000000;
@@ -114,18 +115,16 @@ double threadCpuSeconds() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-std::vector<Sample> readSamples(const std::string& csv) {
+SampleTable readSamples(const std::string& csv) {
     std::istringstream in(csv);
     std::ostringstream err;
-    std::vector<Sample> samples;
-    SampleFile::read(in, "bench", samples, err);
-    return samples;
+    return SampleTable::create(in, "bench", err);
 }
 
 // Samples per CPU second at which the text is read into samples, and nothing else.
 double readRate(const std::string& csv) {
     const double start = threadCpuSeconds();
-    benchmark::DoNotOptimize(readSamples(csv).size());
+    benchmark::DoNotOptimize(readSamples(csv).samples().size());
     return kSamples / (threadCpuSeconds() - start);
 }
 
@@ -135,9 +134,9 @@ void BM_ResolveToolSamples(benchmark::State& state) {
     NullBuffer discard;
     std::ostream out(&discard);
     for (auto _ : state) {
-        korvane_tool::ResolvedSampleWriter writer(*resolver, false, out);
-        for (const Sample& sample : readSamples(csv))
-            benchmark::DoNotOptimize(writer.write(sample));
+        const SampleTable samples = readSamples(csv);
+        korvane_tool::ResolvedSampleWriter writer(*resolver, samples.hosts(), false, out);
+        benchmark::DoNotOptimize(writer.write(samples.samples()));
         writer.flush();
     }
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * kSamples);

@@ -1,6 +1,7 @@
 // korvane-jit import-jitdump: turns the jitdump files of runtimes into .jit traces.
 #include "argument_parser.h"
 #include "command_registry.h"
+#include "lasting_objects.h"
 
 #include "jitdump/jitdump_import.h"
 
@@ -49,7 +50,7 @@ bool prepareDirectory(const std::string& directory, std::ostream& err) {
 bool importFile(const std::string& path, const std::string& directory, const std::string& host, bool force,
                 std::ostream& out, std::ostream& err) {
     std::string problem;
-    const std::unique_ptr<JitdumpImport> import = JitdumpImport::create(path, problem);
+    std::unique_ptr<JitdumpImport> import = JitdumpImport::create(path, problem);
     if (!import) {
         err << "korvane-jit: " << path << ": " << problem << "\n";
         return false;
@@ -65,6 +66,7 @@ bool importFile(const std::string& path, const std::string& directory, const std
         return false;
     }
     out << path << ": " << import->summary() << " -> " << target << "\n";
+    LastingObjects::handOver(import);
     return true;
 }
 

@@ -2,10 +2,10 @@
 #include "argument_parser.h"
 #include "command_registry.h"
 #include "input_file.h"
+#include "lasting_objects.h"
 #include "resolved_sample_writer.h"
+#include "sample_table.h"
 #include "trace_directories.h"
-
-#include "report/sample_file.h"
 
 #include <memory>
 
@@ -13,16 +13,14 @@ namespace korvane_tool {
 
 namespace {
 
-using korvane_report::Sample;
-using korvane_report::SampleFile;
-
 const char kSynopsis[] = "resolve DIR... --samples FILE [--json]";
 
-bool readSamples(const std::string& path, std::vector<Sample>& samples, std::ostream& err) {
+bool readSamples(const std::string& path, SampleTable& samples, std::ostream& err) {
     const std::unique_ptr<InputFile> file = InputFile::create(path, err);
     if (!file)
         return false;
-    return SampleFile::read(file->stream(), path == "-" ? "stdin" : path, samples, err);
+    samples = SampleTable::create(file->stream(), path == "-" ? "stdin" : path, err);
+    return samples.allRead();
 }
 
 int resolveSamples(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
@@ -34,10 +32,10 @@ int resolveSamples(const std::vector<std::string>& args, std::ostream& out, std:
         err << "Usage: korvane-jit " << kSynopsis << "\n";
         return 2;
     }
-    std::vector<Sample> samples;
     const std::string samplePath = arguments.value("--samples");
+    SampleTable samples;
     const bool allRead = readSamples(samplePath, samples, err);
-    if (samples.empty()) {
+    if (samples.samples().empty()) {
         // Nothing to resolve is most likely the wrong file: say so rather than print an empty table.
         if (allRead)
             err << "korvane-jit: " << samplePath << ": no samples\n";
@@ -49,11 +47,12 @@ int resolveSamples(const std::vector<std::string>& args, std::ostream& out, std:
     if (!resolver)
         return 1;
 
-    ResolvedSampleWriter writer(*resolver, arguments.has("--json"), out);
-    bool allAnswered = true;
-    for (const Sample& sample : samples)
-        allAnswered = writer.write(sample) && allAnswered;
-    writer.flush();
+    std::unique_ptr<ResolvedSampleWriter> writer(
+        new ResolvedSampleWriter(*resolver, samples.hosts(), arguments.has("--json"), out));
+    const bool allAnswered = writer->write(samples.samples());
+    writer->flush();
+    LastingObjects::handOver(writer);
+    LastingObjects::handOver(resolver);
     return allRead && allAnswered ? 0 : 1;
 }
 

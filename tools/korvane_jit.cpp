@@ -1,5 +1,6 @@
 // korvane-jit: inspects .jit traces and resolves samples against them.
 #include "command_registry.h"
+#include "lasting_objects.h"
 
 #include <log4cplus/consoleappender.h>
 #include <log4cplus/initializer.h>
@@ -107,6 +108,7 @@ int runCommand(const std::string& name, const std::vector<std::string>& args) {
 
 int main(int argc, char** argv) {
     log4cplus::Initializer logging;
+    korvane_tool::LastingObjects::keepUntilExit();
     std::vector<std::string> args(argv + 1, argv + argc);
     std::string level = "WARN";
     if (!takeLogLevel(args, level) || !configureLogging(level)) {

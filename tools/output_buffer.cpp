@@ -15,42 +15,31 @@ const std::size_t kBlockSize = 64 * 1024;
 
 } // namespace
 
-OutputBuffer::OutputBuffer(std::ostream& out) : m_out(out) { m_text.reserve(kBlockSize + 4096); }
+OutputBuffer::OutputBuffer(std::ostream& out)
+    : m_out(out), m_block(new char[kBlockSize]), m_end(m_block.get()), m_limit(m_block.get() + kBlockSize) {}
 
 OutputBuffer::~OutputBuffer() { flush(); }
 
-OutputBuffer& OutputBuffer::text(const std::string& value) {
-    m_text += value;
-    flushWhenFull();
-    return *this;
-}
-
-OutputBuffer& OutputBuffer::text(const char* value) {
-    m_text.append(value, std::strlen(value));
-    flushWhenFull();
-    return *this;
-}
-
-OutputBuffer& OutputBuffer::character(char value) {
-    m_text += value;
-    flushWhenFull();
-    return *this;
+OutputBuffer& OutputBuffer::longText(std::string_view value) {
+    flush();
+    if (value.size() > kBlockSize) {
+        m_out.write(value.data(), static_cast<std::streamsize>(value.size()));
+        return *this;
+    }
+    return text(value);
 }
 
 OutputBuffer& OutputBuffer::decimal(std::uint64_t value) {
-    char digits[24];
-    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, value);
-    m_text.append(digits, end.ptr);
-    flushWhenFull();
+    makeRoom(24);
+    m_end = std::to_chars(m_end, m_limit, value).ptr;
     return *this;
 }
 
 OutputBuffer& OutputBuffer::hex(std::uint64_t value) {
-    char digits[24];
-    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, value, 16);
-    m_text += "0x";
-    m_text.append(digits, end.ptr);
-    flushWhenFull();
+    makeRoom(24);
+    *m_end++ = '0';
+    *m_end++ = 'x';
+    m_end = std::to_chars(m_end, m_limit, value, 16).ptr;
     return *this;
 }
 
@@ -63,15 +52,10 @@ OutputBuffer& OutputBuffer::csvField(const std::string& value) {
 OutputBuffer& OutputBuffer::jsonString(const std::string& value) { return text(korvane_tool::jsonString(value)); }
 
 void OutputBuffer::flush() {
-    if (m_text.empty())
+    if (m_end == m_block.get())
         return;
-    m_out.write(m_text.data(), static_cast<std::streamsize>(m_text.size()));
-    m_text.clear();
-}
-
-void OutputBuffer::flushWhenFull() {
-    if (m_text.size() >= kBlockSize)
-        flush();
+    m_out.write(m_block.get(), m_end - m_block.get());
+    m_end = m_block.get();
 }
 
 } // namespace korvane_tool

@@ -8,14 +8,16 @@ namespace korvane_jitdump {
 ByteCursor::ByteCursor(const std::uint8_t* data, std::size_t size, bool bigEndian)
     : m_data(data), m_size(size), m_position(0), m_bigEndian(bigEndian) {}
 
+// The bytes land in the low end of the word on this little-endian machine; a file of the other
+// order has them swapped into place.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are read as little-endian");
+
 bool ByteCursor::word(std::size_t width, std::uint64_t& value) {
     if (remaining() < width)
         return false;
-    value = 0;
-    for (std::size_t i = 0; i < width; ++i) {
-        const std::size_t shift = 8 * (m_bigEndian ? width - 1 - i : i);
-        value |= static_cast<std::uint64_t>(m_data[m_position + i]) << shift;
-    }
+    std::uint64_t bytes = 0;
+    std::memcpy(&bytes, m_data + m_position, width);
+    value = m_bigEndian ? __builtin_bswap64(bytes) >> (64 - 8 * width) : bytes;
     m_position += width;
     return true;
 }
