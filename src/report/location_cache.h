@@ -11,22 +11,28 @@ namespace korvane_report {
 
 class LocationCache {
 public:
-    struct Entry {
-        std::uint32_t location;
-        std::uint64_t begin; // the span [begin, end) of sample times
+    // The span [begin, end) of sample times in which a location holds.
+    struct Window {
+        std::uint64_t begin;
         std::uint64_t end;
     };
 
-    // The entry of the process and address, false if there is none. Inline, as it is
-    // asked for every frame.
-    bool find(std::uint64_t address, std::uint32_t process, Entry& entry) const {
+    // The location of the process and address if its window holds the time; false
+    // if there is none or it holds at other times. Inline, as it is asked for every frame.
+    bool find(std::uint64_t address, std::uint32_t process, std::uint64_t time, std::uint32_t& location) const {
         if (m_slots.empty())
             return false;
         const Slot& slot = m_slots[slotOf(address, process)];
-        entry = Entry{slot.location, slot.begin, slot.end};
-        return slot.process != kFree;
+        if (slot.process == kFree)
+            return false;
+        location = slot.location & ~kBounded;
+        if (!(slot.location & kBounded))
+            return true;
+        const Window& window = m_windows[location];
+        return window.begin <= time && time < window.end;
     }
-    void put(std::uint64_t address, std::uint32_t process, const Entry& entry);
+    // A location stays in its window: the window given for a location is the one it keeps.
+    void put(std::uint64_t address, std::uint32_t process, std::uint32_t location, const Window& window);
     // Starts loading the key's slot, so that the lookups of a whole stack wait for memory together.
     void prefetch(std::uint64_t address, std::uint32_t process) const {
         if (!m_slots.empty())
@@ -35,14 +41,16 @@ public:
 
 private:
     static constexpr std::uint32_t kFree = 0xffffffffu;
+    // Marks a slot's location whose window is not all of time, so that the window is
+    // looked at only for JIT code: most addresses hold the same at all times.
+    static constexpr std::uint32_t kBounded = 0x80000000u;
 
-    // 32 bytes, two to a cache line.
+    // 16 bytes, four to a cache line: the windows live apart, once per location, so
+    // that the table of a large profile stays in the core's own cache.
     struct Slot {
         std::uint64_t address;
         std::uint32_t process;
         std::uint32_t location;
-        std::uint64_t begin;
-        std::uint64_t end;
     };
 
     // Where the key's search starts: the finaliser of splitmix64, as addresses differ in
@@ -66,6 +74,7 @@ private:
 
     std::vector<Slot> m_slots;
     std::size_t m_used = 0;
+    std::vector<Window> m_windows; // by location
 };
 
 } // namespace korvane_report
