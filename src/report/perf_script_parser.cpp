@@ -6,6 +6,10 @@
 #include <cstring>
 #include <limits>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace korvane_report {
 
 namespace {
@@ -19,6 +23,21 @@ const std::uint64_t kNanosecondsPerSecond = 1000000000;
 const std::size_t kShownBadText = 120;
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+
+// The next line break in [at, end), null if there is none. Lines are short and come by
+// the million: sixteen bytes compared at once inline cost less than a call to memchr.
+inline const char* lineEnd(const char* at, const char* end) {
+#ifdef __SSE2__
+    const __m128i breaks = _mm_set1_epi8('\n');
+    for (; end - at >= 16; at += 16) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+        const int found = _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, breaks));
+        if (found != 0)
+            return at + __builtin_ctz(static_cast<unsigned>(found));
+    }
+#endif
+    return static_cast<const char*>(std::memchr(at, '\n', static_cast<std::size_t>(end - at)));
+}
 
 std::string_view trimmed(std::string_view text) {
     while (!text.empty() && isBlank(text.front()))
@@ -137,7 +156,7 @@ void skipBlanks(std::string_view& text) {
 
 // Eight characters, the first in the lowest byte, read as lower-case hex digits all
 // at once; false if any of them is something else.
-bool wordAsHex(std::uint64_t word, std::uint32_t& value) {
+inline bool wordAsHex(std::uint64_t word, std::uint32_t& value) {
     const std::uint64_t kOnes = 0x0101010101010101ull;
     const std::uint64_t nibbles = (word & 0x0f * kOnes) + 9 * ((word >> 6) & kOnes);
     const std::uint64_t tenOrMore = ((nibbles + 6 * kOnes) >> 4) & kOnes;
@@ -152,7 +171,7 @@ bool wordAsHex(std::uint64_t word, std::uint32_t& value) {
 }
 
 // The word with its leading blanks made '0'; false when it holds blanks alone.
-bool leadingBlanksAsZeros(std::uint64_t& word) {
+inline bool leadingBlanksAsZeros(std::uint64_t& word) {
     const std::uint64_t kLow7 = 0x7f7f7f7f7f7f7f7full;
     const std::uint64_t other = word ^ 0x2020202020202020ull;
     // 0x80 in each byte that is no blank.
@@ -208,12 +227,12 @@ PerfScriptParser::PerfScriptParser(PerfSampleSink& sink, bool strict) : m_sink(s
 
 bool PerfScriptParser::feed(std::string_view text) {
     while (!text.empty() && !m_stopped) {
-        const void* found = std::memchr(text.data(), '\n', text.size());
+        const char* found = lineEnd(text.data(), text.data() + text.size());
         if (!found) {
             m_partial.append(text.data(), text.size());
             break;
         }
-        const std::size_t length = static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+        const std::size_t length = static_cast<std::size_t>(found - text.data());
         if (m_partial.empty()) {
             line(text.substr(0, length));
         } else {
