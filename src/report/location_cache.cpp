@@ -35,6 +35,7 @@ void LocationCache::put(std::uint64_t address, std::uint32_t process, std::uint3
 void LocationCache::grow() {
     std::vector<Slot> old(std::max(kFirstSlots, m_slots.size() * 2), Slot{0, kFree, 0});
     old.swap(m_slots);
+    m_shift = 64 - __builtin_ctzll(m_slots.size());
     for (const Slot& slot : old) {
         if (slot.process != kFree)
             m_slots[slotOf(slot.address, slot.process)] = slot;

@@ -53,13 +53,11 @@ private:
         std::uint32_t location;
     };
 
-    // Where the key's search starts: the finaliser of splitmix64, as addresses differ in
-    // few low bits and the slots must not.
+    // Where the key's search starts: the upper bits of one product, which every bit of
+    // the address moves, as addresses differ in few low bits and the slots must not.
     std::size_t homeOf(std::uint64_t address, std::uint32_t process) const {
-        std::uint64_t mixed = address ^ process * 0x9e3779b97f4a7c15ull;
-        mixed = (mixed ^ (mixed >> 30)) * 0xbf58476d1ce4e5b9ull;
-        mixed = (mixed ^ (mixed >> 27)) * 0x94d049bb133111ebull;
-        return static_cast<std::size_t>(mixed ^ (mixed >> 31)) & (m_slots.size() - 1);
+        return static_cast<std::size_t>(((address ^ process * 0x9e3779b97f4a7c15ull) * 0xbf58476d1ce4e5b9ull) >>
+                                        m_shift);
     }
     // The slot that holds the key, or the free slot where it belongs.
     std::size_t slotOf(std::uint64_t address, std::uint32_t process) const {
@@ -73,6 +71,7 @@ private:
     void grow();
 
     std::vector<Slot> m_slots;
+    int m_shift = 64; // 64 less the number of bits of a slot number
     std::size_t m_used = 0;
     std::vector<Window> m_windows; // by location
 };

@@ -67,7 +67,8 @@ bool parseDecimal(std::string_view text, std::uint64_t& value) {
         if (c < '0' || c > '9')
             return false;
         const std::uint64_t digit = static_cast<std::uint64_t>(c - '0');
-        if (value > (std::numeric_limits<std::uint64_t>::max() - digit) / 10)
+        const std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
+        if (value > kMax / 10 || (value == kMax / 10 && digit > kMax % 10))
             return false;
         value = value * 10 + digit;
     }
