@@ -15,17 +15,24 @@ FoldedStacks::FoldedStacks(const Report& report) {
         for (const Frame& frame : location.frames)
             appendFrame(report.strings(), frame, folded.back());
     }
-    m_counts.reserve(report.stacks().size());
+    // All lines in one text, so that sorting moves views and not strings.
+    std::vector<std::size_t> ends;
+    ends.reserve(report.stacks().size());
     for (std::uint32_t index = 0; index < report.stacks().size(); ++index) {
         const StackTable::Stack stack = report.stacks().stack(index);
-        std::string line;
+        const std::size_t start = m_text.size();
         for (std::uint32_t depth = stack.depth; depth-- > 0;) {
-            const std::string& frames = folded[stack.locations[depth]];
-            if (!line.empty())
-                line += ';';
-            line += frames;
+            if (m_text.size() != start)
+                m_text += ';';
+            m_text += folded[stack.locations[depth]];
         }
-        m_counts.emplace_back(std::move(line), stack.samples);
+        ends.push_back(m_text.size());
+    }
+    m_counts.reserve(ends.size());
+    for (std::uint32_t index = 0; index < ends.size(); ++index) {
+        const std::size_t start = index == 0 ? 0 : ends[index - 1];
+        m_counts.emplace_back(std::string_view(m_text.data() + start, ends[index] - start),
+                              report.stacks().stack(index).samples);
     }
     sortAndMerge();
 }
@@ -50,9 +57,7 @@ void FoldedStacks::sortAndMerge() {
             m_counts[kept - 1].second += m_counts[index].second;
             continue;
         }
-        if (kept != index)
-            m_counts[kept] = std::move(m_counts[index]);
-        ++kept;
+        m_counts[kept++] = m_counts[index];
     }
     m_counts.resize(kept);
 }
