@@ -39,7 +39,7 @@ inline const char* lineEnd(const char* at, const char* end) {
     return static_cast<const char*>(std::memchr(at, '\n', static_cast<std::size_t>(end - at)));
 }
 
-std::string_view trimmed(std::string_view text) {
+inline std::string_view trimmed(std::string_view text) {
     while (!text.empty() && isBlank(text.front()))
         text.remove_prefix(1);
     while (!text.empty() && isBlank(text.back()))
@@ -48,7 +48,7 @@ std::string_view trimmed(std::string_view text) {
 }
 
 // The first blank-separated token; text is left behind it, blanks skipped.
-std::string_view takeToken(std::string_view& text) {
+inline std::string_view takeToken(std::string_view& text) {
     std::size_t end = 0;
     while (end < text.size() && !isBlank(text[end]))
         ++end;
@@ -59,7 +59,7 @@ std::string_view takeToken(std::string_view& text) {
     return token;
 }
 
-bool parseDecimal(std::string_view text, std::uint64_t& value) {
+inline bool parseDecimal(std::string_view text, std::uint64_t& value) {
     if (text.empty())
         return false;
     value = 0;
