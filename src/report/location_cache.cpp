@@ -15,25 +15,16 @@ const std::size_t kFirstSlots = 4096;
 } // namespace
 
 void LocationCache::put(std::uint64_t address, std::uint32_t process, std::uint32_t location, const Window& window) {
-    const bool bounded = window.begin != 0 || window.end != UINT64_MAX;
-    // A location number that needs the mark's bit can't be kept; it is found anew each time.
-    if (location & kBounded)
-        return;
-    // Three quarters full at most: short searches still, and half the memory of half full.
+    // Three quarters full at most: short searches still, and the table half the size.
     if ((m_used + 1) * 4 > m_slots.size() * 3)
         grow();
     Slot& slot = m_slots[slotOf(address, process)];
     m_used += slot.process == kFree;
-    slot = Slot{address, process, bounded ? location | kBounded : location};
-    if (!bounded)
-        return;
-    if (location >= m_windows.size())
-        m_windows.resize(location + 1, Window{0, 0});
-    m_windows[location] = window;
+    slot = Slot{address, process, location, window.begin, window.end};
 }
 
 void LocationCache::grow() {
-    std::vector<Slot> old(std::max(kFirstSlots, m_slots.size() * 2), Slot{0, kFree, 0});
+    std::vector<Slot> old(std::max(kFirstSlots, m_slots.size() * 2), Slot{0, kFree, 0, 0, 0});
     old.swap(m_slots);
     m_shift = 64 - __builtin_ctzll(m_slots.size());
     for (const Slot& slot : old) {

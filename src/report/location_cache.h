@@ -23,15 +23,10 @@ public:
         if (m_slots.empty())
             return false;
         const Slot& slot = m_slots[slotOf(address, process)];
-        if (slot.process == kFree)
-            return false;
-        location = slot.location & ~kBounded;
-        if (!(slot.location & kBounded))
-            return true;
-        const Window& window = m_windows[location];
-        return window.begin <= time && time < window.end;
+        location = slot.location;
+        return slot.process != kFree && slot.begin <= time && time < slot.end;
     }
-    // A location stays in its window: the window given for a location is the one it keeps.
+    // Keeps the location of the process and address, with the window in which it holds.
     void put(std::uint64_t address, std::uint32_t process, std::uint32_t location, const Window& window);
     // Starts loading the key's slot, so that the lookups of a whole stack wait for memory together.
     void prefetch(std::uint64_t address, std::uint32_t process) const {
@@ -41,16 +36,15 @@ public:
 
 private:
     static constexpr std::uint32_t kFree = 0xffffffffu;
-    // Marks a slot's location whose window is not all of time, so that the window is
-    // looked at only for JIT code: most addresses hold the same at all times.
-    static constexpr std::uint32_t kBounded = 0x80000000u;
 
-    // 16 bytes, four to a cache line: the windows live apart, once per location, so
-    // that the table of a large profile stays in the core's own cache.
+    // 32 bytes, two to a cache line: the window beside the location, so that a lookup
+    // waits for one load.
     struct Slot {
         std::uint64_t address;
         std::uint32_t process;
         std::uint32_t location;
+        std::uint64_t begin;
+        std::uint64_t end;
     };
 
     // Where the key's search starts: the upper bits of one product, which every bit of
@@ -73,7 +67,6 @@ private:
     std::vector<Slot> m_slots;
     int m_shift = 64; // 64 less the number of bits of a slot number
     std::size_t m_used = 0;
-    std::vector<Window> m_windows; // by location
 };
 
 } // namespace korvane_report
