@@ -25,6 +25,9 @@ public:
 private:
     // FlameGraph's annotations: _[j] JIT, _[i] inlined, _[k] kernel frames.
     static void appendFrame(const StringTable& strings, const Frame& frame, std::string& line);
+    // All lines go into one text, so that sorting moves views and not strings.
+    void appendLine(const StackTable::Stack& stack, const std::vector<std::string>& pieces,
+                    const std::vector<std::uint32_t>& pieceOf);
     // Stacks of different addresses may fold into the same line: sorted, then counted together.
     void sortAndMerge();
 
