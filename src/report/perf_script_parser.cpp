@@ -314,13 +314,17 @@ void PerfScriptParser::frameLine(std::string_view text) {
 
 bool PerfScriptParser::headerLine(std::string_view text) {
     std::string_view rest = trimmed(text);
-    std::string_view tokens[kHeadTokens];
+    // The time and the token before it are all that is looked at, one pair after another.
+    std::string_view previous;
     std::size_t count = 0;
     PerfSampleHead head;
     while (count < kHeadTokens && !rest.empty()) {
-        tokens[count++] = takeToken(rest);
-        if (count < 2 || !parseTime(tokens[count - 1], head.time) || !parsePidTid(tokens[count - 2], head))
+        const std::string_view token = takeToken(rest);
+        const bool first = count++ == 0;
+        if (first || !parseTime(token, head.time) || !parsePidTid(previous, head)) {
+            previous = token;
             continue;
+        }
         m_head = head;
         m_headLine = m_lineNumber;
         m_open = true;
