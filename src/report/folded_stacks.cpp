@@ -3,31 +3,94 @@
 #include "folded_stacks.h"
 
 #include <algorithm>
+#include <unordered_map>
 
 namespace korvane_report {
 
-// A location's frames are folded once, then copied into every stack that holds it.
-FoldedStacks::FoldedStacks(const Report& report) {
-    std::vector<std::string> folded;
-    folded.reserve(report.locations().size());
-    for (const Location& location : report.locations()) {
-        folded.emplace_back();
-        for (const Frame& frame : location.frames)
-            appendFrame(report.strings(), frame, folded.back());
+namespace {
+
+// The folded text of each location, numbered so that locations of the same text (other
+// processes, other addresses of a function) share a number.
+struct Pieces {
+    std::vector<std::string> texts;
+    std::vector<std::uint32_t> ofLocation;
+};
+
+std::uint64_t hashOf(const StackTable::Stack& stack, const std::vector<std::uint32_t>& pieceOf) {
+    std::uint64_t hash = 0xcbf29ce484222325ull ^ stack.depth;
+    for (std::uint32_t depth = 0; depth < stack.depth; ++depth)
+        hash = (hash ^ pieceOf[stack.locations[depth]]) * 0x100000001b3ull;
+    return hash;
+}
+
+// Stacks ordered by their pieces, leaf first: those of the same pieces side by side.
+bool piecesBefore(const StackTable::Stack& a, const StackTable::Stack& b, const std::vector<std::uint32_t>& pieceOf) {
+    if (a.depth != b.depth)
+        return a.depth < b.depth;
+    for (std::uint32_t depth = 0; depth < a.depth; ++depth) {
+        const std::uint32_t left = pieceOf[a.locations[depth]];
+        const std::uint32_t right = pieceOf[b.locations[depth]];
+        if (left != right)
+            return left < right;
     }
-    m_counts.reserve(report.stacks().size());
-    for (std::uint32_t index = 0; index < report.stacks().size(); ++index) {
-        const StackTable::Stack stack = report.stacks().stack(index);
-        std::string line;
-        for (std::uint32_t depth = stack.depth; depth-- > 0;) {
-            const std::string& frames = folded[stack.locations[depth]];
-            if (!line.empty())
-                line += ';';
-            line += frames;
-        }
-        m_counts.emplace_back(std::move(line), stack.samples);
+    return false;
+}
+
+} // namespace
+
+// A location's frames are folded once; stacks of the same folded locations are counted
+// together before their line is made, so that each distinct line is made once.
+FoldedStacks::FoldedStacks(const Report& report) {
+    Pieces pieces;
+    std::unordered_map<std::string, std::uint32_t> numbers;
+    for (const Location& location : report.locations()) {
+        std::string folded;
+        for (const Frame& frame : location.frames)
+            appendFrame(report.strings(), frame, folded);
+        const auto added = numbers.emplace(folded, static_cast<std::uint32_t>(pieces.texts.size()));
+        if (added.second)
+            pieces.texts.push_back(std::move(folded));
+        pieces.ofLocation.push_back(added.first->second);
+    }
+    const StackTable& stacks = report.stacks();
+    std::vector<std::uint64_t> hashes(stacks.size());
+    std::vector<std::uint32_t> order(stacks.size());
+    for (std::uint32_t index = 0; index < stacks.size(); ++index) {
+        hashes[index] = hashOf(stacks.stack(index), pieces.ofLocation);
+        order[index] = index;
+    }
+    std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+        if (hashes[a] != hashes[b])
+            return hashes[a] < hashes[b];
+        return piecesBefore(stacks.stack(a), stacks.stack(b), pieces.ofLocation);
+    });
+    std::vector<std::pair<std::size_t, std::uint64_t>> ends;
+    for (std::size_t first = 0, next = 0; first < order.size(); first = next) {
+        const StackTable::Stack stack = stacks.stack(order[first]);
+        std::uint64_t samples = 0;
+        for (next = first; next < order.size() && hashes[order[next]] == hashes[order[first]] &&
+                           !piecesBefore(stack, stacks.stack(order[next]), pieces.ofLocation);
+             ++next)
+            samples += stacks.stack(order[next]).samples;
+        appendLine(stack, pieces.texts, pieces.ofLocation);
+        ends.emplace_back(m_text.size(), samples);
+    }
+    m_counts.reserve(ends.size());
+    for (std::size_t index = 0; index < ends.size(); ++index) {
+        const std::size_t start = index == 0 ? 0 : ends[index - 1].first;
+        m_counts.emplace_back(std::string_view(m_text.data() + start, ends[index].first - start), ends[index].second);
     }
     sortAndMerge();
+}
+
+void FoldedStacks::appendLine(const StackTable::Stack& stack, const std::vector<std::string>& pieces,
+                              const std::vector<std::uint32_t>& pieceOf) {
+    const std::size_t start = m_text.size();
+    for (std::uint32_t depth = stack.depth; depth-- > 0;) {
+        if (m_text.size() != start)
+            m_text += ';';
+        m_text += pieces[pieceOf[stack.locations[depth]]];
+    }
 }
 
 void FoldedStacks::appendFrame(const StringTable& strings, const Frame& frame, std::string& line) {
@@ -50,9 +113,7 @@ void FoldedStacks::sortAndMerge() {
             m_counts[kept - 1].second += m_counts[index].second;
             continue;
         }
-        if (kept != index)
-            m_counts[kept] = std::move(m_counts[index]);
-        ++kept;
+        m_counts[kept++] = m_counts[index];
     }
     m_counts.resize(kept);
 }

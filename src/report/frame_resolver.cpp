@@ -93,7 +93,7 @@ std::uint32_t FrameResolver::host(const std::string& name) {
 }
 
 const FrameResolver::Process& FrameResolver::process(std::uint32_t host, std::uint32_t pid) {
-    const auto key = std::make_pair(host, pid);
+    const std::uint64_t key = std::uint64_t{host} << 32 | pid;
     const auto found = m_processes.find(key);
     if (found != m_processes.end())
         return found->second;
@@ -117,7 +117,7 @@ std::uint32_t FrameResolver::locateAnew(std::uint64_t address, std::string_view 
         m_locations.push_back(resolve(address, window.everCode, perfText));
         m_windows.add(m_process->index, address, window.begin, location);
     }
-    m_cache.put(address, m_process->index, LocationCache::Entry{location, window.begin, window.end});
+    m_cache.put(address, m_process->index, location, LocationCache::Window{window.begin, window.end});
     return location;
 }
 

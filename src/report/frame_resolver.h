@@ -13,11 +13,10 @@
 #include <korvane/jitreader.h>
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
+#include <unordered_map>
 #include <vector>
 
 namespace korvane_report {
@@ -38,9 +37,9 @@ public:
     // Inline, as nearly every frame is found in the cache.
     std::uint32_t locate(std::uint64_t ip, bool leaf, std::string_view perfText) {
         const std::uint64_t address = lookedUp(ip, leaf);
-        LocationCache::Entry last;
-        if (m_cache.find(address, m_process->index, last) && last.begin <= m_time && m_time < last.end)
-            return last.location;
+        std::uint32_t location = 0;
+        if (m_cache.find(address, m_process->index, m_time, location))
+            return location;
         return locateAnew(address, perfText);
     }
     // Announces a locate to come in the current sample.
@@ -79,7 +78,8 @@ private:
     StringTable m_strings;
     std::vector<Location> m_locations;
     std::vector<Host> m_hosts;
-    std::map<std::pair<std::uint32_t, std::uint32_t>, Process> m_processes;
+    // By host number in the upper half, pid in the lower: samples of processes come interleaved.
+    std::unordered_map<std::uint64_t, Process> m_processes;
     LocationCache m_cache;
     // Every location found, by process, address and the start of its window.
     WindowTable m_windows;

@@ -11,22 +11,23 @@ namespace korvane_report {
 
 class LocationCache {
 public:
-    struct Entry {
-        std::uint32_t location;
-        std::uint64_t begin; // the span [begin, end) of sample times
+    // The span [begin, end) of sample times in which a location holds.
+    struct Window {
+        std::uint64_t begin;
         std::uint64_t end;
     };
 
-    // The entry of the process and address, false if there is none. Inline, as it is
-    // asked for every frame.
-    bool find(std::uint64_t address, std::uint32_t process, Entry& entry) const {
+    // The location of the process and address if its window holds the time; false
+    // if there is none or it holds at other times. Inline, as it is asked for every frame.
+    bool find(std::uint64_t address, std::uint32_t process, std::uint64_t time, std::uint32_t& location) const {
         if (m_slots.empty())
             return false;
         const Slot& slot = m_slots[slotOf(address, process)];
-        entry = Entry{slot.location, slot.begin, slot.end};
-        return slot.process != kFree;
+        location = slot.location;
+        return slot.process != kFree && slot.begin <= time && time < slot.end;
     }
-    void put(std::uint64_t address, std::uint32_t process, const Entry& entry);
+    // Keeps the location of the process and address, with the window in which it holds.
+    void put(std::uint64_t address, std::uint32_t process, std::uint32_t location, const Window& window);
     // Starts loading the key's slot, so that the lookups of a whole stack wait for memory together.
     void prefetch(std::uint64_t address, std::uint32_t process) const {
         if (!m_slots.empty())
@@ -36,7 +37,8 @@ public:
 private:
     static constexpr std::uint32_t kFree = 0xffffffffu;
 
-    // 32 bytes, two to a cache line.
+    // 32 bytes, two to a cache line: the window beside the location, so that a lookup
+    // waits for one load.
     struct Slot {
         std::uint64_t address;
         std::uint32_t process;
@@ -45,13 +47,11 @@ private:
         std::uint64_t end;
     };
 
-    // Where the key's search starts: the finaliser of splitmix64, as addresses differ in
-    // few low bits and the slots must not.
+    // Where the key's search starts: the upper bits of one product, which every bit of
+    // the address moves, as addresses differ in few low bits and the slots must not.
     std::size_t homeOf(std::uint64_t address, std::uint32_t process) const {
-        std::uint64_t mixed = address ^ process * 0x9e3779b97f4a7c15ull;
-        mixed = (mixed ^ (mixed >> 30)) * 0xbf58476d1ce4e5b9ull;
-        mixed = (mixed ^ (mixed >> 27)) * 0x94d049bb133111ebull;
-        return static_cast<std::size_t>(mixed ^ (mixed >> 31)) & (m_slots.size() - 1);
+        return static_cast<std::size_t>(((address ^ process * 0x9e3779b97f4a7c15ull) * 0xbf58476d1ce4e5b9ull) >>
+                                        m_shift);
     }
     // The slot that holds the key, or the free slot where it belongs.
     std::size_t slotOf(std::uint64_t address, std::uint32_t process) const {
@@ -65,6 +65,7 @@ private:
     void grow();
 
     std::vector<Slot> m_slots;
+    int m_shift = 64; // 64 less the number of bits of a slot number
     std::size_t m_used = 0;
 };
 

@@ -6,6 +6,10 @@
 #include <cstring>
 #include <limits>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace korvane_report {
 
 namespace {
@@ -20,7 +24,22 @@ const std::size_t kShownBadText = 120;
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
 
-std::string_view trimmed(std::string_view text) {
+// The next line break in [at, end), null if there is none. Lines are short and come by
+// the million: sixteen bytes compared at once inline cost less than a call to memchr.
+inline const char* lineEnd(const char* at, const char* end) {
+#ifdef __SSE2__
+    const __m128i breaks = _mm_set1_epi8('\n');
+    for (; end - at >= 16; at += 16) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+        const int found = _mm_movemask_epi8(_mm_cmpeq_epi8(bytes, breaks));
+        if (found != 0)
+            return at + __builtin_ctz(static_cast<unsigned>(found));
+    }
+#endif
+    return static_cast<const char*>(std::memchr(at, '\n', static_cast<std::size_t>(end - at)));
+}
+
+inline std::string_view trimmed(std::string_view text) {
     while (!text.empty() && isBlank(text.front()))
         text.remove_prefix(1);
     while (!text.empty() && isBlank(text.back()))
@@ -29,7 +48,7 @@ std::string_view trimmed(std::string_view text) {
 }
 
 // The first blank-separated token; text is left behind it, blanks skipped.
-std::string_view takeToken(std::string_view& text) {
+inline std::string_view takeToken(std::string_view& text) {
     std::size_t end = 0;
     while (end < text.size() && !isBlank(text[end]))
         ++end;
@@ -40,7 +59,7 @@ std::string_view takeToken(std::string_view& text) {
     return token;
 }
 
-bool parseDecimal(std::string_view text, std::uint64_t& value) {
+inline bool parseDecimal(std::string_view text, std::uint64_t& value) {
     if (text.empty())
         return false;
     value = 0;
@@ -48,7 +67,8 @@ bool parseDecimal(std::string_view text, std::uint64_t& value) {
         if (c < '0' || c > '9')
             return false;
         const std::uint64_t digit = static_cast<std::uint64_t>(c - '0');
-        if (value > (std::numeric_limits<std::uint64_t>::max() - digit) / 10)
+        const std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
+        if (value > kMax / 10 || (value == kMax / 10 && digit > kMax % 10))
             return false;
         value = value * 10 + digit;
     }
@@ -137,7 +157,7 @@ void skipBlanks(std::string_view& text) {
 
 // Eight characters, the first in the lowest byte, read as lower-case hex digits all
 // at once; false if any of them is something else.
-bool wordAsHex(std::uint64_t word, std::uint32_t& value) {
+inline bool wordAsHex(std::uint64_t word, std::uint32_t& value) {
     const std::uint64_t kOnes = 0x0101010101010101ull;
     const std::uint64_t nibbles = (word & 0x0f * kOnes) + 9 * ((word >> 6) & kOnes);
     const std::uint64_t tenOrMore = ((nibbles + 6 * kOnes) >> 4) & kOnes;
@@ -152,7 +172,7 @@ bool wordAsHex(std::uint64_t word, std::uint32_t& value) {
 }
 
 // The word with its leading blanks made '0'; false when it holds blanks alone.
-bool leadingBlanksAsZeros(std::uint64_t& word) {
+inline bool leadingBlanksAsZeros(std::uint64_t& word) {
     const std::uint64_t kLow7 = 0x7f7f7f7f7f7f7f7full;
     const std::uint64_t other = word ^ 0x2020202020202020ull;
     // 0x80 in each byte that is no blank.
@@ -208,12 +228,12 @@ PerfScriptParser::PerfScriptParser(PerfSampleSink& sink, bool strict) : m_sink(s
 
 bool PerfScriptParser::feed(std::string_view text) {
     while (!text.empty() && !m_stopped) {
-        const void* found = std::memchr(text.data(), '\n', text.size());
+        const char* found = lineEnd(text.data(), text.data() + text.size());
         if (!found) {
             m_partial.append(text.data(), text.size());
             break;
         }
-        const std::size_t length = static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+        const std::size_t length = static_cast<std::size_t>(found - text.data());
         if (m_partial.empty()) {
             line(text.substr(0, length));
         } else {
@@ -294,13 +314,17 @@ void PerfScriptParser::frameLine(std::string_view text) {
 
 bool PerfScriptParser::headerLine(std::string_view text) {
     std::string_view rest = trimmed(text);
-    std::string_view tokens[kHeadTokens];
+    // The time and the token before it are all that is looked at, one pair after another.
+    std::string_view previous;
     std::size_t count = 0;
     PerfSampleHead head;
     while (count < kHeadTokens && !rest.empty()) {
-        tokens[count++] = takeToken(rest);
-        if (count < 2 || !parseTime(tokens[count - 1], head.time) || !parsePidTid(tokens[count - 2], head))
+        const std::string_view token = takeToken(rest);
+        const bool first = count++ == 0;
+        if (first || !parseTime(token, head.time) || !parsePidTid(previous, head)) {
+            previous = token;
             continue;
+        }
         m_head = head;
         m_headLine = m_lineNumber;
         m_open = true;

@@ -2,6 +2,8 @@
 // inlined methods as extra Lines of that Location, innermost first.
 #include "pprof_profile.h"
 
+#include <google/protobuf/arena.h>
+
 #include <zlib.h>
 
 #include <cerrno>
@@ -40,18 +42,27 @@ PprofProfile::PprofProfile(const Report& report, perftools::profiles::Profile& p
 
 perftools::profiles::Profile PprofProfile::build(const Report& report) {
     perftools::profiles::Profile profile;
+    fill(report, profile);
+    return profile;
+}
+
+void PprofProfile::fill(const Report& report, perftools::profiles::Profile& profile) {
     PprofProfile builder(report, profile);
     builder.addSampleTypes();
     builder.addLocations();
     builder.addSamples();
     for (std::uint32_t id = 0; id < builder.m_strings.size(); ++id)
         profile.add_string_table(builder.m_strings.text(id));
-    return profile;
 }
 
 bool PprofProfile::write(const Report& report, const std::string& path, std::string& problem) {
+    // Made in an arena: the many small messages of a profile are allocated and freed at once.
+    google::protobuf::Arena arena;
+    perftools::profiles::Profile* profile =
+        google::protobuf::Arena::CreateMessage<perftools::profiles::Profile>(&arena);
+    fill(report, *profile);
     std::string packed;
-    if (!gzip(build(report).SerializeAsString(), packed)) {
+    if (!gzip(profile->SerializeAsString(), packed)) {
         problem = "compressing the profile failed";
         return false;
     }
@@ -96,6 +107,7 @@ void PprofProfile::addSamples() {
     for (std::uint32_t index = 0; index < stacks.size(); ++index) {
         const StackTable::Stack stack = stacks.stack(index);
         perftools::profiles::Sample* sample = m_profile.add_sample();
+        sample->mutable_location_id()->Reserve(static_cast<int>(stack.depth));
         for (std::uint32_t depth = 0; depth < stack.depth; ++depth)
             sample->add_location_id(stack.locations[depth] + 1);
         sample->add_value(static_cast<std::int64_t>(stack.samples));

@@ -22,6 +22,7 @@ public:
 
 private:
     PprofProfile(const Report& report, perftools::profiles::Profile& profile);
+    static void fill(const Report& report, perftools::profiles::Profile& profile);
 
     void addSampleTypes();
     void addLocations();

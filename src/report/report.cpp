@@ -91,12 +91,14 @@ bool Report::readSampleFile(std::istream& in, const std::string& start, const st
     return true;
 }
 
-// The cache loads of all frames start before the first lookup waits for one.
+// The cache loads of all frames start before the first lookup waits for one, and
+// go on while the previous sample's stack is counted.
 void Report::sample(const PerfSampleHead& head, const std::vector<PerfFrame>& frames) {
     m_resolver->beginSample(m_host, head.pid, head.time);
     m_allPeriods = m_allPeriods && head.hasPeriod;
     for (std::size_t depth = 0; depth < frames.size(); ++depth)
         m_resolver->prefetch(frames[depth].ip, depth == 0);
+    m_stacks.flush();
     m_current.clear();
     for (const PerfFrame& frame : frames)
         m_current.push_back(m_resolver->locate(frame.ip, m_current.empty(), frame.text));
