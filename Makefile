@@ -101,6 +101,8 @@ bench: build
 bench-1m: build
 	mkdir -p $(BENCH_RESULTS)
 	$(SCALE_BENCH) --methods=10000,100000,1000000 --files= --benchmark_out=$(BENCH_RESULTS)/scale-1m.json
+	KORVANE_BENCH_SETS=$(BENCH_SETS) KORVANE_RESOLVE_METHODS=1000000 $(BUILD_DIR)/bench/korvane_bench \
+	  --benchmark_filter=ResolveToolSamples
 	python3 bench/scale_table.py $(wildcard $(BENCH_RESULTS)/scale.json) $(BENCH_RESULTS)/scale-1m.json
 
 # Builds the fuzz targets with clang and libFuzzer and runs each for FUZZ_SECONDS,

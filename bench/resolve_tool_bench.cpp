@@ -1,6 +1,6 @@
 // korvane-jit resolve once the traces are loaded: samples per second from CSV text to CSV
-// rows on a generated set of 100 k methods, beside the rate at which the same text can
-// merely be read into samples.
+// rows on a generated set of 100 k methods (or as many as KORVANE_RESOLVE_METHODS says),
+// beside the rate at which the same text can merely be read into samples.
 #include "resolved_sample_writer.h"
 #include "sample_table.h"
 #include "trace_builder.h"
@@ -27,11 +27,18 @@ using korvane_bench::TraceSetWriter;
 using korvane_report::SampleFile;
 using korvane_tool::SampleTable;
 
-const u32_t kMethods = 100000;
+const u32_t kDefaultMethods = 100000;
 const u32_t kSamples = 1000000;
 const double kGoal = 1e6;
 // Below every process's code: a sample in native code.
 const u64_t kNativeAddress = 0x1000;
+
+// `make bench-1m` asks for the 1 M set.
+u32_t methods() {
+    const char* wanted = std::getenv("KORVANE_RESOLVE_METHODS");
+    const unsigned long value = wanted ? std::strtoul(wanted, nullptr, 10) : 0;
+    return value > 0 && value <= 100000000 ? static_cast<u32_t>(value) : kDefaultMethods;
+}
 
 // Shared with the scale benchmarks (KORVANE_BENCH_SETS, as `make bench` sets it), so that
 // the set is written once.
@@ -39,7 +46,7 @@ std::string setDirectory() {
     const char* sets = std::getenv("KORVANE_BENCH_SETS");
     const boost::filesystem::path root =
         sets && *sets ? boost::filesystem::path(sets) : boost::filesystem::temp_directory_path() / "korvane-bench-traces";
-    return (root / ("m" + std::to_string(kMethods) + "-f4-s1")).string();
+    return (root / ("m" + std::to_string(methods()) + "-f4-s1")).string();
 }
 
 const std::string& traceSet() {
@@ -47,7 +54,7 @@ const std::string& traceSet() {
         log4cplus::Logger::getInstance("korvane.jitreader").setLogLevel(log4cplus::OFF_LOG_LEVEL);
         const std::string path = setDirectory();
         TraceSetShape shape;
-        shape.methods = kMethods;
+        shape.methods = methods();
         TraceSetSummary summary;
         if (!TraceSetWriter::findWritten(shape, path, summary)) {
             boost::filesystem::remove_all(path);
@@ -141,6 +148,7 @@ void BM_ResolveToolSamples(benchmark::State& state) {
     }
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * kSamples);
     state.counters["goal"] = kGoal;
+    state.counters["methods"] = methods();
     state.counters["read_bound"] = readRate(csv);
 }
 BENCHMARK(BM_ResolveToolSamples)->Unit(benchmark::kMillisecond)->Iterations(3);
