@@ -20,6 +20,12 @@ std::string elementsOf(const std::string& path) {
 
 } // namespace
 
+std::size_t FileRangeIndex::TailHash::operator()(std::string_view path) const {
+    const std::size_t tail = 24;
+    const std::string_view last = path.size() > tail ? path.substr(path.size() - tail) : path;
+    return std::hash<std::string_view>()(last) ^ path.size();
+}
+
 void FileRangeIndex::add(const std::string& path, u64_t start, u64_t end) {
     const Bounds first = m_byElements.emplace(elementsOf(path), Bounds(start, end)).first->second;
     m_spellings.push_back(path);

@@ -26,7 +26,11 @@ private:
     // The spellings the keys below look at: a deque never moves what it holds,
     // and a view key lets a query look up a char* without making a string.
     std::deque<std::string> m_spellings;
-    std::unordered_map<std::string_view, Bounds> m_bySpelling;
+    // Paths of one catalogue differ in their last elements: the hash looks at the tail only.
+    struct TailHash {
+        std::size_t operator()(std::string_view path) const;
+    };
+    std::unordered_map<std::string_view, Bounds, TailHash> m_bySpelling;
     // Paths that compare equal element by element, as one key.
     std::unordered_map<std::string, Bounds> m_byElements;
 };

@@ -1043,6 +1043,7 @@ void JitDataManager::fillJitIdConverter() const {
     if (jitRvas.empty())
         return;
     m_jitIdConverter.initialize(jitRvas, lengths, addresses);
+    m_jitIdConverter.noteFileStarts(m_fileStarts);
     m_jitIdConverterReady.store(true, std::memory_order_release);
 }
 

@@ -73,6 +73,8 @@ public:
     korvane_error_t processMethodInlineLoadRecord(u32_t pid, u32_t hostId, JitMethod::Ptr& rawMethod);
     korvane_error_t processMethodUpdateRecord(u32_t pid, u32_t hostId, JitMethod::Ptr& rawMethod);
     void finalize();
+    // The first jit RVA of a file about to be read, for the conversions by jit id that name it.
+    void noteFileStart(u64_t jitRva) { m_fileStarts.push_back(jitRva); }
     // Room in the tables that fill per load record for what files of this many bytes
     // can hold, so that they grow once instead of rehashing as they fill.
     void expectFileBytes(u64_t bytes);
@@ -169,6 +171,7 @@ private:
     std::vector<Unfinalized> m_unfinalized;
     // Built late by const queries; everything else is fixed once read.
     mutable JitIdConverter m_jitIdConverter;
+    std::vector<u64_t> m_fileStarts;
     mutable boost::mutex m_jitIdConverterMutex;
     // Published after the converter is filled, so the unlocked test is race free.
     mutable std::atomic<bool> m_jitIdConverterReady;

@@ -45,6 +45,7 @@ korvane_error_t readOneFile(const JitFilesManager::JitFileInfo& file, u32_t pid,
     // What the standard library or Boost throws (memory, a stream) ends the file
     // like a broken record; what was read before it stays.
     try {
+        dataManager.noteFileStart(file.m_startJitRva);
         JitFileDecoder decoder(file.m_path, pid, hostId, file.m_startJitRva, mode);
         decoder.setSearchCallback(&dataManager);
         return JitFileReader::readJitFile(decoder, arch, dataManager);

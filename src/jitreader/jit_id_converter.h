@@ -6,6 +6,7 @@
 
 #include <korvane/types.h>
 
+#include <unordered_map>
 #include <vector>
 
 namespace korvane_3_10 {
@@ -17,6 +18,9 @@ public:
     // A binary search that doesn't insist on a hit.
     korvane_error_t findJitRva(u64_t jitRva, u32_t& index) const;
     korvane_error_t convert(u32_t jitId, u64_t address, u64_t fileStart, u64_t fileEnd, u64_t& jitRva) const;
+    // Finds, once, where each file's first jit RVA stands in the table: a conversion names
+    // its file, and a catalogue of thousands of files would otherwise be searched each time.
+    void noteFileStarts(const std::vector<u64_t>& fileStarts);
 
     bool empty() const { return m_jitRvas.empty(); }
 
@@ -24,6 +28,8 @@ private:
     // The index of the jit RVA where the table holds it; the search above gives
     // that same index then, only with more steps through a large table.
     bool findExactly(u64_t jitRva, u32_t& index) const;
+    // Where a conversion from the file starting at this jit RVA counts from; false where none does.
+    bool findFileStart(u64_t fileStart, u32_t& index) const;
 
     // What a conversion reads of one entry, side by side. An entry beyond the
     // end of the lengths or addresses given has no range.
@@ -38,6 +44,7 @@ private:
     std::vector<Target> m_targets;
     // Blocks of the jit RVAs when the table is in ascending order; else empty.
     BlockIndex m_blocks;
+    std::unordered_map<u64_t, u32_t> m_fileStartIndexes;
 };
 
 } // namespace korvane_3_10
