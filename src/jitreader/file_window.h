@@ -12,8 +12,9 @@ namespace korvane_3_10 {
 class FileWindow {
 public:
     // Large enough that reading costs a system call per many records, small
-    // enough that a huge or sparse file costs no more memory than this.
-    static constexpr std::size_t kWindowSize = 1u << 20;
+    // enough that a huge or sparse file costs no more memory than this, and
+    // that a short run does not fault in pages it barely uses.
+    static constexpr std::size_t kWindowSize = 1u << 18;
 
     FileWindow() = default;
     ~FileWindow();
