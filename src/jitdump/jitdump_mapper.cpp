@@ -15,7 +15,9 @@ using korvane_tracewriter::LineEntry;
 using korvane_tracewriter::LoadRecord;
 
 // Large enough that writes are few, small enough that the buffer stays in the cache.
-const std::size_t kBlockSize = 1 << 20;
+const std::size_t kBlockSize = 1 << 18;
+// Most records fit behind a block that is not yet full without the buffer growing.
+const std::size_t kBlockSlack = 1 << 16;
 
 // Texts of a .jit load record are read as empty from this length on; a cut name says more.
 const std::size_t kLongestText = 511;
@@ -52,7 +54,9 @@ JitdumpMapper::JitdumpMapper(const FileHeader& header, korvane_tracewriter::Trac
     : m_file(file),
       m_width(header.elfMachine == kElfMachineX86 ? korvane_tracewriter::Width::Bits32
                                                   : korvane_tracewriter::Width::Bits64),
-      m_lastMethodId(0) {}
+      m_lastMethodId(0) {
+    m_trace.reserve(kBlockSize + kBlockSlack);
+}
 
 void JitdumpMapper::attachLines(std::uint64_t codeAddress, LoadRecord& load) {
     const auto pending = m_pendingLines.find(codeAddress);
@@ -78,34 +82,31 @@ void JitdumpMapper::codeLoad(const CodeLoad& record) {
     load.methodId = ++m_lastMethodId;
     load.loadTime = record.head.timestamp;
     load.architecture = m_width == korvane_tracewriter::Width::Bits32 ? 0 : 1;
-    load.ranges.push_back({record.codeAddress, static_cast<std::uint32_t>(record.codeSize), {}});
+    load.ranges.push_back({record.codeAddress, static_cast<std::uint32_t>(record.codeSize), {}, record.code});
     const RuntimeName name = RuntimeName::create(record.name);
     load.methodName = limited(name.method());
     load.sourceFileName = limited(name.sourceFile());
     attachLines(record.codeAddress, load);
-    write(load, record.code);
+    write(load);
     ++m_counts.loads;
-    m_loads[record.codeIndex] = WrittenLoad{std::move(load), record.code};
+    m_loads[record.codeIndex] = std::move(load);
 }
 
 void JitdumpMapper::codeMove(const CodeMove& record) {
     const auto original = m_loads.find(record.codeIndex);
-    if (original == m_loads.end() || original->second.load.ranges.front().length != record.codeSize) {
+    if (original == m_loads.end() || original->second.ranges.front().length != record.codeSize) {
         ++m_counts.skipped;
         return;
     }
-    LoadRecord& moved = original->second.load;
+    LoadRecord& moved = original->second;
     moved.loadTime = record.head.timestamp;
     moved.ranges.front().startAddress = record.newCodeAddress;
-    write(moved, original->second.code);
+    write(moved);
     ++m_counts.moves;
 }
 
-void JitdumpMapper::write(LoadRecord& load, const std::uint8_t* code) {
-    korvane_tracewriter::Bytes& bytes = load.ranges.front().code;
-    bytes.assign(code, code + load.ranges.front().length);
+void JitdumpMapper::write(const LoadRecord& load) {
     m_trace.loadV3(load, m_width);
-    bytes = korvane_tracewriter::Bytes();
     drain(kBlockSize);
 }
 

@@ -38,15 +38,8 @@ public:
     const std::string& writeProblem() const { return m_writeProblem; }
 
 private:
-    // A load as it was written, without its code: a move writes it again with
-    // the code taken from the bytes read, so that no copy of all code is kept.
-    struct WrittenLoad {
-        korvane_tracewriter::LoadRecord load;
-        const std::uint8_t* code;
-    };
-
     void attachLines(std::uint64_t codeAddress, korvane_tracewriter::LoadRecord& load);
-    void write(korvane_tracewriter::LoadRecord& load, const std::uint8_t* code);
+    void write(const korvane_tracewriter::LoadRecord& load);
     void drain(std::size_t atLeast);
 
     korvane_tracewriter::TraceWriter m_trace;
@@ -57,8 +50,9 @@ private:
     std::uint32_t m_lastMethodId;
     // Line records wait here for the load of their code address.
     std::map<std::uint64_t, DebugInfo> m_pendingLines;
-    // The latest load of each code index, for the moves that follow it.
-    std::map<std::uint64_t, WrittenLoad> m_loads;
+    // The latest load of each code index, for the moves that follow it. Its
+    // code is borrowed from the bytes read, so that no copy of all code is kept.
+    std::map<std::uint64_t, korvane_tracewriter::LoadRecord> m_loads;
 };
 
 } // namespace korvane_jitdump
