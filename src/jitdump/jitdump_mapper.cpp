@@ -22,20 +22,26 @@ const std::size_t kBlockSlack = 1 << 16;
 // Texts of a .jit load record are read as empty from this length on; a cut name says more.
 const std::size_t kLongestText = 511;
 
-std::string limited(const std::string& text) { return text.substr(0, kLongestText); }
+void assignLimited(std::string& field, const std::string& text) { field.assign(text, 0, kLongestText); }
+
+typedef std::pair<std::uint64_t, std::int32_t> LinePoint_t;
+
+bool beforeByOffset(const LinePoint_t& a, const LinePoint_t& b) { return a.first < b.first; }
 
 // Each entry's line holds from its offset to the next entry's, the last one to the end of the
 // code. False if an entry lies outside the code: then the record does not describe this code.
 bool lineTableOf(const DebugInfo& info, std::uint64_t codeSize, std::vector<LineEntry>& table, std::string& file) {
-    std::vector<std::pair<std::uint64_t, std::int32_t> > points;
+    std::vector<LinePoint_t> points;
+    points.reserve(info.entries.size());
     for (const DebugEntry& entry : info.entries) {
         if (entry.address < info.codeAddress || entry.address - info.codeAddress >= codeSize)
             return false;
         points.emplace_back(entry.address - info.codeAddress, entry.line);
     }
-    std::stable_sort(points.begin(), points.end(),
-                     [](const std::pair<std::uint64_t, std::int32_t>& a,
-                        const std::pair<std::uint64_t, std::int32_t>& b) { return a.first < b.first; });
+    // Runtimes write the entries in address order; sorting them again would cost a buffer per record.
+    if (!std::is_sorted(points.begin(), points.end(), beforeByOffset))
+        std::stable_sort(points.begin(), points.end(), beforeByOffset);
+    table.reserve(points.size());
     for (std::size_t i = 0; i < points.size(); ++i) {
         const std::uint64_t end = i + 1 < points.size() ? points[i + 1].first : codeSize;
         if (end == points[i].first || points[i].second <= 0)
@@ -66,7 +72,7 @@ void JitdumpMapper::attachLines(std::uint64_t codeAddress, LoadRecord& load) {
     if (lineTableOf(pending->second, load.ranges.front().length, load.nativeToSource, file)) {
         m_counts.lineEntries += load.nativeToSource.size();
         if (!file.empty())
-            load.sourceFileName = limited(file);
+            assignLimited(load.sourceFileName, file);
     } else {
         ++m_counts.skipped;
     }
@@ -84,8 +90,8 @@ void JitdumpMapper::codeLoad(const CodeLoad& record) {
     load.architecture = m_width == korvane_tracewriter::Width::Bits32 ? 0 : 1;
     load.ranges.push_back({record.codeAddress, static_cast<std::uint32_t>(record.codeSize), {}, record.code});
     const RuntimeName name = RuntimeName::create(record.name);
-    load.methodName = limited(name.method());
-    load.sourceFileName = limited(name.sourceFile());
+    assignLimited(load.methodName, name.method());
+    assignLimited(load.sourceFileName, name.sourceFile());
     attachLines(record.codeAddress, load);
     write(load);
     ++m_counts.loads;
@@ -133,9 +139,6 @@ void JitdumpMapper::skipped(const RecordHeader&, JitdumpReader::SkipReason) { ++
 
 void JitdumpMapper::finish() {
     m_counts.skipped += m_pendingLines.size();
-    m_pendingLines.clear();
-    // The code they point to goes with the bytes read.
-    m_loads.clear();
     drain(1);
 }
 

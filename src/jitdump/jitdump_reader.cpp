@@ -63,7 +63,7 @@ bool decode(ByteCursor& body, DebugInfo& record) {
             !body.cString(file))
             return false;
         const bool repeated = file.size() == 1 && file[0] == kSameFileAsBefore;
-        if (!repeated || record.fileNames.empty())
+        if (record.fileNames.empty() || (!repeated && file != record.fileNames.back()))
             record.fileNames.push_back(repeated ? std::string() : file);
         entry.file = record.fileNames.size() - 1;
     }
