@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace korvane_jitdump {
 
@@ -18,6 +19,8 @@ public:
     bool u64(std::uint64_t& value);
     // A NUL-terminated text; the NUL must lie inside the buffer.
     bool cString(std::string& text);
+    // As cString, as a view into the buffer.
+    bool cString(std::string_view& text);
     // A view of the next count bytes.
     bool bytes(std::uint64_t count, const std::uint8_t*& start);
 

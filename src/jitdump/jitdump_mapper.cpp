@@ -24,33 +24,35 @@ const std::size_t kLongestText = 511;
 
 void assignLimited(std::string& field, const std::string& text) { field.assign(text, 0, kLongestText); }
 
-typedef std::pair<std::uint64_t, std::int32_t> LinePoint_t;
-
-bool beforeByOffset(const LinePoint_t& a, const LinePoint_t& b) { return a.first < b.first; }
+bool beforeByAddress(const DebugEntry& a, const DebugEntry& b) { return a.address < b.address; }
 
 // Each entry's line holds from its offset to the next entry's, the last one to the end of the
 // code. False if an entry lies outside the code: then the record does not describe this code.
-bool lineTableOf(const DebugInfo& info, std::uint64_t codeSize, std::vector<LineEntry>& table, std::string& file) {
-    std::vector<LinePoint_t> points;
-    points.reserve(info.entries.size());
+// The file is that of the first entry, none without entries.
+bool lineTableOf(const DebugInfo& info, std::uint64_t codeSize, std::vector<LineEntry>& table,
+                 const std::string*& file) {
     for (const DebugEntry& entry : info.entries) {
         if (entry.address < info.codeAddress || entry.address - info.codeAddress >= codeSize)
             return false;
-        points.emplace_back(entry.address - info.codeAddress, entry.line);
     }
-    // Runtimes write the entries in address order; sorting them again would cost a buffer per record.
-    if (!std::is_sorted(points.begin(), points.end(), beforeByOffset))
-        std::stable_sort(points.begin(), points.end(), beforeByOffset);
+    // Runtimes write the entries in address order; only others are sorted, on a copy.
+    std::vector<DebugEntry> sorted;
+    if (!std::is_sorted(info.entries.begin(), info.entries.end(), beforeByAddress)) {
+        sorted = info.entries;
+        std::stable_sort(sorted.begin(), sorted.end(), beforeByAddress);
+    }
+    const std::vector<DebugEntry>& points = sorted.empty() ? info.entries : sorted;
     table.reserve(points.size());
     for (std::size_t i = 0; i < points.size(); ++i) {
-        const std::uint64_t end = i + 1 < points.size() ? points[i + 1].first : codeSize;
-        if (end == points[i].first || points[i].second <= 0)
+        const std::uint64_t start = points[i].address - info.codeAddress;
+        const std::uint64_t end = i + 1 < points.size() ? points[i + 1].address - info.codeAddress : codeSize;
+        if (end == start || points[i].line <= 0)
             continue;
-        table.push_back({static_cast<std::uint32_t>(points[i].first), static_cast<std::uint32_t>(end),
-                         static_cast<std::uint32_t>(points[i].second)});
+        table.push_back({static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(end),
+                         static_cast<std::uint32_t>(points[i].line)});
     }
     if (!info.entries.empty())
-        file = info.fileNames[info.entries.front().file];
+        file = &info.fileNames[info.entries.front().file];
     return true;
 }
 
@@ -68,11 +70,11 @@ void JitdumpMapper::attachLines(std::uint64_t codeAddress, LoadRecord& load) {
     const auto pending = m_pendingLines.find(codeAddress);
     if (pending == m_pendingLines.end())
         return;
-    std::string file;
+    const std::string* file = nullptr;
     if (lineTableOf(pending->second, load.ranges.front().length, load.nativeToSource, file)) {
         m_counts.lineEntries += load.nativeToSource.size();
-        if (!file.empty())
-            assignLimited(load.sourceFileName, file);
+        if (file && !file->empty())
+            assignLimited(load.sourceFileName, *file);
     } else {
         ++m_counts.skipped;
     }
