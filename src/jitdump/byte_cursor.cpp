@@ -40,14 +40,6 @@ bool ByteCursor::i32(std::int32_t& value) {
 
 bool ByteCursor::u64(std::uint64_t& value) { return word(8, value); }
 
-bool ByteCursor::cString(std::string& text) {
-    std::string_view view;
-    if (!cString(view))
-        return false;
-    text.assign(view.data(), view.size());
-    return true;
-}
-
 bool ByteCursor::cString(std::string_view& text) {
     if (remaining() == 0)
         return false;

@@ -22,7 +22,7 @@ const std::size_t kBlockSlack = 1 << 16;
 // Texts of a .jit load record are read as empty from this length on; a cut name says more.
 const std::size_t kLongestText = 511;
 
-void assignLimited(std::string& field, const std::string& text) { field.assign(text, 0, kLongestText); }
+void assignLimited(std::string& field, std::string_view text) { field.assign(text.substr(0, kLongestText)); }
 
 bool beforeByAddress(const DebugEntry& a, const DebugEntry& b) { return a.address < b.address; }
 
@@ -64,17 +64,19 @@ JitdumpMapper::JitdumpMapper(const FileHeader& header, korvane_tracewriter::Trac
                                                   : korvane_tracewriter::Width::Bits64),
       m_lastMethodId(0) {
     m_trace.reserve(kBlockSize + kBlockSlack);
+    m_load.architecture = m_width == korvane_tracewriter::Width::Bits32 ? 0 : 1;
+    m_load.ranges.resize(1);
 }
 
-void JitdumpMapper::attachLines(std::uint64_t codeAddress, LoadRecord& load) {
+void JitdumpMapper::attachLines(std::uint64_t codeAddress, LoadSource& source) {
     const auto pending = m_pendingLines.find(codeAddress);
     if (pending == m_pendingLines.end())
         return;
     const std::string* file = nullptr;
-    if (lineTableOf(pending->second, load.ranges.front().length, load.nativeToSource, file)) {
-        m_counts.lineEntries += load.nativeToSource.size();
-        if (file && !file->empty())
-            assignLimited(load.sourceFileName, *file);
+    if (lineTableOf(pending->second, source.length, source.lines, file)) {
+        m_counts.lineEntries += source.lines.size();
+        if (file)
+            assignLimited(source.linesFile, *file);
     } else {
         ++m_counts.skipped;
     }
@@ -86,35 +88,36 @@ void JitdumpMapper::codeLoad(const CodeLoad& record) {
         ++m_counts.skipped;
         return;
     }
-    LoadRecord load;
-    load.methodId = ++m_lastMethodId;
-    load.loadTime = record.head.timestamp;
-    load.architecture = m_width == korvane_tracewriter::Width::Bits32 ? 0 : 1;
-    load.ranges.push_back({record.codeAddress, static_cast<std::uint32_t>(record.codeSize), {}, record.code});
-    const RuntimeName name = RuntimeName::create(record.name);
-    assignLimited(load.methodName, name.method());
-    assignLimited(load.sourceFileName, name.sourceFile());
-    attachLines(record.codeAddress, load);
-    write(load);
+    LoadSource& source = m_loads[record.codeIndex];
+    source = LoadSource{++m_lastMethodId, static_cast<std::uint32_t>(record.codeSize), record.code, record.name,
+                        {}, {}};
+    attachLines(record.codeAddress, source);
+    write(source, record.head.timestamp, record.codeAddress);
     ++m_counts.loads;
-    m_loads[record.codeIndex] = std::move(load);
 }
 
 void JitdumpMapper::codeMove(const CodeMove& record) {
     const auto original = m_loads.find(record.codeIndex);
-    if (original == m_loads.end() || original->second.ranges.front().length != record.codeSize) {
+    if (original == m_loads.end() || original->second.length != record.codeSize) {
         ++m_counts.skipped;
         return;
     }
-    LoadRecord& moved = original->second;
-    moved.loadTime = record.head.timestamp;
-    moved.ranges.front().startAddress = record.newCodeAddress;
-    write(moved);
+    write(original->second, record.head.timestamp, record.newCodeAddress);
     ++m_counts.moves;
 }
 
-void JitdumpMapper::write(const LoadRecord& load) {
-    m_trace.loadV3(load, m_width);
+// The load is built in the one record kept for writing, so that its texts and tables
+// keep their memory from load to load; the line table is lent to it for the write.
+void JitdumpMapper::write(LoadSource& source, std::uint64_t loadTime, std::uint64_t address) {
+    m_load.methodId = source.methodId;
+    m_load.loadTime = loadTime;
+    m_load.ranges.front() = {address, source.length, {}, source.code};
+    const RuntimeName name = RuntimeName::create(source.name);
+    assignLimited(m_load.methodName, name.method());
+    assignLimited(m_load.sourceFileName, source.linesFile.empty() ? name.sourceFile() : source.linesFile);
+    m_load.nativeToSource.swap(source.lines);
+    m_trace.loadV3(m_load, m_width);
+    m_load.nativeToSource.swap(source.lines);
     drain(kBlockSize);
 }
 

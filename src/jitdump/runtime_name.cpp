@@ -1,9 +1,6 @@
 // A runtime's name for a piece of code, split into function and source file where it holds both.
 #include "jitdump/runtime_name.h"
 
-#include <string_view>
-#include <utility>
-
 namespace korvane_jitdump {
 
 namespace {
@@ -33,13 +30,12 @@ bool fileOfLocation(std::string_view location, std::string_view& file) {
 
 } // namespace
 
-RuntimeName::RuntimeName(std::string method, std::string sourceFile)
-    : m_method(std::move(method)), m_sourceFile(std::move(sourceFile)) {}
+RuntimeName::RuntimeName(std::string_view method, std::string_view sourceFile)
+    : m_method(method), m_sourceFile(sourceFile) {}
 
-RuntimeName RuntimeName::create(const std::string& written) {
-    const std::string_view text(written);
+RuntimeName RuntimeName::create(std::string_view text) {
     if (text.compare(0, kNodeFunction.size(), kNodeFunction) != 0)
-        return RuntimeName(written, std::string());
+        return RuntimeName(text, std::string_view());
     std::size_t start = kNodeFunction.size();
     if (start < text.size() && kTierMarks.find(text[start]) != std::string_view::npos)
         ++start;
@@ -47,9 +43,9 @@ RuntimeName RuntimeName::create(const std::string& written) {
     const std::size_t blank = text.rfind(' ');
     std::string_view file;
     if (blank == std::string_view::npos || blank < start || !fileOfLocation(text.substr(blank + 1), file))
-        return RuntimeName(written, std::string());
+        return RuntimeName(text, std::string_view());
     const std::string_view function = text.substr(start, blank - start);
-    return RuntimeName(function.empty() ? std::string(kAnonymous) : std::string(function), std::string(file));
+    return RuntimeName(function.empty() ? std::string_view(kAnonymous) : function, file);
 }
 
 } // namespace korvane_jitdump
