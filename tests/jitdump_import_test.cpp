@@ -41,7 +41,8 @@ class JitdumpByteOrderTest : public ::testing::TestWithParam<bool> {};
 TEST_P(JitdumpByteOrderTest, EveryRecordKindBecomesLoadsWithNamesLinesAndMoves) {
     TempDir dir;
     JitdumpWriter jitdump(GetParam(), 4711, 48);
-    jitdump.debugInfo(90, 0x10000, {{0x10000, 12, "/srv/app.js"}, {0x10010, 13, "\xff"}, {0x10030, 15, "\xff"}})
+    // Entries out of address order are sorted into the table.
+    jitdump.debugInfo(90, 0x10000, {{0x10010, 13, "/srv/app.js"}, {0x10000, 12, "\xff"}, {0x10030, 15, "\xff"}})
         .codeLoad(100, 0x10000, "JS:*walk /srv/app.js:12:5", 0x40, 1)
         .record(4, 101, JitdumpWriter::Bytes(40, 0))
         .codeLoad(110, 0x20000, "JS:~ node:internal/util:598:30", 0x20, 2)

@@ -1,4 +1,4 @@
-// The file-backed trace writer: records survive a kill; bad paths are refused.
+// The trace writer and its file: borrowed code is written as a copy would be; records survive a kill; bad paths are refused.
 #include "test_support.h"
 #include "trace_builder.h"
 
@@ -39,6 +39,19 @@ TEST(TraceFileTest, AFileThatCantBeMadeIsRefusedWithItsReason) {
     std::string problem;
     EXPECT_FALSE(TraceFile::create("/proc/korvane-none/host.1.jit", 1, problem));
     EXPECT_NE(std::string::npos, problem.find("/proc/korvane-none/host.1.jit")) << problem;
+}
+
+TEST(TraceWriterTest, BorrowedCodeIsWrittenAsItsCopyWouldBe) {
+    for (const std::uint32_t length : {1u, 0x40u, 0x12345u}) {
+        SCOPED_TRACE(length);
+        korvane_tracewriter::LoadRecord copied = methodAt(1, 0x10000, length, 10, "m");
+        for (std::size_t i = 0; i < copied.ranges.front().code.size(); ++i)
+            copied.ranges.front().code[i] = static_cast<std::uint8_t>(i * 7);
+        korvane_tracewriter::LoadRecord borrowed = copied;
+        borrowed.ranges.front().code.clear();
+        borrowed.ranges.front().borrowedCode = copied.ranges.front().code.data();
+        EXPECT_EQ(TraceWriter().loadV3(copied).bytes(), TraceWriter().loadV3(borrowed).bytes());
+    }
 }
 
 } // namespace

@@ -40,7 +40,7 @@ bool ByteCursor::i32(std::int32_t& value) {
 
 bool ByteCursor::u64(std::uint64_t& value) { return word(8, value); }
 
-bool ByteCursor::cString(std::string& text) {
+bool ByteCursor::cString(std::string_view& text) {
     if (remaining() == 0)
         return false;
     const std::uint8_t* start = m_data + m_position;
@@ -48,7 +48,7 @@ bool ByteCursor::cString(std::string& text) {
     if (!end)
         return false;
     const std::size_t length = static_cast<const std::uint8_t*>(end) - start;
-    text.assign(reinterpret_cast<const char*>(start), length);
+    text = std::string_view(reinterpret_cast<const char*>(start), length);
     m_position += length + 1;
     return true;
 }

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
+#include <string_view>
 
 namespace korvane_jitdump {
 
@@ -16,8 +16,8 @@ public:
     bool u32(std::uint32_t& value);
     bool i32(std::int32_t& value);
     bool u64(std::uint64_t& value);
-    // A NUL-terminated text; the NUL must lie inside the buffer.
-    bool cString(std::string& text);
+    // A NUL-terminated text, as a view into the buffer; the NUL must lie inside it.
+    bool cString(std::string_view& text);
     // A view of the next count bytes.
     bool bytes(std::uint64_t count, const std::uint8_t*& start);
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace korvane_jitdump {
@@ -51,8 +52,8 @@ struct CodeLoad {
     std::uint64_t codeAddress = 0;
     std::uint64_t codeSize = 0;
     std::uint64_t codeIndex = 0;
-    std::string name;
-    // Into the reader's buffer; valid while the record is being handled.
+    // Both into the reader's buffer; valid while the reader's bytes are.
+    std::string_view name;
     const std::uint8_t* code = nullptr;
 };
 

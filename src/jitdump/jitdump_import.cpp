@@ -29,11 +29,10 @@ bool JitdumpImport::writeTo(const std::string& path, std::string& problem) {
         TraceFile::create(path, korvane_tracewriter::TraceWriter::kCollectorJitProfiler, problem);
     if (!file)
         return false;
-    JitdumpMapper mapper(m_reader->header(), file.get());
-    m_outcome = m_reader->read(mapper);
-    mapper.finish();
-    m_counts = mapper.counts();
-    problem = mapper.writeProblem();
+    m_mapper.reset(new JitdumpMapper(m_reader->header(), file.get()));
+    m_outcome = m_reader->read(*m_mapper);
+    m_mapper->finish();
+    problem = m_mapper->writeProblem();
     return problem.empty();
 }
 
@@ -42,7 +41,7 @@ std::string JitdumpImport::traceFileName(const std::string& host) const {
 }
 
 std::string JitdumpImport::summary() const {
-    const JitdumpMapper::Counts& numbers = m_counts;
+    const JitdumpMapper::Counts& numbers = counts();
     std::string text = counted(m_outcome.records, "record", "records") + ", " +
                        counted(numbers.loads, "load", "loads") + ", " + counted(numbers.moves, "move", "moves") +
                        ", " + counted(numbers.lineEntries, "line entry", "line entries") + ", " +

@@ -20,7 +20,7 @@ public:
     // false with the reason in problem if the file could not be written. Once only.
     bool writeTo(const std::string& path, std::string& problem);
     const JitdumpReader::Outcome& outcome() const { return m_outcome; }
-    const JitdumpMapper::Counts& counts() const { return m_counts; }
+    const JitdumpMapper::Counts& counts() const { return m_mapper ? m_mapper->counts() : m_noCounts; }
     // HOST.PID.jit, the name by which the library tells host and process.
     std::string traceFileName(const std::string& host) const;
     // "N records, N loads, N moves, N line entries, N skipped", and how the file ended if not plainly.
@@ -31,7 +31,10 @@ private:
 
     std::unique_ptr<JitdumpReader> m_reader;
     JitdumpReader::Outcome m_outcome;
-    JitdumpMapper::Counts m_counts;
+    // Kept with the import rather than dropped after writing: a caller that keeps the
+    // import until it exits saves freeing every load one by one.
+    std::unique_ptr<JitdumpMapper> m_mapper;
+    JitdumpMapper::Counts m_noCounts;
 };
 
 } // namespace korvane_jitdump

@@ -15,34 +15,44 @@ using korvane_tracewriter::LineEntry;
 using korvane_tracewriter::LoadRecord;
 
 // Large enough that writes are few, small enough that the buffer stays in the cache.
-const std::size_t kBlockSize = 1 << 20;
+const std::size_t kBlockSize = 1 << 18;
+// Most records fit behind a block that is not yet full without the buffer growing.
+const std::size_t kBlockSlack = 1 << 16;
 
 // Texts of a .jit load record are read as empty from this length on; a cut name says more.
 const std::size_t kLongestText = 511;
 
-std::string limited(const std::string& text) { return text.substr(0, kLongestText); }
+void assignLimited(std::string& field, std::string_view text) { field.assign(text.substr(0, kLongestText)); }
+
+bool beforeByAddress(const DebugEntry& a, const DebugEntry& b) { return a.address < b.address; }
 
 // Each entry's line holds from its offset to the next entry's, the last one to the end of the
 // code. False if an entry lies outside the code: then the record does not describe this code.
-bool lineTableOf(const DebugInfo& info, std::uint64_t codeSize, std::vector<LineEntry>& table, std::string& file) {
-    std::vector<std::pair<std::uint64_t, std::int32_t> > points;
+// The file is that of the first entry, none without entries.
+bool lineTableOf(const DebugInfo& info, std::uint64_t codeSize, std::vector<LineEntry>& table,
+                 const std::string*& file) {
     for (const DebugEntry& entry : info.entries) {
         if (entry.address < info.codeAddress || entry.address - info.codeAddress >= codeSize)
             return false;
-        points.emplace_back(entry.address - info.codeAddress, entry.line);
     }
-    std::stable_sort(points.begin(), points.end(),
-                     [](const std::pair<std::uint64_t, std::int32_t>& a,
-                        const std::pair<std::uint64_t, std::int32_t>& b) { return a.first < b.first; });
+    // Runtimes write the entries in address order; only others are sorted, on a copy.
+    std::vector<DebugEntry> sorted;
+    if (!std::is_sorted(info.entries.begin(), info.entries.end(), beforeByAddress)) {
+        sorted = info.entries;
+        std::stable_sort(sorted.begin(), sorted.end(), beforeByAddress);
+    }
+    const std::vector<DebugEntry>& points = sorted.empty() ? info.entries : sorted;
+    table.reserve(points.size());
     for (std::size_t i = 0; i < points.size(); ++i) {
-        const std::uint64_t end = i + 1 < points.size() ? points[i + 1].first : codeSize;
-        if (end == points[i].first || points[i].second <= 0)
+        const std::uint64_t start = points[i].address - info.codeAddress;
+        const std::uint64_t end = i + 1 < points.size() ? points[i + 1].address - info.codeAddress : codeSize;
+        if (end == start || points[i].line <= 0)
             continue;
-        table.push_back({static_cast<std::uint32_t>(points[i].first), static_cast<std::uint32_t>(end),
-                         static_cast<std::uint32_t>(points[i].second)});
+        table.push_back({static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(end),
+                         static_cast<std::uint32_t>(points[i].line)});
     }
     if (!info.entries.empty())
-        file = info.fileNames[info.entries.front().file];
+        file = &info.fileNames[info.entries.front().file];
     return true;
 }
 
@@ -52,17 +62,21 @@ JitdumpMapper::JitdumpMapper(const FileHeader& header, korvane_tracewriter::Trac
     : m_file(file),
       m_width(header.elfMachine == kElfMachineX86 ? korvane_tracewriter::Width::Bits32
                                                   : korvane_tracewriter::Width::Bits64),
-      m_lastMethodId(0) {}
+      m_lastMethodId(0) {
+    m_trace.reserve(kBlockSize + kBlockSlack);
+    m_load.architecture = m_width == korvane_tracewriter::Width::Bits32 ? 0 : 1;
+    m_load.ranges.resize(1);
+}
 
-void JitdumpMapper::attachLines(std::uint64_t codeAddress, LoadRecord& load) {
+void JitdumpMapper::attachLines(std::uint64_t codeAddress, LoadSource& source) {
     const auto pending = m_pendingLines.find(codeAddress);
     if (pending == m_pendingLines.end())
         return;
-    std::string file;
-    if (lineTableOf(pending->second, load.ranges.front().length, load.nativeToSource, file)) {
-        m_counts.lineEntries += load.nativeToSource.size();
-        if (!file.empty())
-            load.sourceFileName = limited(file);
+    const std::string* file = nullptr;
+    if (lineTableOf(pending->second, source.length, source.lines, file)) {
+        m_counts.lineEntries += source.lines.size();
+        if (file)
+            assignLimited(source.linesFile, *file);
     } else {
         ++m_counts.skipped;
     }
@@ -74,38 +88,36 @@ void JitdumpMapper::codeLoad(const CodeLoad& record) {
         ++m_counts.skipped;
         return;
     }
-    LoadRecord load;
-    load.methodId = ++m_lastMethodId;
-    load.loadTime = record.head.timestamp;
-    load.architecture = m_width == korvane_tracewriter::Width::Bits32 ? 0 : 1;
-    load.ranges.push_back({record.codeAddress, static_cast<std::uint32_t>(record.codeSize), {}});
-    const RuntimeName name = RuntimeName::create(record.name);
-    load.methodName = limited(name.method());
-    load.sourceFileName = limited(name.sourceFile());
-    attachLines(record.codeAddress, load);
-    write(load, record.code);
+    LoadSource& source = m_loads[record.codeIndex];
+    source = LoadSource{++m_lastMethodId, static_cast<std::uint32_t>(record.codeSize), record.code, record.name,
+                        {}, {}};
+    attachLines(record.codeAddress, source);
+    write(source, record.head.timestamp, record.codeAddress);
     ++m_counts.loads;
-    m_loads[record.codeIndex] = WrittenLoad{std::move(load), record.code};
 }
 
 void JitdumpMapper::codeMove(const CodeMove& record) {
     const auto original = m_loads.find(record.codeIndex);
-    if (original == m_loads.end() || original->second.load.ranges.front().length != record.codeSize) {
+    if (original == m_loads.end() || original->second.length != record.codeSize) {
         ++m_counts.skipped;
         return;
     }
-    LoadRecord& moved = original->second.load;
-    moved.loadTime = record.head.timestamp;
-    moved.ranges.front().startAddress = record.newCodeAddress;
-    write(moved, original->second.code);
+    write(original->second, record.head.timestamp, record.newCodeAddress);
     ++m_counts.moves;
 }
 
-void JitdumpMapper::write(LoadRecord& load, const std::uint8_t* code) {
-    korvane_tracewriter::Bytes& bytes = load.ranges.front().code;
-    bytes.assign(code, code + load.ranges.front().length);
-    m_trace.loadV3(load, m_width);
-    bytes = korvane_tracewriter::Bytes();
+// The load is built in the one record kept for writing, so that its texts and tables
+// keep their memory from load to load; the line table is lent to it for the write.
+void JitdumpMapper::write(LoadSource& source, std::uint64_t loadTime, std::uint64_t address) {
+    m_load.methodId = source.methodId;
+    m_load.loadTime = loadTime;
+    m_load.ranges.front() = {address, source.length, {}, source.code};
+    const RuntimeName name = RuntimeName::create(source.name);
+    assignLimited(m_load.methodName, name.method());
+    assignLimited(m_load.sourceFileName, source.linesFile.empty() ? name.sourceFile() : source.linesFile);
+    m_load.nativeToSource.swap(source.lines);
+    m_trace.loadV3(m_load, m_width);
+    m_load.nativeToSource.swap(source.lines);
     drain(kBlockSize);
 }
 
@@ -132,9 +144,6 @@ void JitdumpMapper::skipped(const RecordHeader&, JitdumpReader::SkipReason) { ++
 
 void JitdumpMapper::finish() {
     m_counts.skipped += m_pendingLines.size();
-    m_pendingLines.clear();
-    // The code they point to goes with the bytes read.
-    m_loads.clear();
     drain(1);
 }
 

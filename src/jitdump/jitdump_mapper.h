@@ -9,6 +9,9 @@
 
 #include <cstdint>
 #include <map>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace korvane_jitdump {
 
@@ -38,15 +41,18 @@ public:
     const std::string& writeProblem() const { return m_writeProblem; }
 
 private:
-    // A load as it was written, without its code: a move writes it again with
-    // the code taken from the bytes read, so that no copy of all code is kept.
-    struct WrittenLoad {
-        korvane_tracewriter::LoadRecord load;
+    // What writing a load again after a move takes; its name and code stay in the bytes read.
+    struct LoadSource {
+        std::uint32_t methodId;
+        std::uint32_t length;
         const std::uint8_t* code;
+        std::string_view name;
+        std::vector<korvane_tracewriter::LineEntry> lines;
+        std::string linesFile; // the file the line records name, if any
     };
 
-    void attachLines(std::uint64_t codeAddress, korvane_tracewriter::LoadRecord& load);
-    void write(korvane_tracewriter::LoadRecord& load, const std::uint8_t* code);
+    void attachLines(std::uint64_t codeAddress, LoadSource& source);
+    void write(LoadSource& source, std::uint64_t loadTime, std::uint64_t address);
     void drain(std::size_t atLeast);
 
     korvane_tracewriter::TraceWriter m_trace;
@@ -57,8 +63,9 @@ private:
     std::uint32_t m_lastMethodId;
     // Line records wait here for the load of their code address.
     std::map<std::uint64_t, DebugInfo> m_pendingLines;
-    // The latest load of each code index, for the moves that follow it.
-    std::map<std::uint64_t, WrittenLoad> m_loads;
+    // The latest load of each code index, for the moves that follow it; no copy of all code is kept.
+    std::map<std::uint64_t, LoadSource> m_loads;
+    korvane_tracewriter::LoadRecord m_load;
 };
 
 } // namespace korvane_jitdump

@@ -57,14 +57,15 @@ bool decode(ByteCursor& body, DebugInfo& record) {
     if (!body.u64(record.codeAddress) || !body.u64(count) || count > body.remaining() / kSmallestDebugEntry)
         return false;
     record.entries.resize(static_cast<std::size_t>(count));
-    std::string file;
+    std::string_view file;
     for (DebugEntry& entry : record.entries) {
         if (!body.u64(entry.address) || !body.i32(entry.line) || !body.i32(entry.discriminator) ||
             !body.cString(file))
             return false;
         const bool repeated = file.size() == 1 && file[0] == kSameFileAsBefore;
-        if (!repeated || record.fileNames.empty())
-            record.fileNames.push_back(repeated ? std::string() : file);
+        // Runtimes that name the file in every entry would otherwise cost a copy per entry.
+        if (record.fileNames.empty() || (!repeated && file != record.fileNames.back()))
+            record.fileNames.emplace_back(repeated ? std::string_view() : file);
         entry.file = record.fileNames.size() - 1;
     }
     return true;

@@ -1,28 +1,27 @@
 // A runtime's name for a piece of code, split into function and source file where it holds both.
 #include "jitdump/runtime_name.h"
 
-#include <utility>
-
 namespace korvane_jitdump {
 
 namespace {
 
-const std::string kNodeFunction = "JS:";
+const std::string_view kNodeFunction = "JS:";
 // V8 marks the tier that compiled the code: interpreted, baseline, mid-tier, optimised.
-const std::string kTierMarks = "~^+*";
-const std::string kAnonymous = "<anonymous>";
+const std::string_view kTierMarks = "~^+*";
+const char kAnonymous[] = "<anonymous>";
 
-bool isNumber(const std::string& text) {
-    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+bool isNumber(std::string_view text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-// The file of "FILE:LINE:COLUMN"; false for anything else.
-bool fileOfLocation(const std::string& location, std::string& file) {
+// The file of "FILE:LINE:COLUMN"; false for anything else. Views, so that a name is split
+// without a copy of each piece.
+bool fileOfLocation(std::string_view location, std::string_view& file) {
     const std::size_t columnColon = location.rfind(':');
-    if (columnColon == std::string::npos || columnColon == 0 || !isNumber(location.substr(columnColon + 1)))
+    if (columnColon == std::string_view::npos || columnColon == 0 || !isNumber(location.substr(columnColon + 1)))
         return false;
     const std::size_t lineColon = location.rfind(':', columnColon - 1);
-    if (lineColon == std::string::npos || lineColon == 0 ||
+    if (lineColon == std::string_view::npos || lineColon == 0 ||
         !isNumber(location.substr(lineColon + 1, columnColon - lineColon - 1)))
         return false;
     file = location.substr(0, lineColon);
@@ -31,25 +30,22 @@ bool fileOfLocation(const std::string& location, std::string& file) {
 
 } // namespace
 
-RuntimeName::RuntimeName(std::string method, std::string sourceFile)
-    : m_method(std::move(method)), m_sourceFile(std::move(sourceFile)) {}
+RuntimeName::RuntimeName(std::string_view method, std::string_view sourceFile)
+    : m_method(method), m_sourceFile(sourceFile) {}
 
-RuntimeName RuntimeName::create(const std::string& written) {
-    const RuntimeName asWritten(written, std::string());
-    if (written.compare(0, kNodeFunction.size(), kNodeFunction) != 0)
-        return asWritten;
+RuntimeName RuntimeName::create(std::string_view text) {
+    if (text.compare(0, kNodeFunction.size(), kNodeFunction) != 0)
+        return RuntimeName(text, std::string_view());
     std::size_t start = kNodeFunction.size();
-    if (start < written.size() && kTierMarks.find(written[start]) != std::string::npos)
+    if (start < text.size() && kTierMarks.find(text[start]) != std::string_view::npos)
         ++start;
     // Function names may hold blanks ("get size"), file names rarely do.
-    const std::size_t blank = written.rfind(' ');
-    if (blank == std::string::npos || blank < start)
-        return asWritten;
-    std::string file;
-    if (!fileOfLocation(written.substr(blank + 1), file))
-        return asWritten;
-    const std::string function = written.substr(start, blank - start);
-    return RuntimeName(function.empty() ? kAnonymous : function, file);
+    const std::size_t blank = text.rfind(' ');
+    std::string_view file;
+    if (blank == std::string_view::npos || blank < start || !fileOfLocation(text.substr(blank + 1), file))
+        return RuntimeName(text, std::string_view());
+    const std::string_view function = text.substr(start, blank - start);
+    return RuntimeName(function.empty() ? std::string_view(kAnonymous) : function, file);
 }
 
 } // namespace korvane_jitdump

@@ -3,6 +3,7 @@
 
 #include "jitreader/jit_trace_format.h"
 
+#include <cstring>
 #include <fstream>
 #include <stdexcept>
 
@@ -21,14 +22,19 @@ public:
     void u16(std::uint16_t value) { little(value, 2); }
     void u32(std::uint32_t value) { little(value, 4); }
     void u64(std::uint64_t value) { little(value, 8); }
-    void bytes(const Bytes& bytes) { m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end()); }
+    void bytes(const Bytes& bytes) { append(bytes.data(), bytes.size()); }
     void string(const std::string& text) {
         u16(static_cast<std::uint16_t>(text.size()));
-        m_bytes.insert(m_bytes.end(), text.begin(), text.end());
+        append(text.data(), text.size());
     }
     void codeRange(const CodeRange& range) {
         u64(range.startAddress);
         u32(range.length);
+        if (range.borrowedCode) {
+            u32(range.length);
+            append(range.borrowedCode, range.length);
+            return;
+        }
         u32(static_cast<std::uint32_t>(range.code.size()));
         bytes(range.code);
     }
@@ -37,19 +43,28 @@ public:
             u32(static_cast<std::uint32_t>(entries.size()));
         else
             u16(static_cast<std::uint16_t>(entries.size()));
+        std::uint8_t* out = grow(entries.size() * 12);
         for (const LineEntry& entry : entries) {
-            u32(entry.startOffset);
-            u32(entry.endOffset);
-            u32(entry.lineNumber);
+            const std::uint32_t words[3] = {entry.startOffset, entry.endOffset, entry.lineNumber};
+            std::memcpy(out, words, sizeof words);
+            out += sizeof words;
         }
     }
 
 private:
-    void little(std::uint64_t value, int count) {
-        std::uint8_t word[8];
-        for (int i = 0; i < count; ++i)
-            word[i] = static_cast<std::uint8_t>(value >> (8 * i));
-        m_bytes.insert(m_bytes.end(), word, word + count);
+    // The words go out little-endian, as this machine holds them.
+    static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are written as little-endian");
+
+    void little(std::uint64_t value, std::size_t count) { append(&value, count); }
+    void append(const void* data, std::size_t count) {
+        if (count > 0)
+            std::memcpy(grow(count), data, count);
+    }
+    // Room for count more bytes at the end, in one step rather than byte by byte.
+    std::uint8_t* grow(std::size_t count) {
+        const std::size_t at = m_bytes.size();
+        m_bytes.resize(at + count);
+        return m_bytes.data() + at;
     }
 
     Bytes& m_bytes;
@@ -240,6 +255,8 @@ TraceWriter& TraceWriter::raw(const Bytes& bytes) {
 }
 
 void TraceWriter::clear() { m_bytes.clear(); }
+
+void TraceWriter::reserve(std::size_t size) { m_bytes.reserve(size); }
 
 TraceWriter& TraceWriter::cutOff(std::size_t count) {
     m_bytes.resize(count < m_bytes.size() ? m_bytes.size() - count : 0);

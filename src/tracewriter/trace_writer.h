@@ -23,6 +23,9 @@ struct CodeRange {
     std::uint32_t length = 0;
     // codeSize on disk is code.size(); it need not equal length.
     Bytes code;
+    // When set, the length bytes it points to are written as the code instead
+    // of code, so that a caller holding them writes them without a copy.
+    const std::uint8_t* borrowedCode = nullptr;
 };
 
 // The fields of the load records V0 to V3 and of FunctionUpdate; each version
@@ -114,6 +117,8 @@ public:
     // Drops what was written, keeping the memory: a writer that hands its
     // records to a file block by block fills the same buffer again.
     void clear();
+    // Room for size bytes up front, so that a buffer filled again and again is not grown piece by piece.
+    void reserve(std::size_t size);
 
     const Bytes& bytes() const { return m_bytes; }
     std::size_t size() const { return m_bytes.size(); }
