@@ -11,7 +11,7 @@ PACKAGES := cmake make g++ pkg-config \
             liblog4cplus-dev libboost-dev libboost-filesystem-dev libboost-system-dev \
             libboost-thread-dev libssl-dev libzydis-dev libgtest-dev libbenchmark-dev \
             openjdk-17-jdk-headless linux-perf python3 clang libclang-rt-dev nodejs \
-            libprotobuf-dev protobuf-compiler zlib1g-dev
+            libprotobuf-dev protobuf-compiler zlib1g-dev libmimalloc-dev
 
 .PHONY: all deps build test test-release test-asan test-tsan run examples bench bench-1m profile-java fuzz clean
 
