@@ -92,6 +92,7 @@ SCALE_BENCH   := $(BUILD_DIR)/bench/korvane_scale_bench --sets=$(BENCH_SETS) --b
 # figures as JSON into BENCH_RESULTS; scale_table.py turns them into the README's tables.
 bench: build
 	KORVANE_BENCH_SETS=$(BENCH_SETS) $(BUILD_DIR)/bench/korvane_bench
+	KORVANE_BENCH_SETS=$(BENCH_SETS) $(BUILD_DIR)/bench/korvane_tool_bench
 	mkdir -p $(BENCH_RESULTS)
 	$(SCALE_BENCH) --benchmark_out=$(BENCH_RESULTS)/scale.json
 	python3 bench/scale_table.py $(BENCH_RESULTS)/scale.json
@@ -101,8 +102,7 @@ bench: build
 bench-1m: build
 	mkdir -p $(BENCH_RESULTS)
 	$(SCALE_BENCH) --methods=10000,100000,1000000 --files= --benchmark_out=$(BENCH_RESULTS)/scale-1m.json
-	KORVANE_BENCH_SETS=$(BENCH_SETS) KORVANE_RESOLVE_METHODS=1000000 $(BUILD_DIR)/bench/korvane_bench \
-	  --benchmark_filter=ResolveToolSamples
+	KORVANE_BENCH_SETS=$(BENCH_SETS) KORVANE_RESOLVE_METHODS=1000000 $(BUILD_DIR)/bench/korvane_tool_bench
 	python3 bench/scale_table.py $(wildcard $(BENCH_RESULTS)/scale.json) $(BENCH_RESULTS)/scale-1m.json
 
 # Builds the fuzz targets with clang and libFuzzer and runs each for FUZZ_SECONDS,

@@ -7,9 +7,6 @@
 #include <log4cplus/layout.h>
 #include <log4cplus/logger.h>
 #include <log4cplus/loglevel.h>
-#ifdef KORVANE_TOOL_MIMALLOC
-#include <mimalloc.h>
-#endif
 
 #include <algorithm>
 #include <cctype>
@@ -97,16 +94,6 @@ bool configureLogging(const std::string& levelName) {
     log4cplus::Logger::getInstance(LOG4CPLUS_TEXT("korvane.jitreader")).setLogLevel(level->second);
     return true;
 }
-
-#ifdef KORVANE_TOOL_MIMALLOC
-// Large pages for the heap: a command fills it once and keeps it until exit. The allocator reads
-// its options when it starts, before any constructor of ours, so this runs from the executable's
-// pre-initialisation, which comes before every shared library's.
-void useLargePages(int, char**, char**) {
-    mi_option_enable(mi_option_large_os_pages);
-}
-__attribute__((section(".preinit_array"), used)) void (*const kUseLargePages)(int, char**, char**) = useLargePages;
-#endif
 
 int runCommand(const std::string& name, const std::vector<std::string>& args) {
     for (const korvane_tool::Command& command : korvane_tool::commands()) {
