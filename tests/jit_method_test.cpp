@@ -306,8 +306,8 @@ TEST(LineTableTest, FirstWriterOfATableWinsAndEmptyTablesAreRefused) {
     ASSERT_EQ(1u, method->getLineNumberInfo().size());
     EXPECT_EQ(0x20u, method->getLineNumberInfo().begin()->first.m_length);
     const JitMethod::LineInfoHolder& holder = method->getLineNumberInfo().begin()->second;
-    EXPECT_EQ(5u, holder.m_nativeToSource[0].lineNumber);
-    EXPECT_EQ(7u, holder.m_managedToSource[0].lineNumber);
+    EXPECT_EQ(5u, holder.nativeToSource()[0].lineNumber);
+    EXPECT_EQ(7u, holder.managedToSource()[0].lineNumber);
 }
 
 } // namespace

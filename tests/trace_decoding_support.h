@@ -95,10 +95,9 @@ inline Decoded decodeLast(const TraceWriter& trace, DecoderSetup setup = Decoder
     return all.empty() ? Decoded() : all.back();
 }
 
-template <typename Entry>
-void describeTable(std::ostream& text, const char* name, const std::vector<Entry>& entries) {
+inline void describeTable(std::ostream& text, const char* name, korvane_3_10::LineInfoHolder::Table entries) {
     text << name;
-    for (const Entry& entry : entries)
+    for (const korvane_line_number_entry& entry : entries)
         text << ' ' << entry.startOffset << '-' << entry.endOffset << ':' << entry.lineNumber;
 }
 
@@ -125,9 +124,9 @@ inline std::string describe(const JitMethod& method) {
     }
     for (const JitMethod::LineNumberInfo::value_type& tables : method.getLineNumberInfo()) {
         text << "lines " << tables.first.m_start << '+' << tables.first.m_length << std::dec;
-        describeTable(text, " m2s", tables.second.m_managedToSource);
-        describeTable(text, " n2m", tables.second.m_nativeToManaged);
-        describeTable(text, " n2s", tables.second.m_nativeToSource);
+        describeTable(text, " m2s", tables.second.managedToSource());
+        describeTable(text, " n2m", tables.second.nativeToManaged());
+        describeTable(text, " n2s", tables.second.nativeToSource());
         text << std::hex << '\n';
     }
     return text.str();

@@ -120,9 +120,10 @@ void printMethod(const JitMethod& method, std::ostream& out) {
         out << "    no code region\n";
     for (const auto& table : method.getLineNumberInfo())
         out << "    lines    for jit RVA [" << hexText(table.first.m_start, HexZero::bare) << ", "
-            << hexText(table.first.end(), HexZero::bare) << "): managed to source " << table.second.m_managedToSource.size() << ", native to managed "
-            << table.second.m_nativeToManaged.size() << ", native to source "
-            << table.second.m_nativeToSource.size() << "\n";
+            << hexText(table.first.end(), HexZero::bare) << "): managed to source "
+            << table.second.managedToSource().size() << ", native to managed "
+            << table.second.nativeToManaged().size() << ", native to source " << table.second.nativeToSource().size()
+            << "\n";
 }
 
 // Decodes a code record as the reader would and says what came of it.

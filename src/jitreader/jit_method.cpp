@@ -33,27 +33,9 @@ void appendDottedParts(std::string& out, const std::string& name) {
     }
 }
 
-const std::vector<korvane_line_number_entry>* tableOf(const JitMethod::LineInfoHolder& holder,
-                                                      korvane_line_info_type type) {
-    switch (type) {
-    case ltNativeToManaged:
-        return &holder.m_nativeToManaged;
-    case ltManagedToSource:
-        return &holder.m_managedToSource;
-    case ltNativeToSource:
-        return &holder.m_nativeToSource;
-    }
-    return nullptr;
-}
-
-std::vector<korvane_line_number_entry>* tableOf(JitMethod::LineInfoHolder& holder, korvane_line_info_type type) {
-    return const_cast<std::vector<korvane_line_number_entry>*>(
-        tableOf(static_cast<const JitMethod::LineInfoHolder&>(holder), type));
-}
-
 // The native side leaves out the match on an empty entry's start that the
 // other two walks make; the difference is kept.
-const korvane_line_number_entry* findNativeToManaged(const std::vector<korvane_line_number_entry>& table,
+const korvane_line_number_entry* findNativeToManaged(LineInfoHolder::Table table,
                                                      u32_t offset) {
     for (const korvane_line_number_entry& entry : table) {
         if (entry.startOffset <= offset && offset < entry.endOffset)
@@ -62,7 +44,7 @@ const korvane_line_number_entry* findNativeToManaged(const std::vector<korvane_l
     return nullptr;
 }
 
-const korvane_line_number_entry* findByStartOrSpan(const std::vector<korvane_line_number_entry>& table, u32_t offset) {
+const korvane_line_number_entry* findByStartOrSpan(LineInfoHolder::Table table, u32_t offset) {
     for (const korvane_line_number_entry& entry : table) {
         if (offset == entry.startOffset || (offset >= entry.startOffset && offset < entry.endOffset))
             return &entry;
@@ -148,9 +130,7 @@ JitMethod::LineInfoHolder* JitMethod::selectLineInfo(jit_rva_t jitRva) const {
     if (found == m_lineNumberInfo.end())
         return nullptr;
     // Callers rely on this: the first entry now holds the tables last asked for.
-    holder.m_nativeToManaged = found->second.m_nativeToManaged;
-    holder.m_managedToSource = found->second.m_managedToSource;
-    holder.m_nativeToSource = found->second.m_nativeToSource;
+    holder = found->second;
     return &holder;
 }
 
@@ -161,14 +141,14 @@ korvane_error_t JitMethod::getLineNumberInfo(korvane_line_info_type type, korvan
     const LineInfoHolder* holder = selectLineInfo(jitRva);
     if (!holder)
         return meNotFound;
-    const std::vector<korvane_line_number_entry>* table = tableOf(*holder, type);
-    if (!table)
+    if (!LineInfoHolder::isTableType(type))
         return meNotFound;
-    const u32_t size = static_cast<u32_t>(table->size());
+    const LineInfoHolder::Table table = holder->table(type);
+    const u32_t size = static_cast<u32_t>(table.size());
     if (entries) {
         if (size > *count)
             return meBufferTooSmall;
-        std::copy(table->begin(), table->end(), entries);
+        std::copy(table.begin(), table.end(), entries);
     }
     *count = size;
     return meSuccess;
@@ -181,8 +161,8 @@ korvane_error_t JitMethod::getSourceRange(korvane_line_number_entry* first, korv
     const LineInfoHolder* holder = selectLineInfo(jitRva);
     if (!holder)
         return meNotFound;
-    const std::vector<korvane_line_number_entry>& table =
-        holder->m_managedToSource.empty() ? holder->m_nativeToSource : holder->m_managedToSource;
+    const LineInfoHolder::Table table =
+        holder->managedToSource().empty() ? holder->nativeToSource() : holder->managedToSource();
     if (table.empty())
         return meNotFound;
     u32_t lowest = table.front().lineNumber;
@@ -206,13 +186,13 @@ ISourceLocation::Ptr JitMethod::getSourceLocation(jit_rva_t jitRva) const {
         return ISourceLocation::Ptr();
     const u32_t offset = static_cast<u32_t>(jitRva - key.m_start);
     const korvane_line_number_entry* line = nullptr;
-    if (!holder.m_nativeToManaged.empty() && !holder.m_managedToSource.empty()) {
-        const korvane_line_number_entry* native = findNativeToManaged(holder.m_nativeToManaged, offset);
+    if (!holder.nativeToManaged().empty() && !holder.managedToSource().empty()) {
+        const korvane_line_number_entry* native = findNativeToManaged(holder.nativeToManaged(), offset);
         if (!native || native->lineNumber == g_noIlOffset)
             return ISourceLocation::Ptr();
-        line = findByStartOrSpan(holder.m_managedToSource, native->lineNumber);
+        line = findByStartOrSpan(holder.managedToSource(), native->lineNumber);
     } else {
-        line = findByStartOrSpan(holder.m_nativeToSource, offset);
+        line = findByStartOrSpan(holder.nativeToSource(), offset);
     }
     if (!line)
         return ISourceLocation::Ptr();
@@ -236,25 +216,28 @@ JitMethod::Ptr JitMethod::clone() const {
 
 bool JitMethod::addLineNumberInfo(korvane_line_info_type type, const std::vector<korvane_line_number_entry>& entries,
                                   const Range& range) {
+    return addLineNumberInfo(type, LineInfoHolder::Table(entries.data(), entries.data() + entries.size()), range);
+}
+
+bool JitMethod::addLineNumberInfo(korvane_line_info_type type, LineInfoHolder::Table entries, const Range& range) {
     if (entries.empty())
         return false;
     const LineNumberInfo::iterator found = m_lineNumberInfo.find(range);
     if (found != m_lineNumberInfo.end()) {
-        std::vector<korvane_line_number_entry>* table = tableOf(found->second, type);
-        if (!table)
+        if (!LineInfoHolder::isTableType(type))
             return true;
-        if (!table->empty()) {
+        if (!found->second.table(type).empty()) {
             KORVANE_LOG_ERROR("Couldn't overwrite existing line number"
                               << " info for this code region of already registered method " << label(*this));
             return false;
         }
-        *table = entries;
+        found->second.assign(type, entries);
         return true;
     }
     LineInfoHolder holder;
-    if (std::vector<korvane_line_number_entry>* table = tableOf(holder, type))
-        *table = entries;
-    if (!m_lineNumberInfo.insert(std::make_pair(range, holder)).second) {
+    if (LineInfoHolder::isTableType(type))
+        holder.assign(type, entries);
+    if (!m_lineNumberInfo.insert(std::make_pair(range, std::move(holder))).second) {
         KORVANE_LOG_ERROR("Couldn't add line number info for this"
                           << " code region of already registered method " << label(*this));
         return false;
@@ -266,7 +249,7 @@ bool JitMethod::addLineNumberInfo(const LineNumberInfo& info) {
     static const korvane_line_info_type types[] = {ltNativeToManaged, ltManagedToSource, ltNativeToSource};
     for (const LineNumberInfo::value_type& entry : info) {
         for (korvane_line_info_type type : types) {
-            const std::vector<korvane_line_number_entry>& table = *tableOf(entry.second, type);
+            const LineInfoHolder::Table table = entry.second.table(type);
             if (!table.empty() && !addLineNumberInfo(type, table, entry.first))
                 return false;
         }
@@ -294,7 +277,7 @@ void JitMethod::validateSymbolicInfo() const {
     const LineNumberInfo::const_iterator found = m_lineNumberInfo.find(probeAt(region.startJitRva()));
     if (found == m_lineNumberInfo.end())
         return;
-    for (const korvane_line_number_entry& entry : found->second.m_nativeToSource) {
+    for (const korvane_line_number_entry& entry : found->second.nativeToSource()) {
         if (entry.endOffset > region.length()) {
             KORVANE_LOG_ERROR("Detected line number (start offset = "
                               << hex(entry.startOffset) << ", end offset = " << hex(entry.endOffset)

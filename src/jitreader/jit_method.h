@@ -3,6 +3,8 @@
 #define KORVANE_JITREADER_JIT_METHOD_H
 
 #include "jitreader/base_method_id.h"
+#include "jitreader/line_info_holder.h"
+#include "jitreader/line_table_map.h"
 #include "jitreader/module.h"
 #include "jitreader/range.h"
 #include "jitreader/region.h"
@@ -45,12 +47,8 @@ class JitMethod : public ISymbol {
 public:
     typedef boost::intrusive_ptr<JitMethod> Ptr;
 
-    struct LineInfoHolder {
-        std::vector<korvane_line_number_entry> m_nativeToManaged;
-        std::vector<korvane_line_number_entry> m_managedToSource;
-        std::vector<korvane_line_number_entry> m_nativeToSource;
-    };
-    typedef std::map<Range, LineInfoHolder, Range::Comparator> LineNumberInfo;
+    typedef korvane_3_10::LineInfoHolder LineInfoHolder;
+    typedef LineTableMap LineNumberInfo;
 
     JitMethod();
 
@@ -91,6 +89,7 @@ public:
     const LineNumberInfo& getLineNumberInfo() const { return m_lineNumberInfo; }
     bool addLineNumberInfo(korvane_line_info_type type, const std::vector<korvane_line_number_entry>& entries,
                            const Range& range);
+    bool addLineNumberInfo(korvane_line_info_type type, LineInfoHolder::Table entries, const Range& range);
     bool addLineNumberInfo(const LineNumberInfo& info);
     // Adds the RVA to every key start; called once per inline by finalisation.
     void normalizeLineNumberInfoJitRvaRanges(jit_rva_t jitRva);
