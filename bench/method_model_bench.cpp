@@ -60,7 +60,7 @@ void BM_ShapeJavaNames(benchmark::State& state) {
         info.setClassName(korvane_3_10::JavaSignatureParser::parseClassName("Ljava/util/HashMap;"));
         info.setMethodName(korvane_3_10::JavaSignatureParser::parseMethodName(
             "putVal(ILjava/lang/Object;Ljava/lang/Object;ZZ)Ljava/lang/Object;"));
-        benchmark::DoNotOptimize(info.m_qualifiedMethodName.data());
+        benchmark::DoNotOptimize(info.m_names.qualifiedText());
     }
 }
 BENCHMARK(BM_ShapeJavaNames);

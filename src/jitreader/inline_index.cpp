@@ -91,8 +91,8 @@ bool InlineIndex::keyOf(const JitMethod& method, RecordKey& key) {
                     region.loadTime(),
                     method.getRawMethodId(),
                     method.getRawParentId(),
-                    method.methodInfo()->m_qualifiedMethodName,
-                    method.methodInfo()->m_className};
+                    std::string(method.methodInfo()->m_names.qualified()),
+                    std::string(method.methodInfo()->m_names.className())};
     return true;
 }
 

@@ -64,20 +64,21 @@ void BaseMethodInfo::setClassName(const std::string& name) {
     std::string joined;
     joined.reserve(name.size() + 8);
     appendDottedParts(joined, name);
-    m_className = std::move(joined);
+    m_names.assign(m_names.qualified(), m_names.method(), joined);
 }
 
 void BaseMethodInfo::setMethodName(const std::string& name) {
     if (name.empty())
         return;
     // Built once in place: a method of every record read passes here.
+    const std::string_view className = m_names.className();
     std::string qualified;
-    qualified.reserve(m_className.size() + name.size() + 10);
-    if (!m_className.empty())
-        qualified.append(m_className).append("::");
+    qualified.reserve(className.size() + name.size() + 10);
+    if (!className.empty())
+        qualified.append(className).append("::");
     appendDottedParts(qualified, name);
-    m_methodName.assign(qualified, 0, qualified.find('('));
-    m_qualifiedMethodName = std::move(qualified);
+    const std::string_view whole(qualified);
+    m_names.assign(whole, whole.substr(0, whole.find('(')), className);
 }
 
 ISourceFile::Ptr BaseMethodInfo::getSourceFile() const {

@@ -5,6 +5,7 @@
 #include "jitreader/base_method_id.h"
 #include "jitreader/line_info_holder.h"
 #include "jitreader/line_table_map.h"
+#include "jitreader/method_names.h"
 #include "jitreader/module.h"
 #include "jitreader/range.h"
 #include "jitreader/region.h"
@@ -36,9 +37,7 @@ public:
     BaseMethodId m_baseMethodId;
     BaseMethodId m_baseParentId;
     u32_t m_methodToken;
-    std::string m_methodName;
-    std::string m_qualifiedMethodName;
-    std::string m_className;
+    MethodNames m_names;
     Module::Ptr m_module;
     SourceFile m_sourceFile;
 };
@@ -53,9 +52,9 @@ public:
     JitMethod();
 
     u32_t getMethodToken() const override { return m_methodInfo->m_methodToken; }
-    const char* getMethodName() const override { return m_methodInfo->m_methodName.c_str(); }
-    const char* getQualifiedMethodName() const override { return m_methodInfo->m_qualifiedMethodName.c_str(); }
-    const char* getClassName() const override { return m_methodInfo->m_className.c_str(); }
+    const char* getMethodName() const override { return m_methodInfo->m_names.methodText(); }
+    const char* getQualifiedMethodName() const override { return m_methodInfo->m_names.qualifiedText(); }
+    const char* getClassName() const override { return m_methodInfo->m_names.classText(); }
     IModule::Ptr getModule() const override { return m_methodInfo->m_module; }
     ISourceFile::Ptr getSourceFile() const override { return m_methodInfo->getSourceFile(); }
     skeinkit2::generic_iterator_t<ICodeRegion::Ptr> getRegions() const override;
