@@ -294,8 +294,8 @@ void JitMethod::compareSymbolicInfoTo(const Ptr& jitMethod) const {
     KORVANE_ASSERT(jitMethod);
     if (!jitMethod)
         return;
-    const std::string ownName = m_methodInfo->m_sourceFile.fileName();
-    const std::string newName = jitMethod->m_methodInfo->m_sourceFile.fileName();
+    const std::string ownName(m_methodInfo->m_sourceFile.fileName());
+    const std::string newName(jitMethod->m_methodInfo->m_sourceFile.fileName());
     if (ownName.empty()) {
         KORVANE_LOG_TRACE("Registred method has a null source file " << label(*jitMethod)
                                                                      << ". Mapping to source file is not available.");
