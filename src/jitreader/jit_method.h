@@ -50,6 +50,9 @@ public:
     typedef LineTableMap LineNumberInfo;
 
     JitMethod();
+    // From a pool of their own: a query at a million methods then finds them in few pages.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* method, std::size_t size);
 
     u32_t getMethodToken() const override { return m_methodInfo->m_methodToken; }
     const char* getMethodName() const override { return m_methodInfo->m_names.methodText(); }

@@ -126,6 +126,28 @@ int queryTwoProcessesTogether(const Corpus& corpus) {
     return failures.load();
 }
 
+// Methods come from one pool for the whole process: resolvers read and let go on many threads
+// at once, each with every method of the traces, and the last references dropped on other threads.
+TEST(ResolverConcurrencyTest, ResolversReadAndDroppedOnManyThreads) {
+    const Corpus corpus = makeCorpus();
+    const LogCapture silence(log4cplus::OFF_LOG_LEVEL);
+    std::vector<std::map<std::string, ISymbol::Ptr>> kept(kThreads);
+    std::atomic<int> failures(0);
+    runTogether([&](int thread) {
+        for (int round = 0; round < 3; ++round) {
+            const boost::intrusive_ptr<ISymbolResolver> resolver = korvane_test::resolverOver(corpus.paths());
+            if (!resolver) {
+                ++failures;
+                return;
+            }
+            kept[thread] = korvane_test::symbolsByName(*resolver);
+            failures += kept[thread].size() != kProcesses * kMethods;
+        }
+    });
+    EXPECT_EQ(0, failures.load());
+    runTogether([&](int thread) { kept[(thread + 1) % kThreads].clear(); });
+}
+
 TEST(ResolverConcurrencyTest, LoaderReadsEachProcessOnceBesideQueries) {
     const Corpus corpus = makeCorpus();
     {
