@@ -2,7 +2,6 @@
 #include "jitreader/jit_method.h"
 
 #include "jitreader/logging.h"
-#include "jitreader/slab_pool.h"
 #include "jitreader/source_location.h"
 
 #include <algorithm>
@@ -55,20 +54,6 @@ const korvane_line_number_entry* findByStartOrSpan(LineInfoHolder::Table table, 
 
 Range probeAt(jit_rva_t jitRva) { return Range{jitRva, 1}; }
 
-// The address sanitizer sees each method as an allocation of its own, for its checks on use
-// after release and on leaks.
-#if defined(__SANITIZE_ADDRESS__)
-const bool g_pooledMethods = false;
-#else
-const bool g_pooledMethods = true;
-#endif
-
-// Never destroyed: a method may be released during the process's exit.
-SlabPool& methodPool() {
-    static SlabPool& pool = *new SlabPool(sizeof(JitMethod));
-    return pool;
-}
-
 } // namespace
 
 BaseMethodInfo::BaseMethodInfo() : m_baseMethodId{0, 0}, m_baseParentId{0, 0}, m_methodToken(0) {}
@@ -101,20 +86,6 @@ ISourceFile::Ptr BaseMethodInfo::getSourceFile() const {
         return ISourceFile::Ptr();
     return ISourceFile::Ptr(new SourceFile(m_sourceFile.fileName(), m_sourceFile.checksum(),
                                            m_sourceFile.getChecksumType(), m_sourceFile.getLanguageType()));
-}
-
-void* JitMethod::operator new(std::size_t size) {
-    if (!g_pooledMethods || size != sizeof(JitMethod))
-        return ::operator new(size);
-    return methodPool().allocate();
-}
-
-void JitMethod::operator delete(void* method, std::size_t size) {
-    if (!g_pooledMethods || size != sizeof(JitMethod)) {
-        ::operator delete(method);
-        return;
-    }
-    methodPool().release(method);
 }
 
 JitMethod::JitMethod()

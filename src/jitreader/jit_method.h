@@ -7,6 +7,7 @@
 #include "jitreader/line_table_map.h"
 #include "jitreader/method_names.h"
 #include "jitreader/module.h"
+#include "jitreader/pooled.h"
 #include "jitreader/range.h"
 #include "jitreader/region.h"
 #include "jitreader/source_file.h"
@@ -22,7 +23,7 @@
 namespace korvane_3_10 {
 
 // What a method is called and where it comes from; shared by a method's clones.
-class BaseMethodInfo : public BaseObject {
+class BaseMethodInfo : public BaseObject, public Pooled<BaseMethodInfo> {
 public:
     typedef boost::intrusive_ptr<BaseMethodInfo> Ptr;
 
@@ -42,7 +43,8 @@ public:
     SourceFile m_sourceFile;
 };
 
-class JitMethod : public ISymbol {
+// From a pool of their own: a query at a million methods then finds them in few pages.
+class JitMethod : public ISymbol, public Pooled<JitMethod> {
 public:
     typedef boost::intrusive_ptr<JitMethod> Ptr;
 
@@ -50,9 +52,6 @@ public:
     typedef LineTableMap LineNumberInfo;
 
     JitMethod();
-    // From a pool of their own: a query at a million methods then finds them in few pages.
-    static void* operator new(std::size_t size);
-    static void operator delete(void* method, std::size_t size);
 
     u32_t getMethodToken() const override { return m_methodInfo->m_methodToken; }
     const char* getMethodName() const override { return m_methodInfo->m_names.methodText(); }

@@ -2,6 +2,7 @@
 #ifndef KORVANE_JITREADER_REGION_H
 #define KORVANE_JITREADER_REGION_H
 
+#include "jitreader/pooled.h"
 #include "jitreader/range.h"
 
 #include <korvane/interfaces.h>
@@ -14,7 +15,7 @@ namespace korvane_3_10 {
 
 class JitMethod;
 
-class Region : public ICodeRegion {
+class Region : public ICodeRegion, public Pooled<Region> {
 public:
     typedef boost::intrusive_ptr<Region> Ptr;
     typedef boost::intrusive_ptr<JitMethod> MethodPtr;
