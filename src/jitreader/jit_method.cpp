@@ -94,7 +94,7 @@ JitMethod::JitMethod()
       m_cachedAsParent(false) {}
 
 skeinkit2::generic_iterator_t<ICodeRegion::Ptr> JitMethod::getRegions() const {
-    typedef skeinkit2::iterutil::stl_iterator_impl_t<Region::Ptr, std::vector<Region::Ptr>::const_iterator> Source;
+    typedef skeinkit2::iterutil::stl_iterator_impl_t<Region::Ptr, Regions::const_iterator> Source;
     typedef skeinkit2::generic_iterator_t<ICodeRegion::Ptr> Result;
     return Result::adopt(
         new Result::converting_iterator_impl_t<Region::Ptr>(new Source(m_codeRegions.begin(), m_codeRegions.end())));

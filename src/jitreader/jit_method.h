@@ -14,6 +14,8 @@
 
 #include <korvane/interfaces.h>
 
+#include <boost/container/small_vector.hpp>
+
 #include <iterator>
 #include <map>
 #include <ostream>
@@ -47,6 +49,8 @@ public:
 class JitMethod : public ISymbol, public Pooled<JitMethod> {
 public:
     typedef boost::intrusive_ptr<JitMethod> Ptr;
+    // Nearly every method has one region: it is kept in place, not in an array of its own.
+    typedef boost::container::small_vector<Region::Ptr, 1> Regions;
 
     typedef korvane_3_10::LineInfoHolder LineInfoHolder;
     typedef LineTableMap LineNumberInfo;
@@ -99,7 +103,7 @@ public:
     void compareSymbolicInfoTo(const Ptr& jitMethod) const;
 
     const BaseMethodInfo::Ptr& methodInfo() const { return m_methodInfo; }
-    const std::vector<Region::Ptr>& codeRegions() const { return m_codeRegions; }
+    const Regions& codeRegions() const { return m_codeRegions; }
     bool attachedToParent() const { return m_attachedToParent; }
     // An inline's tables move to its jit RVA range once, at the first finalisation after it is attached.
     bool lineTablesPlaced() const { return m_lineTablesPlaced; }
@@ -125,7 +129,7 @@ private:
     u32_t m_parentId;
     u64_t m_loadTime;
     u64_t m_unloadTime;
-    std::vector<Region::Ptr> m_codeRegions;
+    Regions m_codeRegions;
     bool m_attachedToParent;
     bool m_lineTablesPlaced;
     bool m_cachedAsParent;

@@ -33,7 +33,7 @@ std::string Md5HashGenerator::hashText(u32_t rawId, const JitMethod::Ptr& method
         return text;
     const Module::Ptr& module = method->methodInfo()->m_module;
     if (rawId != 0) {
-        const std::vector<Region::Ptr>& regions = method->codeRegions();
+        const JitMethod::Regions& regions = method->codeRegions();
         const u32_t hostId = regions.empty() ? 0 : regions.front()->hostId();
         const u32_t processId = regions.empty() ? 0 : regions.front()->processId();
         text = std::to_string(rawId) + "." + std::to_string(hostId) + "." + std::to_string(processId);

@@ -38,7 +38,7 @@ private:
 
     // Never destroyed: an object may be released during the process's exit.
     static SlabPool& pool() {
-        static SlabPool& objects = *new SlabPool(sizeof(T));
+        static SlabPool& objects = *new SlabPool(sizeof(T), alignof(T));
         return objects;
     }
 };

@@ -8,17 +8,16 @@ namespace korvane_3_10 {
 namespace {
 
 const std::size_t g_chunkBytes = std::size_t(256) << 10;
-const std::size_t g_alignment = alignof(std::max_align_t);
-
-std::size_t roundedUp(std::size_t size) {
+std::size_t roundedUp(std::size_t size, std::size_t alignment) {
     const std::size_t atLeast = size < sizeof(void*) ? sizeof(void*) : size;
-    return (atLeast + g_alignment - 1) / g_alignment * g_alignment;
+    return (atLeast + alignment - 1) / alignment * alignment;
 }
 
 } // namespace
 
-SlabPool::SlabPool(std::size_t blockSize)
-    : m_blockSize(roundedUp(blockSize)), m_free(nullptr), m_next(nullptr), m_end(nullptr) {}
+SlabPool::SlabPool(std::size_t blockSize, std::size_t alignment)
+    : m_blockSize(roundedUp(blockSize, alignment < alignof(FreeBlock) ? alignof(FreeBlock) : alignment)),
+      m_free(nullptr), m_next(nullptr), m_end(nullptr) {}
 
 void* SlabPool::allocate() {
     const std::lock_guard<std::mutex> lock(m_mutex);

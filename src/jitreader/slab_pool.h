@@ -13,7 +13,9 @@ namespace korvane_3_10 {
 // the chunks stay until the process ends. Any thread may allocate and release.
 class SlabPool {
 public:
-    explicit SlabPool(std::size_t blockSize);
+    // Blocks of the size, each aligned as the alignment asks (a power of two, at
+    // most what the heap gives any allocation).
+    SlabPool(std::size_t blockSize, std::size_t alignment);
     SlabPool(const SlabPool&) = delete;
     SlabPool& operator=(const SlabPool&) = delete;
 
