@@ -3,6 +3,7 @@
 #define KORVANE_JITREADER_LINE_TABLE_MAP_H
 
 #include "jitreader/line_info_holder.h"
+#include "jitreader/pool_allocator.h"
 #include "jitreader/range.h"
 
 #include <utility>
@@ -16,8 +17,9 @@ namespace korvane_3_10 {
 class LineTableMap {
 public:
     typedef std::pair<Range, LineInfoHolder> value_type;
-    typedef std::vector<value_type>::iterator iterator;
-    typedef std::vector<value_type>::const_iterator const_iterator;
+    typedef std::vector<value_type, PoolAllocator<value_type>> Entries;
+    typedef Entries::iterator iterator;
+    typedef Entries::const_iterator const_iterator;
 
     bool empty() const { return m_entries.empty(); }
     std::size_t size() const { return m_entries.size(); }
@@ -33,7 +35,7 @@ public:
     void swap(LineTableMap& other) { m_entries.swap(other.m_entries); }
 
 private:
-    std::vector<value_type> m_entries;
+    Entries m_entries;
 };
 
 } // namespace korvane_3_10

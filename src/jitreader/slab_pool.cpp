@@ -7,7 +7,7 @@ namespace korvane_3_10 {
 
 namespace {
 
-const std::size_t g_chunkBytes = std::size_t(256) << 10;
+const std::size_t g_chunkBytes = std::size_t(64) << 10;
 std::size_t roundedUp(std::size_t size, std::size_t alignment) {
     const std::size_t atLeast = size < sizeof(void*) ? sizeof(void*) : size;
     return (atLeast + alignment - 1) / alignment * alignment;

@@ -19,6 +19,22 @@ public:
     SlabPool(const SlabPool&) = delete;
     SlabPool& operator=(const SlabPool&) = delete;
 
+    // The pool of the process for blocks of this size and alignment. Never destroyed: a block
+    // may be released during the process's exit.
+    template <std::size_t Size, std::size_t Alignment>
+    static SlabPool& shared() {
+        static SlabPool& pool = *new SlabPool(Size, Alignment);
+        return pool;
+    }
+
+    // Under the address sanitizer every object is an allocation of its own, for its checks on
+    // use after release and on leaks.
+#if defined(__SANITIZE_ADDRESS__)
+    static constexpr bool kEnabled = false;
+#else
+    static constexpr bool kEnabled = true;
+#endif
+
     std::size_t blockSize() const { return m_blockSize; }
     void* allocate();
     void release(void* block);
