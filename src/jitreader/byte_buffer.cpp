@@ -1,9 +1,18 @@
 // Code bytes of a region.
 #include "jitreader/byte_buffer.h"
 
+#include "jitreader/pool_allocator.h"
+
+#include <boost/make_shared.hpp>
+
 #include <cstring>
 
 namespace korvane_3_10 {
+
+boost::shared_ptr<IByteBuffer> ByteBuffer::copyOf(const void* bytes, u32_t length) {
+    const unsigned char* first = static_cast<const unsigned char*>(bytes);
+    return boost::allocate_shared<ByteBuffer>(PoolAllocator<ByteBuffer>(), first, first ? length : 0);
+}
 
 void ByteBuffer::assign(const void* source, u32_t length) {
     m_size = 0;

@@ -14,6 +14,9 @@ public:
     // Exactly these bytes, with no room beyond: what a decoded region keeps for its whole life.
     ByteBuffer(const unsigned char* bytes, u32_t length) : m_buffer(bytes, bytes + length), m_size(length) {}
 
+    // A buffer of exactly these bytes, from the pool of buffers: a region keeps one for its whole life.
+    static boost::shared_ptr<IByteBuffer> copyOf(const void* bytes, u32_t length);
+
     u32_t size() const override { return m_size; }
     const void* data() const override { return m_size == 0 ? nullptr : m_buffer.data(); }
     // Grows the vector only beyond its capacity and never shrinks it.

@@ -7,10 +7,7 @@
 #include "jitreader/logging.h"
 #include "jitreader/method_report.h"
 #include "jitreader/payload_reader.h"
-#include "jitreader/pool_allocator.h"
 #include "jitreader/update_record_fields.h"
-
-#include <boost/make_shared.hpp>
 
 KORVANE_DEFINE_FILE_LOGGER()
 
@@ -491,9 +488,7 @@ void JitFileDecoder::storeNamesAndModule(const NameFields& names, u32_t language
 boost::shared_ptr<IByteBuffer> JitFileDecoder::keptBytes(const char* code, u32_t codeSize) const {
     if (!code || codeSize == 0 || (m_decodingMode & dmFull) == 0)
         return boost::shared_ptr<IByteBuffer>();
-    // One allocation for the buffer and its count, and no room beyond the code.
-    return boost::allocate_shared<ByteBuffer>(PoolAllocator<ByteBuffer>(), reinterpret_cast<const unsigned char*>(code),
-                                             codeSize);
+    return ByteBuffer::copyOf(code, codeSize);
 }
 
 Region::Ptr JitFileDecoder::newRegion(address_t startAddress, u32_t length, u64_t loadTime, jit_rva_t startJitRva,

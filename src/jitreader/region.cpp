@@ -1,6 +1,7 @@
 // One stretch of JIT code: IP range, jit RVA, lifetime, bytes and inlines.
 #include "jitreader/region.h"
 
+#include "jitreader/byte_buffer.h"
 #include "jitreader/jit_method.h"
 #include "jitreader/logging.h"
 #include "jitreader/prefixed_hex.h"
@@ -75,10 +76,8 @@ Region::Region(const Region& other)
       m_length(other.m_length), m_inlineNotes(0), m_owner(nullptr) {
     if (!other.markupRanges().empty())
         ownParts().markupRanges = other.markupRanges();
-    if (other.m_content) {
-        m_content = IByteBuffer::create();
-        m_content->assign(other.m_content->data(), other.m_content->size());
-    }
+    if (other.m_content)
+        m_content = ByteBuffer::copyOf(other.m_content->data(), other.m_content->size());
 }
 
 Region::~Region() {
