@@ -14,17 +14,25 @@ boost::shared_ptr<IByteBuffer> ByteBuffer::copyOf(const void* bytes, u32_t lengt
     return boost::allocate_shared<ByteBuffer>(PoolAllocator<ByteBuffer>(), first, first ? length : 0);
 }
 
+ByteBuffer::ByteBuffer() : m_bytes(new unsigned char[512]()), m_size(0), m_capacity(512) {}
+
+ByteBuffer::ByteBuffer(const unsigned char* bytes, u32_t length) : m_size(0), m_capacity(0) {
+    assign(bytes, length);
+}
+
 void ByteBuffer::assign(const void* source, u32_t length) {
     m_size = 0;
     if (!source || length == 0)
         return;
-    if (length > m_buffer.capacity())
-        m_buffer.resize(length, 0);
-    else if (length > m_buffer.size())
-        // Within the capacity the vector keeps its allocation; the bytes still
-        // have to lie inside its size to be written.
-        m_buffer.resize(length, 0);
-    std::memcpy(m_buffer.data(), source, length);
+    if (length > m_capacity) {
+        // Filled before the old room goes, which the bytes may come from.
+        std::unique_ptr<unsigned char[]> room(new unsigned char[length]);
+        std::memcpy(room.get(), source, length);
+        m_bytes = std::move(room);
+        m_capacity = length;
+    } else {
+        std::memmove(m_bytes.get(), source, length);
+    }
     m_size = length;
 }
 
