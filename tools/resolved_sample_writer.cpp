@@ -4,6 +4,7 @@
 #include "text_output.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 namespace korvane_tool {
@@ -30,18 +31,45 @@ const std::size_t kBatchSamples = std::size_t(1) << 20;
 const u32_t kKeptFrames = 4;
 const u32_t kNotKept = ~u32_t(0);
 // Samples are written in their own order, so their frames and names lie anywhere in memory:
-// those of samples this far ahead are fetched while the current one is written.
+// the frames of samples twice this far ahead are fetched while the current one is written, and
+// the names of those this far ahead, whose frames are in the cache by then.
 const std::size_t kLookAhead = 16;
 // The names of the methods one after another, which keeps them on few pages: they are read in
 // the samples' order, all over the table.
-const std::size_t kNameBlock = 1 << 20;
+const std::size_t kTextBlock = 1 << 20;
+const std::size_t kMethodBlock = 4096;
+// Slots of the method table: 512 KiB, within the processor's cache beside the rest.
+const unsigned kMethodSlotBits = 16;
+const unsigned kFieldSlotBits = 10;
+
+std::size_t methodSlot(const ISymbol* symbol) {
+    return static_cast<std::size_t>((reinterpret_cast<std::uintptr_t>(symbol) * 0x9e3779b97f4a7c15ull) >>
+                                    (64 - kMethodSlotBits));
+}
+
+std::size_t fieldSlot(std::string_view text) {
+    std::uint64_t hash = 0xcbf29ce484222325ull;
+    for (const char c : text)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3ull;
+    return static_cast<std::size_t>(hash >> (64 - kFieldSlotBits));
+}
+
+// Whether JSON writes the text between quotes as it stands: printable ASCII, no quote or backslash.
+bool plainJson(std::string_view text) {
+    for (const unsigned char c : text) {
+        if (c < 0x20 || c > 0x7e || c == '"' || c == '\\')
+            return false;
+    }
+    return true;
+}
 
 } // namespace
 
 ResolvedSampleWriter::ResolvedSampleWriter(ISymbolResolver& resolver, const std::deque<std::string>& hosts, bool json,
                                            std::ostream& out)
-    : m_resolver(resolver), m_json(json), m_out(out), m_nameEnd(nullptr), m_nameRoom(0),
-      m_noSourceFile(json ? "null" : "") {
+    : m_resolver(resolver), m_json(json), m_out(out), m_methodsInBlock(kMethodBlock),
+      m_methodSlots(std::size_t(1) << kMethodSlotBits), m_fieldSlots(std::size_t(1) << kFieldSlotBits),
+      m_textEnd(nullptr), m_textRoom(0), m_noSourceFile(json ? "null" : "") {
     m_hosts.resize(hosts.size());
     for (std::size_t index = 0; index < hosts.size(); ++index) {
         getHostIdByName(m_resolver, hosts[index].c_str(), &m_hosts[index].id);
@@ -62,6 +90,7 @@ bool ResolvedSampleWriter::writeBatch(const TableSample* samples, std::size_t co
     resolveInAddressOrder(samples, count);
     bool allAnswered = true;
     for (std::size_t index = 0; index < count; ++index) {
+        prefetchFrames(index + 2 * kLookAhead, count);
         prefetchText(index + kLookAhead, count);
         Answer answer = m_answers[index];
         const Frame* frames = m_frames.data() + answer.firstFrame;
@@ -79,6 +108,11 @@ bool ResolvedSampleWriter::writeBatch(const TableSample* samples, std::size_t co
         allAnswered = allAnswered && (answer.result == meSuccess || answer.result == meNotFound);
     }
     return allAnswered;
+}
+
+void ResolvedSampleWriter::prefetchFrames(std::size_t index, std::size_t count) const {
+    if (index < count)
+        __builtin_prefetch(m_frames.data() + m_answers[index].firstFrame);
 }
 
 void ResolvedSampleWriter::prefetchText(std::size_t index, std::size_t count) const {
@@ -99,25 +133,23 @@ bool ResolvedSampleWriter::OrderKey::operator<(const OrderKey& other) const {
 }
 
 void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std::size_t count) {
-    std::vector<OrderKey> order(count);
+    std::vector<OrderKey> order;
+    order.reserve(count);
     for (std::size_t index = 0; index < count; ++index)
-        order[index] = {samples[index], m_hosts[samples[index].host].id, static_cast<u32_t>(index)};
+        order.push_back({samples[index], m_hosts[samples[index].host].id, static_cast<u32_t>(index)});
     std::sort(order.begin(), order.end());
-    // Samples mostly share methods: a quarter as many as samples is room enough for most runs,
-    // and the table is not rebuilt over and over as it fills.
-    if (m_methods.empty())
-        m_methods.reserve(count / 4);
     // In address order first, then to the samples' places in a pass of its own: stores all over
     // the table would stall the resolving.
     const std::vector<Answer> answers = answersInOrder(order);
     m_answers.resize(count);
     for (std::size_t position = 0; position < count; ++position)
         m_answers[order[position].index] = answers[position];
-    putFramesInSampleOrder();
 }
 
 std::vector<ResolvedSampleWriter::Answer> ResolvedSampleWriter::answersInOrder(const std::vector<OrderKey>& order) {
     m_frames.clear();
+    // Most samples have a frame or two; room that is never used costs no memory.
+    m_frames.reserve(order.size() * 2);
     std::vector<Answer> answers(order.size());
     const ISymbol* previous = nullptr;
     Answer previousAnswer{};
@@ -137,19 +169,6 @@ std::vector<ResolvedSampleWriter::Answer> ResolvedSampleWriter::answersInOrder(c
         previousAnswer = answer;
     }
     return answers;
-}
-
-// So that writing reads the frames one after another.
-void ResolvedSampleWriter::putFramesInSampleOrder() {
-    m_orderedFrames.clear();
-    for (Answer& answer : m_answers) {
-        if (answer.frameCount == 0 || answer.frameCount == kNotKept)
-            continue;
-        const std::vector<Frame>::const_iterator first = m_frames.begin() + answer.firstFrame;
-        answer.firstFrame = static_cast<u32_t>(m_orderedFrames.size());
-        m_orderedFrames.insert(m_orderedFrames.end(), first, first + answer.frameCount);
-    }
-    m_frames.swap(m_orderedFrames);
 }
 
 std::string ResolvedSampleWriter::field(const std::string& value) const {
@@ -186,12 +205,21 @@ ResolvedSampleWriter::Method& ResolvedSampleWriter::method(const ISymbol::Ptr& s
     Recent& recent = m_recent[std::min(depth, m_recent.size() - 1)];
     if (symbol.get() == recent.symbol)
         return *recent.method;
-    Method& method = m_methods[symbol.get()];
-    recent = {symbol.get(), &method};
-    if (method.symbol)
-        return method;
+    Method*& slot = m_methodSlots[methodSlot(symbol.get())];
+    if (!slot || slot->symbol != symbol)
+        slot = &newMethod(symbol);
+    recent = {symbol.get(), slot};
+    return *slot;
+}
+
+ResolvedSampleWriter::Method& ResolvedSampleWriter::newMethod(const ISymbol::Ptr& symbol) {
+    if (m_methodsInBlock == kMethodBlock) {
+        m_methodBlocks.emplace_back(new Method[kMethodBlock]);
+        m_methodsInBlock = 0;
+    }
+    Method& method = m_methodBlocks.back()[m_methodsInBlock++];
     method.symbol = symbol;
-    method.name = keptName(field(text(symbol->getQualifiedMethodName())));
+    method.name = keptField(symbol->getQualifiedMethodName());
     const IModule::Ptr module = symbol->getModule();
     method.module = &sharedField(module ? module->getFilePath() : nullptr);
     for (auto regions = symbol->getRegions(); !regions.at_end(); regions.next()) {
@@ -219,39 +247,59 @@ void ResolvedSampleWriter::addFrame(Method& method, jit_rva_t jitRva, std::vecto
     frames.push_back(frame);
 }
 
-std::string_view ResolvedSampleWriter::keptName(const std::string& name) {
-    if (name.empty())
+std::string_view ResolvedSampleWriter::keptField(const char* value) {
+    const std::string_view raw = value ? std::string_view(value) : std::string_view();
+    if (!m_json && !needsCsvQuotes(raw))
+        return keptText(raw);
+    if (!m_json || !plainJson(raw))
+        return keptText(field(std::string(raw)));
+    char* kept = textRoom(raw.size() + 2);
+    kept[0] = '"';
+    std::memcpy(kept + 1, raw.data(), raw.size());
+    kept[raw.size() + 1] = '"';
+    return std::string_view(kept, raw.size() + 2);
+}
+
+std::string_view ResolvedSampleWriter::keptText(std::string_view text) {
+    if (text.empty())
         return std::string_view("");
-    if (name.size() > m_nameRoom) {
-        const std::size_t size = std::max(kNameBlock, name.size());
-        m_nameBlocks.emplace_back(new char[size]);
-        m_nameEnd = m_nameBlocks.back().get();
-        m_nameRoom = size;
+    char* kept = textRoom(text.size());
+    std::memcpy(kept, text.data(), text.size());
+    return std::string_view(kept, text.size());
+}
+
+char* ResolvedSampleWriter::textRoom(std::size_t size) {
+    if (size > m_textRoom) {
+        const std::size_t blockSize = std::max(kTextBlock, size);
+        m_textBlocks.emplace_back(new char[blockSize]);
+        m_textEnd = m_textBlocks.back().get();
+        m_textRoom = blockSize;
     }
-    char* kept = m_nameEnd;
-    std::memcpy(kept, name.data(), name.size());
-    m_nameEnd += name.size();
-    m_nameRoom -= name.size();
-    return std::string_view(kept, name.size());
+    char* room = m_textEnd;
+    m_textEnd += size;
+    m_textRoom -= size;
+    return room;
 }
 
 const std::string& ResolvedSampleWriter::sourceField(Method& method, const char* sourceFile) {
     if (!sourceFile || !*sourceFile)
         return m_noSourceFile;
-    for (const auto& known : method.sourceFiles) {
-        if (known.first == sourceFile)
-            return *known.second;
-    }
-    method.sourceFiles.emplace_back(sourceFile, &sharedField(sourceFile));
-    return *method.sourceFiles.back().second;
+    if (!method.sourceFile || method.sourceFile->first != sourceFile)
+        method.sourceFile = &sharedEntry(sourceFile);
+    return method.sourceFile->second;
 }
 
-const std::string& ResolvedSampleWriter::sharedField(const char* value) {
-    m_fieldKey.assign(value ? value : "");
-    std::string& shared = m_fields[m_fieldKey];
-    if (shared.empty())
-        shared = field(m_fieldKey);
-    return shared;
+const ResolvedSampleWriter::FieldEntry& ResolvedSampleWriter::sharedEntry(const char* value) {
+    const std::string_view raw = value ? std::string_view(value) : std::string_view();
+    const FieldEntry*& slot = m_fieldSlots[fieldSlot(raw)];
+    if (slot && slot->first == raw)
+        return *slot;
+    m_fieldKey.assign(raw);
+    const FieldMap::iterator entry = m_fields.try_emplace(m_fieldKey).first;
+    if (entry->second.empty())
+        entry->second = field(m_fieldKey);
+    slot = &*entry;
+    return *slot;
 }
 
 const std::string& ResolvedSampleWriter::outcome(korvane_error_t result) {
