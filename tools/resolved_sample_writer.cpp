@@ -38,13 +38,22 @@ const std::size_t kLookAhead = 16;
 // the samples' order, all over the table.
 const std::size_t kTextBlock = 1 << 20;
 const std::size_t kMethodBlock = 4096;
-// Slots of the method table: 512 KiB, within the processor's cache beside the rest.
-const unsigned kMethodSlotBits = 16;
+// Slots of the method table: at most 512 KiB, within the processor's cache beside the rest, and
+// no more than the samples can fill.
+const unsigned kFewestMethodSlotBits = 8;
+const unsigned kMostMethodSlotBits = 15;
 const unsigned kFieldSlotBits = 10;
 
-std::size_t methodSlot(const ISymbol* symbol) {
+unsigned methodSlotBits(std::size_t samples) {
+    unsigned bits = kFewestMethodSlotBits;
+    while (bits < kMostMethodSlotBits && (std::size_t(1) << bits) < samples)
+        ++bits;
+    return bits;
+}
+
+std::size_t methodSlot(const ISymbol* symbol, unsigned bits) {
     return static_cast<std::size_t>((reinterpret_cast<std::uintptr_t>(symbol) * 0x9e3779b97f4a7c15ull) >>
-                                    (64 - kMethodSlotBits));
+                                    (64 - bits));
 }
 
 std::size_t fieldSlot(std::string_view text) {
@@ -68,7 +77,7 @@ bool plainJson(std::string_view text) {
 ResolvedSampleWriter::ResolvedSampleWriter(ISymbolResolver& resolver, const std::deque<std::string>& hosts, bool json,
                                            std::ostream& out)
     : m_resolver(resolver), m_json(json), m_out(out), m_methodsInBlock(kMethodBlock),
-      m_methodSlots(std::size_t(1) << kMethodSlotBits), m_fieldSlots(std::size_t(1) << kFieldSlotBits),
+      m_methodSlotBits(0), m_fieldSlots(std::size_t(1) << kFieldSlotBits),
       m_textEnd(nullptr), m_textRoom(0), m_noSourceFile(json ? "null" : "") {
     m_hosts.resize(hosts.size());
     for (std::size_t index = 0; index < hosts.size(); ++index) {
@@ -123,7 +132,7 @@ void ResolvedSampleWriter::prefetchText(std::size_t index, std::size_t count) co
         return;
     const Frame& frame = m_frames[answer.firstFrame];
     __builtin_prefetch(frame.name);
-    __builtin_prefetch(frame.sourceFile);
+    __builtin_prefetch(frame.name + frame.nameLength);
 }
 
 bool ResolvedSampleWriter::OrderKey::operator<(const OrderKey& other) const {
@@ -138,6 +147,10 @@ void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std
     for (std::size_t index = 0; index < count; ++index)
         order.push_back({samples[index], m_hosts[samples[index].host].id, static_cast<u32_t>(index)});
     std::sort(order.begin(), order.end());
+    if (m_methodSlots.empty()) {
+        m_methodSlotBits = methodSlotBits(count);
+        m_methodSlots.resize(std::size_t(1) << m_methodSlotBits);
+    }
     // In address order first, then to the samples' places in a pass of its own: stores all over
     // the table would stall the resolving.
     const std::vector<Answer> answers = answersInOrder(order);
@@ -202,14 +215,14 @@ void ResolvedSampleWriter::collect(const ISymbol::Ptr& symbol, Answer& answer, s
 }
 
 ResolvedSampleWriter::Method& ResolvedSampleWriter::method(const ISymbol::Ptr& symbol, std::size_t depth) {
-    Recent& recent = m_recent[std::min(depth, m_recent.size() - 1)];
+    MethodSlot& recent = m_recent[std::min(depth, m_recent.size() - 1)];
     if (symbol.get() == recent.symbol)
         return *recent.method;
-    Method*& slot = m_methodSlots[methodSlot(symbol.get())];
-    if (!slot || slot->symbol != symbol)
-        slot = &newMethod(symbol);
-    recent = {symbol.get(), slot};
-    return *slot;
+    MethodSlot& slot = m_methodSlots[methodSlot(symbol.get(), m_methodSlotBits)];
+    if (slot.symbol != symbol.get())
+        slot = {symbol.get(), &newMethod(symbol)};
+    recent = slot;
+    return *slot.method;
 }
 
 ResolvedSampleWriter::Method& ResolvedSampleWriter::newMethod(const ISymbol::Ptr& symbol) {
@@ -236,28 +249,42 @@ ResolvedSampleWriter::Method& ResolvedSampleWriter::newMethod(const ISymbol::Ptr
 }
 
 void ResolvedSampleWriter::addFrame(Method& method, jit_rva_t jitRva, std::vector<Frame>& frames) {
-    Frame frame{method.name.data(), static_cast<u32_t>(method.name.size()), 0, &m_noSourceFile, method.module};
+    Frame frame{method.name.data(), static_cast<u32_t>(method.name.size()), 0, m_noSourceFile.data(),
+                static_cast<u32_t>(m_noSourceFile.size()), method.module};
     const ISourceLocation::Ptr location = method.symbol->getSourceLocation(jitRva);
     if (location) {
         frame.line = location->getLine();
         const ISourceFile::Ptr file = location->getSourceFile();
-        if (file)
-            frame.sourceFile = &sourceField(method, file->getSourceFileName());
+        if (file) {
+            const std::string_view field = sourceField(method, file->getSourceFileName());
+            frame.sourceFile = field.data();
+            frame.sourceFileLength = static_cast<u32_t>(field.size());
+        }
     }
     frames.push_back(frame);
 }
 
-std::string_view ResolvedSampleWriter::keptField(const char* value) {
-    const std::string_view raw = value ? std::string_view(value) : std::string_view();
-    if (!m_json && !needsCsvQuotes(raw))
-        return keptText(raw);
-    if (!m_json || !plainJson(raw))
-        return keptText(field(std::string(raw)));
-    char* kept = textRoom(raw.size() + 2);
-    kept[0] = '"';
-    std::memcpy(kept + 1, raw.data(), raw.size());
-    kept[raw.size() + 1] = '"';
-    return std::string_view(kept, raw.size() + 2);
+std::string_view ResolvedSampleWriter::keptField(const char* value, std::string_view* raw) {
+    const std::string_view text = value ? std::string_view(value) : std::string_view();
+    std::string_view kept;
+    if (!m_json && !needsCsvQuotes(text)) {
+        kept = keptText(text);
+        if (raw)
+            *raw = kept;
+    } else if (!m_json || !plainJson(text)) {
+        if (raw)
+            *raw = keptText(text);
+        kept = keptText(field(std::string(text)));
+    } else {
+        char* quoted = textRoom(text.size() + 2);
+        quoted[0] = '"';
+        std::memcpy(quoted + 1, text.data(), text.size());
+        quoted[text.size() + 1] = '"';
+        kept = std::string_view(quoted, text.size() + 2);
+        if (raw)
+            *raw = kept.substr(1, text.size());
+    }
+    return kept;
 }
 
 std::string_view ResolvedSampleWriter::keptText(std::string_view text) {
@@ -281,12 +308,12 @@ char* ResolvedSampleWriter::textRoom(std::size_t size) {
     return room;
 }
 
-const std::string& ResolvedSampleWriter::sourceField(Method& method, const char* sourceFile) {
+std::string_view ResolvedSampleWriter::sourceField(Method& method, const char* sourceFile) {
     if (!sourceFile || !*sourceFile)
         return m_noSourceFile;
-    if (!method.sourceFile || method.sourceFile->first != sourceFile)
-        method.sourceFile = &sharedEntry(sourceFile);
-    return method.sourceFile->second;
+    if (method.sourceField.empty() || method.sourceName != sourceFile)
+        method.sourceField = keptField(sourceFile, &method.sourceName);
+    return method.sourceField;
 }
 
 const ResolvedSampleWriter::FieldEntry& ResolvedSampleWriter::sharedEntry(const char* value) {
@@ -327,7 +354,7 @@ void ResolvedSampleWriter::writeCsv(const TableSample& sample, const Answer& ans
     for (std::size_t depth = 0; depth < answer.frameCount; ++depth) {
         const Frame& frame = frames[depth];
         writeCsvHead(sample, answer, frames);
-        m_out.decimal(depth).character(',').text(frame.nameText()).character(',').text(*frame.sourceFile);
+        m_out.decimal(depth).character(',').text(frame.nameText()).character(',').text(frame.sourceFileText());
         m_out.character(',');
         if (frame.line)
             m_out.decimal(frame.line);
@@ -351,7 +378,7 @@ void ResolvedSampleWriter::writeJsonFrames(const Frame* frames, std::size_t coun
     for (std::size_t depth = 0; depth < count; ++depth) {
         const Frame& frame = frames[depth];
         m_out.text(depth ? ",{\"method\":" : "{\"method\":").text(frame.nameText()).text(",\"source_file\":");
-        m_out.text(*frame.sourceFile).text(",\"line\":");
+        m_out.text(frame.sourceFileText()).text(",\"line\":");
         if (frame.line)
             m_out.decimal(frame.line);
         else

@@ -54,8 +54,10 @@ private:
         // Read once, as the library's iterator allocates; nearly every method has one region.
         CodeSpan firstRegion;
         std::vector<CodeSpan> moreRegions;
-        // The source file its lines named last: a method's lines nearly always name one.
-        const FieldEntry* sourceFile = nullptr;
+        // The source file its lines named last, as named and as its field: a method's lines nearly
+        // always name one. Kept beside the method's name, which is read with it.
+        std::string_view sourceName;
+        std::string_view sourceField;
 
         // The region that holds the jit RVA, as the method lists them: the first that does.
         korvane_3_10::ICodeRegion::Ptr regionHolding(korvane_3_10::jit_rva_t jitRva) const {
@@ -74,10 +76,12 @@ private:
         const char* name;
         korvane_3_10::u32_t nameLength;
         korvane_3_10::u32_t line; // 0: no line known
-        const std::string* sourceFile;
+        const char* sourceFile;
+        korvane_3_10::u32_t sourceFileLength;
         const std::string* module;
 
         std::string_view nameText() const { return std::string_view(name, nameLength); }
+        std::string_view sourceFileText() const { return std::string_view(sourceFile, sourceFileLength); }
     };
 
     // A sample's answer from resolving to writing; its frames lie in m_frames.
@@ -96,8 +100,9 @@ private:
 
         bool operator<(const OrderKey& other) const;
     };
-    // The methods of the sample before, by depth: samples in address order mostly share them.
-    struct Recent {
+    // A method by its symbol: in the slot table, and for the sample before, by depth, as samples in
+    // address order mostly share them.
+    struct MethodSlot {
         const korvane_3_10::ISymbol* symbol = nullptr;
         Method* method = nullptr;
     };
@@ -116,11 +121,12 @@ private:
     Method& method(const korvane_3_10::ISymbol::Ptr& symbol, std::size_t depth);
     Method& newMethod(const korvane_3_10::ISymbol::Ptr& symbol);
     void addFrame(Method& method, korvane_3_10::jit_rva_t jitRva, std::vector<Frame>& frames);
-    // A library text as its output field, kept in m_textBlocks.
-    std::string_view keptField(const char* value);
+    // A library text as its output field, kept in m_textBlocks; `raw`, if asked, the text itself
+    // kept there too.
+    std::string_view keptField(const char* value, std::string_view* raw = nullptr);
     std::string_view keptText(std::string_view text);
     char* textRoom(std::size_t size);
-    const std::string& sourceField(Method& method, const char* sourceFile);
+    std::string_view sourceField(Method& method, const char* sourceFile);
     const std::string& sharedField(const char* value) { return sharedEntry(value).second; }
     const FieldEntry& sharedEntry(const char* value);
     // The result column; a failure's code is spelled out in m_failure.
@@ -136,13 +142,15 @@ private:
     OutputBuffer m_out;
     std::vector<Host> m_hosts;
     // The methods met so far, in blocks that never move, and the last one met in each slot of
-    // a table small enough to stay in the cache, by the symbol's address. A method whose slot
+    // a table small enough to stay in the cache, by the symbol's address; the slot holds the
+    // key, so that a method met for the first time costs no look at another. A method whose slot
     // another took is built again when met again: that costs its name once more, where a table
     // of every method would cost a cache miss for each.
     std::vector<std::unique_ptr<Method[]>> m_methodBlocks;
     std::size_t m_methodsInBlock;
-    std::vector<Method*> m_methodSlots;
-    std::array<Recent, 4> m_recent;
+    std::vector<MethodSlot> m_methodSlots; // sized by the first batch
+    unsigned m_methodSlotBits;
+    std::array<MethodSlot, 4> m_recent;
     FieldMap m_fields;
     // The last field met in each slot, by the name's hash: a few names make most fields.
     std::vector<const FieldEntry*> m_fieldSlots;
