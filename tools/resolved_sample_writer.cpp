@@ -266,25 +266,34 @@ void ResolvedSampleWriter::addFrame(Method& method, jit_rva_t jitRva, std::vecto
 
 std::string_view ResolvedSampleWriter::keptField(const char* value, std::string_view* raw) {
     const std::string_view text = value ? std::string_view(value) : std::string_view();
-    std::string_view kept;
     if (!m_json && !needsCsvQuotes(text)) {
-        kept = keptText(text);
+        const std::string_view kept = keptText(text);
         if (raw)
             *raw = kept;
-    } else if (!m_json || !plainJson(text)) {
-        if (raw)
-            *raw = keptText(text);
-        kept = keptText(field(std::string(text)));
-    } else {
-        char* quoted = textRoom(text.size() + 2);
-        quoted[0] = '"';
-        std::memcpy(quoted + 1, text.data(), text.size());
-        quoted[text.size() + 1] = '"';
-        kept = std::string_view(quoted, text.size() + 2);
-        if (raw)
-            *raw = kept.substr(1, text.size());
+        return kept;
     }
-    return kept;
+    if (raw)
+        *raw = keptText(text);
+    if (m_json && !plainJson(text))
+        return keptText(field(std::string(text)));
+    return m_json ? keptQuoted(text, '\0') : keptQuoted(text, '"');
+}
+
+// As csvField and jsonString write the text when it has only its quotes to add: CSV doubles the
+// quotes inside, JSON has none inside (doubled: '\0').
+std::string_view ResolvedSampleWriter::keptQuoted(std::string_view text, char doubled) {
+    const std::size_t inner = doubled ? std::count(text.begin(), text.end(), doubled) : 0;
+    const std::size_t size = text.size() + inner + 2;
+    char* kept = textRoom(size);
+    char* out = kept;
+    *out++ = '"';
+    for (const char c : text) {
+        if (c == doubled)
+            *out++ = c;
+        *out++ = c;
+    }
+    *out = '"';
+    return std::string_view(kept, size);
 }
 
 std::string_view ResolvedSampleWriter::keptText(std::string_view text) {

@@ -125,6 +125,7 @@ private:
     // kept there too.
     std::string_view keptField(const char* value, std::string_view* raw = nullptr);
     std::string_view keptText(std::string_view text);
+    std::string_view keptQuoted(std::string_view text, char doubled);
     char* textRoom(std::size_t size);
     std::string_view sourceField(Method& method, const char* sourceFile);
     const std::string& sharedField(const char* value) { return sharedEntry(value).second; }
