@@ -78,7 +78,8 @@ ResolvedSampleWriter::ResolvedSampleWriter(ISymbolResolver& resolver, const std:
                                            std::ostream& out)
     : m_resolver(resolver), m_json(json), m_out(out), m_methodsInBlock(kMethodBlock),
       m_methodSlotBits(0), m_fieldSlots(std::size_t(1) << kFieldSlotBits),
-      m_textEnd(nullptr), m_textRoom(0), m_noSourceFile(json ? "null" : "") {
+      m_textEnd(nullptr), m_textRoom(0), m_noSourceFile(json ? "null" : ""), m_inJit(field(kInJit)),
+      m_outside(field(kOutside)) {
     m_hosts.resize(hosts.size());
     for (std::size_t index = 0; index < hosts.size(); ++index) {
         getHostIdByName(m_resolver, hosts[index].c_str(), &m_hosts[index].id);
@@ -151,23 +152,20 @@ void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std
         m_methodSlotBits = methodSlotBits(count);
         m_methodSlots.resize(std::size_t(1) << m_methodSlotBits);
     }
-    // In address order first, then to the samples' places in a pass of its own: stores all over
-    // the table would stall the resolving.
-    const std::vector<Answer> answers = answersInOrder(order);
     m_answers.resize(count);
-    for (std::size_t position = 0; position < count; ++position)
-        m_answers[order[position].index] = answers[position];
+    answerInOrder(order);
 }
 
-std::vector<ResolvedSampleWriter::Answer> ResolvedSampleWriter::answersInOrder(const std::vector<OrderKey>& order) {
+// Each answer goes straight to its sample's place: the store waits for no one, while a table of
+// answers in address order would be as large again and read all over once more.
+void ResolvedSampleWriter::answerInOrder(const std::vector<OrderKey>& order) {
     m_frames.clear();
     // Most samples have a frame or two; room that is never used costs no memory.
     m_frames.reserve(order.size() * 2);
-    std::vector<Answer> answers(order.size());
     const ISymbol* previous = nullptr;
     Answer previousAnswer{};
     for (std::size_t position = 0; position < order.size(); ++position) {
-        Answer& answer = answers[position];
+        Answer answer;
         const ISymbol::Ptr symbol = locate(order[position].sample, answer);
         // The same code as the sample before: its frames serve again.
         if (symbol && symbol.get() == previous && answer.jitRva == previousAnswer.jitRva)
@@ -180,8 +178,8 @@ std::vector<ResolvedSampleWriter::Answer> ResolvedSampleWriter::answersInOrder(c
         }
         previous = symbol.get();
         previousAnswer = answer;
+        m_answers[order[position].index] = answer;
     }
-    return answers;
 }
 
 std::string ResolvedSampleWriter::field(const std::string& value) const {
@@ -340,16 +338,16 @@ const ResolvedSampleWriter::FieldEntry& ResolvedSampleWriter::sharedEntry(const 
 
 const std::string& ResolvedSampleWriter::outcome(korvane_error_t result) {
     if (result == meSuccess)
-        return kInJit;
+        return m_inJit;
     if (result == meNotFound)
-        return kOutside;
-    m_failure = "trace not readable (result code " + std::to_string(result) + ")";
+        return m_outside;
+    m_failure = field("trace not readable (result code " + std::to_string(result) + ")");
     return m_failure;
 }
 
 void ResolvedSampleWriter::writeCsvHead(const TableSample& sample, const Answer& answer, const Frame* frames) {
     m_out.decimal(sample.timestamp).character(',').hex(sample.ip).character(',').decimal(sample.pid).character(',');
-    m_out.text(m_hosts[sample.host].field).character(',').csvField(outcome(answer.result)).character(',');
+    m_out.text(m_hosts[sample.host].field).character(',').text(outcome(answer.result)).character(',');
     if (answer.result == meSuccess)
         m_out.hex(answer.jitRva).character(',').text(*frames->module).character(',');
 }
@@ -374,7 +372,7 @@ void ResolvedSampleWriter::writeCsv(const TableSample& sample, const Answer& ans
 void ResolvedSampleWriter::writeJson(const TableSample& sample, const Answer& answer, const Frame* frames) {
     m_out.text("{\"timestamp\":").decimal(sample.timestamp).text(",\"ip\":\"").hex(sample.ip);
     m_out.text("\",\"pid\":").decimal(sample.pid).text(",\"host\":").text(m_hosts[sample.host].field);
-    m_out.text(",\"result\":").jsonString(outcome(answer.result));
+    m_out.text(",\"result\":").text(outcome(answer.result));
     if (answer.result == meSuccess) {
         m_out.text(",\"jit_rva\":\"").hex(answer.jitRva).text("\",\"module\":").text(*frames->module);
         writeJsonFrames(frames, answer.frameCount);

@@ -110,7 +110,7 @@ private:
     bool writeBatch(const TableSample* samples, std::size_t count);
     // Fills m_answers and m_frames for the batch.
     void resolveInAddressOrder(const TableSample* samples, std::size_t count);
-    std::vector<Answer> answersInOrder(const std::vector<OrderKey>& order);
+    void answerInOrder(const std::vector<OrderKey>& order);
     // Ask the processor for the frames and the text of the sample at index, which is written soon.
     void prefetchFrames(std::size_t index, std::size_t count) const;
     void prefetchText(std::size_t index, std::size_t count) const;
@@ -130,7 +130,7 @@ private:
     std::string_view sourceField(Method& method, const char* sourceFile);
     const std::string& sharedField(const char* value) { return sharedEntry(value).second; }
     const FieldEntry& sharedEntry(const char* value);
-    // The result column; a failure's code is spelled out in m_failure.
+    // The result column's field; a failure's code is spelled out in m_failure.
     const std::string& outcome(korvane_error_t result);
     std::string field(const std::string& value) const;
     void writeCsv(const TableSample& sample, const Answer& answer, const Frame* frames);
@@ -167,6 +167,8 @@ private:
     // The frames of a sample resolved again as it is written.
     std::vector<Frame> m_deepFrames;
     std::string m_noSourceFile;
+    std::string m_inJit;
+    std::string m_outside;
     std::string m_failure;
 };
 
