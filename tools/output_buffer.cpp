@@ -43,14 +43,6 @@ OutputBuffer& OutputBuffer::hex(std::uint64_t value) {
     return *this;
 }
 
-OutputBuffer& OutputBuffer::csvField(const std::string& value) {
-    if (!needsCsvQuotes(value))
-        return text(value);
-    return text(korvane_tool::csvField(value));
-}
-
-OutputBuffer& OutputBuffer::jsonString(const std::string& value) { return text(korvane_tool::jsonString(value)); }
-
 void OutputBuffer::flush() {
     if (m_end == m_block.get())
         return;
