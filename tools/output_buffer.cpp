@@ -1,8 +1,6 @@
 // Text gathered in memory and handed to a stream in large blocks, with the number forms of the tool.
 #include "output_buffer.h"
 
-#include "text_output.h"
-
 #include <charconv>
 #include <cstring>
 
