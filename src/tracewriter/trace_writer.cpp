@@ -32,7 +32,8 @@ public:
         u32(range.length);
         if (range.borrowedCode) {
             u32(range.length);
-            append(range.borrowedCode, range.length);
+            // Copied in at the end, without first filling the room with zeros.
+            m_bytes.insert(m_bytes.end(), range.borrowedCode, range.borrowedCode + range.length);
             return;
         }
         u32(static_cast<std::uint32_t>(range.code.size()));
@@ -56,10 +57,9 @@ private:
     static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "words are written as little-endian");
 
     void little(std::uint64_t value, std::size_t count) { append(&value, count); }
-    // Copied in at the end, without first filling the room with zeros.
     void append(const void* data, std::size_t count) {
-        const std::uint8_t* bytes = static_cast<const std::uint8_t*>(data);
-        m_bytes.insert(m_bytes.end(), bytes, bytes + count);
+        if (count > 0)
+            std::memcpy(grow(count), data, count);
     }
     // Room for count more bytes at the end, in one step rather than byte by byte.
     std::uint8_t* grow(std::size_t count) {
