@@ -120,12 +120,16 @@ bool ResolvedSampleWriter::writeBatch(const TableSample* samples, std::size_t co
     return allAnswered;
 }
 
-void ResolvedSampleWriter::prefetchFrames(std::size_t index, std::size_t count) const {
-    if (index < count)
-        __builtin_prefetch(m_frames.data() + m_answers[index].firstFrame);
+inline void ResolvedSampleWriter::prefetchFrames(std::size_t index, std::size_t count) const {
+    if (index >= count)
+        return;
+    // A frame may straddle two cache lines.
+    const Frame* frame = m_frames.data() + m_answers[index].firstFrame;
+    __builtin_prefetch(frame);
+    __builtin_prefetch(reinterpret_cast<const char*>(frame + 1) - 1);
 }
 
-void ResolvedSampleWriter::prefetchText(std::size_t index, std::size_t count) const {
+inline void ResolvedSampleWriter::prefetchText(std::size_t index, std::size_t count) const {
     if (index >= count)
         return;
     const Answer& answer = m_answers[index];

@@ -112,8 +112,9 @@ private:
     void resolveInAddressOrder(const TableSample* samples, std::size_t count);
     void answerInOrder(const std::vector<OrderKey>& order);
     // Ask the processor for the frames and the text of the sample at index, which is written soon.
-    void prefetchFrames(std::size_t index, std::size_t count) const;
-    void prefetchText(std::size_t index, std::size_t count) const;
+    // Inlined: the compiler takes a prefetch for no effect and drops a call that only prefetches.
+    __attribute__((always_inline)) void prefetchFrames(std::size_t index, std::size_t count) const;
+    __attribute__((always_inline)) void prefetchText(std::size_t index, std::size_t count) const;
     // The method at the sample, null when the sample lies outside JIT code or is not answered.
     korvane_3_10::ISymbol::Ptr locate(const TableSample& sample, Answer& answer);
     // The method's frame and those of its inlines at the answer's jit RVA, appended to `frames`.
