@@ -43,7 +43,7 @@ private:
 
         bool holds(korvane_3_10::jit_rva_t jitRva) const { return jitRva >= start && jitRva - start < length; }
     };
-    // Module and source file names, each written as a field once, by the name.
+    // Module names, each written as a field once, by the name.
     typedef std::unordered_map<std::string, std::string> FieldMap;
     typedef FieldMap::value_type FieldEntry;
     // What a method's frames repeat from sample to sample, already written as output fields.
@@ -154,10 +154,10 @@ private:
     unsigned m_methodSlotBits;
     std::array<MethodSlot, 4> m_recent;
     FieldMap m_fields;
-    // The last field met in each slot, by the name's hash: a few names make most fields.
+    // The last module field met in each slot, by the name's hash: a few names make most fields.
     std::vector<const FieldEntry*> m_fieldSlots;
     std::string m_fieldKey; // kept, so that looking up a long name allocates nothing
-    // The methods' names, one after another.
+    // The methods' names and source files as fields, one after another.
     std::vector<std::unique_ptr<char[]>> m_textBlocks;
     char* m_textEnd;
     std::size_t m_textRoom;
