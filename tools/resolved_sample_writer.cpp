@@ -34,8 +34,8 @@ const u32_t kNotKept = ~u32_t(0);
 // the frames of samples twice this far ahead are fetched while the current one is written, and
 // the names of those this far ahead, whose frames are in the cache by then.
 const std::size_t kLookAhead = 16;
-// The names of the methods one after another, which keeps them on few pages: they are read in
-// the samples' order, all over the table.
+// The names and source files of the methods one after another, which keeps them on few pages:
+// they are read in the samples' order, all over the table.
 const std::size_t kTextBlock = 1 << 20;
 const std::size_t kMethodBlock = 4096;
 // Slots of the method table: at most 512 KiB, within the processor's cache beside the rest, and
