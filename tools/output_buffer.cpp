@@ -1,8 +1,6 @@
 // Text gathered in memory and handed to a stream in large blocks, with the number forms of the tool.
 #include "output_buffer.h"
 
-#include "text_output.h"
-
 #include <charconv>
 #include <cstring>
 
@@ -42,14 +40,6 @@ OutputBuffer& OutputBuffer::hex(std::uint64_t value) {
     m_end = std::to_chars(m_end, m_limit, value, 16).ptr;
     return *this;
 }
-
-OutputBuffer& OutputBuffer::csvField(const std::string& value) {
-    if (!needsCsvQuotes(value))
-        return text(value);
-    return text(korvane_tool::csvField(value));
-}
-
-OutputBuffer& OutputBuffer::jsonString(const std::string& value) { return text(korvane_tool::jsonString(value)); }
 
 void OutputBuffer::flush() {
     if (m_end == m_block.get())

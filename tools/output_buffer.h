@@ -37,9 +37,6 @@ public:
     OutputBuffer& decimal(std::uint64_t value);
     // As hexText: "0x" and lower-case hex, zero as "0x0".
     OutputBuffer& hex(std::uint64_t value);
-    // As csvField and jsonString.
-    OutputBuffer& csvField(const std::string& value);
-    OutputBuffer& jsonString(const std::string& value);
     // Hands what is gathered to the stream at once.
     void flush();
 

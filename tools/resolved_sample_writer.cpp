@@ -4,6 +4,7 @@
 #include "text_output.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 namespace korvane_tool {
@@ -30,18 +31,55 @@ const std::size_t kBatchSamples = std::size_t(1) << 20;
 const u32_t kKeptFrames = 4;
 const u32_t kNotKept = ~u32_t(0);
 // Samples are written in their own order, so their frames and names lie anywhere in memory:
-// those of samples this far ahead are fetched while the current one is written.
+// the frames of samples twice this far ahead are fetched while the current one is written, and
+// the names of those this far ahead, whose frames are in the cache by then.
 const std::size_t kLookAhead = 16;
-// The names of the methods one after another, which keeps them on few pages: they are read in
-// the samples' order, all over the table.
-const std::size_t kNameBlock = 1 << 20;
+// The names and source files of the methods one after another, which keeps them on few pages:
+// they are read in the samples' order, all over the table.
+const std::size_t kTextBlock = 1 << 20;
+const std::size_t kMethodBlock = 4096;
+// Slots of the method table: at most 512 KiB, within the processor's cache beside the rest, and
+// no more than the samples can fill.
+const unsigned kFewestMethodSlotBits = 8;
+const unsigned kMostMethodSlotBits = 15;
+const unsigned kFieldSlotBits = 10;
+
+unsigned methodSlotBits(std::size_t samples) {
+    unsigned bits = kFewestMethodSlotBits;
+    while (bits < kMostMethodSlotBits && (std::size_t(1) << bits) < samples)
+        ++bits;
+    return bits;
+}
+
+std::size_t methodSlot(const ISymbol* symbol, unsigned bits) {
+    return static_cast<std::size_t>((reinterpret_cast<std::uintptr_t>(symbol) * 0x9e3779b97f4a7c15ull) >>
+                                    (64 - bits));
+}
+
+std::size_t fieldSlot(std::string_view text) {
+    std::uint64_t hash = 0xcbf29ce484222325ull;
+    for (const char c : text)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3ull;
+    return static_cast<std::size_t>(hash >> (64 - kFieldSlotBits));
+}
+
+// Whether JSON writes the text between quotes as it stands: printable ASCII, no quote or backslash.
+bool plainJson(std::string_view text) {
+    for (const unsigned char c : text) {
+        if (c < 0x20 || c > 0x7e || c == '"' || c == '\\')
+            return false;
+    }
+    return true;
+}
 
 } // namespace
 
 ResolvedSampleWriter::ResolvedSampleWriter(ISymbolResolver& resolver, const std::deque<std::string>& hosts, bool json,
                                            std::ostream& out)
-    : m_resolver(resolver), m_json(json), m_out(out), m_nameEnd(nullptr), m_nameRoom(0),
-      m_noSourceFile(json ? "null" : "") {
+    : m_resolver(resolver), m_json(json), m_out(out), m_methodsInBlock(kMethodBlock),
+      m_methodSlotBits(0), m_fieldSlots(std::size_t(1) << kFieldSlotBits),
+      m_textEnd(nullptr), m_textRoom(0), m_noSourceFile(json ? "null" : ""), m_inJit(field(kInJit)),
+      m_outside(field(kOutside)) {
     m_hosts.resize(hosts.size());
     for (std::size_t index = 0; index < hosts.size(); ++index) {
         getHostIdByName(m_resolver, hosts[index].c_str(), &m_hosts[index].id);
@@ -62,6 +100,7 @@ bool ResolvedSampleWriter::writeBatch(const TableSample* samples, std::size_t co
     resolveInAddressOrder(samples, count);
     bool allAnswered = true;
     for (std::size_t index = 0; index < count; ++index) {
+        prefetchFrames(index + 2 * kLookAhead, count);
         prefetchText(index + kLookAhead, count);
         Answer answer = m_answers[index];
         const Frame* frames = m_frames.data() + answer.firstFrame;
@@ -81,7 +120,16 @@ bool ResolvedSampleWriter::writeBatch(const TableSample* samples, std::size_t co
     return allAnswered;
 }
 
-void ResolvedSampleWriter::prefetchText(std::size_t index, std::size_t count) const {
+inline void ResolvedSampleWriter::prefetchFrames(std::size_t index, std::size_t count) const {
+    if (index >= count)
+        return;
+    // A frame may straddle two cache lines.
+    const Frame* frame = m_frames.data() + m_answers[index].firstFrame;
+    __builtin_prefetch(frame);
+    __builtin_prefetch(reinterpret_cast<const char*>(frame + 1) - 1);
+}
+
+inline void ResolvedSampleWriter::prefetchText(std::size_t index, std::size_t count) const {
     if (index >= count)
         return;
     const Answer& answer = m_answers[index];
@@ -89,7 +137,7 @@ void ResolvedSampleWriter::prefetchText(std::size_t index, std::size_t count) co
         return;
     const Frame& frame = m_frames[answer.firstFrame];
     __builtin_prefetch(frame.name);
-    __builtin_prefetch(frame.sourceFile);
+    __builtin_prefetch(frame.name + frame.nameLength);
 }
 
 bool ResolvedSampleWriter::OrderKey::operator<(const OrderKey& other) const {
@@ -99,30 +147,29 @@ bool ResolvedSampleWriter::OrderKey::operator<(const OrderKey& other) const {
 }
 
 void ResolvedSampleWriter::resolveInAddressOrder(const TableSample* samples, std::size_t count) {
-    std::vector<OrderKey> order(count);
+    std::vector<OrderKey> order;
+    order.reserve(count);
     for (std::size_t index = 0; index < count; ++index)
-        order[index] = {samples[index], m_hosts[samples[index].host].id, static_cast<u32_t>(index)};
+        order.push_back({samples[index], m_hosts[samples[index].host].id, static_cast<u32_t>(index)});
     std::sort(order.begin(), order.end());
-    // Samples mostly share methods: a quarter as many as samples is room enough for most runs,
-    // and the table is not rebuilt over and over as it fills.
-    if (m_methods.empty())
-        m_methods.reserve(count / 4);
-    // In address order first, then to the samples' places in a pass of its own: stores all over
-    // the table would stall the resolving.
-    const std::vector<Answer> answers = answersInOrder(order);
+    if (m_methodSlots.empty()) {
+        m_methodSlotBits = methodSlotBits(count);
+        m_methodSlots.resize(std::size_t(1) << m_methodSlotBits);
+    }
     m_answers.resize(count);
-    for (std::size_t position = 0; position < count; ++position)
-        m_answers[order[position].index] = answers[position];
-    putFramesInSampleOrder();
+    answerInOrder(order);
 }
 
-std::vector<ResolvedSampleWriter::Answer> ResolvedSampleWriter::answersInOrder(const std::vector<OrderKey>& order) {
+// Each answer goes straight to its sample's place: the store waits for no one, while a table of
+// answers in address order would be as large again and read all over once more.
+void ResolvedSampleWriter::answerInOrder(const std::vector<OrderKey>& order) {
     m_frames.clear();
-    std::vector<Answer> answers(order.size());
+    // Most samples have a frame or two; room that is never used costs no memory.
+    m_frames.reserve(order.size() * 2);
     const ISymbol* previous = nullptr;
     Answer previousAnswer{};
     for (std::size_t position = 0; position < order.size(); ++position) {
-        Answer& answer = answers[position];
+        Answer answer;
         const ISymbol::Ptr symbol = locate(order[position].sample, answer);
         // The same code as the sample before: its frames serve again.
         if (symbol && symbol.get() == previous && answer.jitRva == previousAnswer.jitRva)
@@ -135,21 +182,8 @@ std::vector<ResolvedSampleWriter::Answer> ResolvedSampleWriter::answersInOrder(c
         }
         previous = symbol.get();
         previousAnswer = answer;
+        m_answers[order[position].index] = answer;
     }
-    return answers;
-}
-
-// So that writing reads the frames one after another.
-void ResolvedSampleWriter::putFramesInSampleOrder() {
-    m_orderedFrames.clear();
-    for (Answer& answer : m_answers) {
-        if (answer.frameCount == 0 || answer.frameCount == kNotKept)
-            continue;
-        const std::vector<Frame>::const_iterator first = m_frames.begin() + answer.firstFrame;
-        answer.firstFrame = static_cast<u32_t>(m_orderedFrames.size());
-        m_orderedFrames.insert(m_orderedFrames.end(), first, first + answer.frameCount);
-    }
-    m_frames.swap(m_orderedFrames);
 }
 
 std::string ResolvedSampleWriter::field(const std::string& value) const {
@@ -183,15 +217,24 @@ void ResolvedSampleWriter::collect(const ISymbol::Ptr& symbol, Answer& answer, s
 }
 
 ResolvedSampleWriter::Method& ResolvedSampleWriter::method(const ISymbol::Ptr& symbol, std::size_t depth) {
-    Recent& recent = m_recent[std::min(depth, m_recent.size() - 1)];
+    MethodSlot& recent = m_recent[std::min(depth, m_recent.size() - 1)];
     if (symbol.get() == recent.symbol)
         return *recent.method;
-    Method& method = m_methods[symbol.get()];
-    recent = {symbol.get(), &method};
-    if (method.symbol)
-        return method;
+    MethodSlot& slot = m_methodSlots[methodSlot(symbol.get(), m_methodSlotBits)];
+    if (slot.symbol != symbol.get())
+        slot = {symbol.get(), &newMethod(symbol)};
+    recent = slot;
+    return *slot.method;
+}
+
+ResolvedSampleWriter::Method& ResolvedSampleWriter::newMethod(const ISymbol::Ptr& symbol) {
+    if (m_methodsInBlock == kMethodBlock) {
+        m_methodBlocks.emplace_back(new Method[kMethodBlock]);
+        m_methodsInBlock = 0;
+    }
+    Method& method = m_methodBlocks.back()[m_methodsInBlock++];
     method.symbol = symbol;
-    method.name = keptName(field(text(symbol->getQualifiedMethodName())));
+    method.name = keptField(symbol->getQualifiedMethodName());
     const IModule::Ptr module = symbol->getModule();
     method.module = &sharedField(module ? module->getFilePath() : nullptr);
     for (auto regions = symbol->getRegions(); !regions.at_end(); regions.next()) {
@@ -208,64 +251,107 @@ ResolvedSampleWriter::Method& ResolvedSampleWriter::method(const ISymbol::Ptr& s
 }
 
 void ResolvedSampleWriter::addFrame(Method& method, jit_rva_t jitRva, std::vector<Frame>& frames) {
-    Frame frame{method.name.data(), static_cast<u32_t>(method.name.size()), 0, &m_noSourceFile, method.module};
+    Frame frame{method.name.data(), static_cast<u32_t>(method.name.size()), 0, m_noSourceFile.data(),
+                static_cast<u32_t>(m_noSourceFile.size()), method.module};
     const ISourceLocation::Ptr location = method.symbol->getSourceLocation(jitRva);
     if (location) {
         frame.line = location->getLine();
         const ISourceFile::Ptr file = location->getSourceFile();
-        if (file)
-            frame.sourceFile = &sourceField(method, file->getSourceFileName());
+        if (file) {
+            const std::string_view field = sourceField(method, file->getSourceFileName());
+            frame.sourceFile = field.data();
+            frame.sourceFileLength = static_cast<u32_t>(field.size());
+        }
     }
     frames.push_back(frame);
 }
 
-std::string_view ResolvedSampleWriter::keptName(const std::string& name) {
-    if (name.empty())
-        return std::string_view("");
-    if (name.size() > m_nameRoom) {
-        const std::size_t size = std::max(kNameBlock, name.size());
-        m_nameBlocks.emplace_back(new char[size]);
-        m_nameEnd = m_nameBlocks.back().get();
-        m_nameRoom = size;
+std::string_view ResolvedSampleWriter::keptField(const char* value, std::string_view* raw) {
+    const std::string_view text = value ? std::string_view(value) : std::string_view();
+    if (!m_json && !needsCsvQuotes(text)) {
+        const std::string_view kept = keptText(text);
+        if (raw)
+            *raw = kept;
+        return kept;
     }
-    char* kept = m_nameEnd;
-    std::memcpy(kept, name.data(), name.size());
-    m_nameEnd += name.size();
-    m_nameRoom -= name.size();
-    return std::string_view(kept, name.size());
+    if (raw)
+        *raw = keptText(text);
+    if (m_json && !plainJson(text))
+        return keptText(field(std::string(text)));
+    return m_json ? keptQuoted(text, '\0') : keptQuoted(text, '"');
 }
 
-const std::string& ResolvedSampleWriter::sourceField(Method& method, const char* sourceFile) {
+// As csvField and jsonString write the text when it has only its quotes to add: CSV doubles the
+// quotes inside, JSON has none inside (doubled: '\0').
+std::string_view ResolvedSampleWriter::keptQuoted(std::string_view text, char doubled) {
+    const std::size_t inner = doubled ? std::count(text.begin(), text.end(), doubled) : 0;
+    const std::size_t size = text.size() + inner + 2;
+    char* kept = textRoom(size);
+    char* out = kept;
+    *out++ = '"';
+    for (const char c : text) {
+        if (c == doubled)
+            *out++ = c;
+        *out++ = c;
+    }
+    *out = '"';
+    return std::string_view(kept, size);
+}
+
+std::string_view ResolvedSampleWriter::keptText(std::string_view text) {
+    if (text.empty())
+        return std::string_view("");
+    char* kept = textRoom(text.size());
+    std::memcpy(kept, text.data(), text.size());
+    return std::string_view(kept, text.size());
+}
+
+char* ResolvedSampleWriter::textRoom(std::size_t size) {
+    if (size > m_textRoom) {
+        const std::size_t blockSize = std::max(kTextBlock, size);
+        m_textBlocks.emplace_back(new char[blockSize]);
+        m_textEnd = m_textBlocks.back().get();
+        m_textRoom = blockSize;
+    }
+    char* room = m_textEnd;
+    m_textEnd += size;
+    m_textRoom -= size;
+    return room;
+}
+
+std::string_view ResolvedSampleWriter::sourceField(Method& method, const char* sourceFile) {
     if (!sourceFile || !*sourceFile)
         return m_noSourceFile;
-    for (const auto& known : method.sourceFiles) {
-        if (known.first == sourceFile)
-            return *known.second;
-    }
-    method.sourceFiles.emplace_back(sourceFile, &sharedField(sourceFile));
-    return *method.sourceFiles.back().second;
+    if (method.sourceField.empty() || method.sourceName != sourceFile)
+        method.sourceField = keptField(sourceFile, &method.sourceName);
+    return method.sourceField;
 }
 
-const std::string& ResolvedSampleWriter::sharedField(const char* value) {
-    m_fieldKey.assign(value ? value : "");
-    std::string& shared = m_fields[m_fieldKey];
-    if (shared.empty())
-        shared = field(m_fieldKey);
-    return shared;
+const ResolvedSampleWriter::FieldEntry& ResolvedSampleWriter::sharedEntry(const char* value) {
+    const std::string_view raw = value ? std::string_view(value) : std::string_view();
+    const FieldEntry*& slot = m_fieldSlots[fieldSlot(raw)];
+    if (slot && slot->first == raw)
+        return *slot;
+    m_fieldKey.assign(raw);
+    const FieldMap::iterator entry = m_fields.try_emplace(m_fieldKey).first;
+    if (entry->second.empty())
+        entry->second = field(m_fieldKey);
+    slot = &*entry;
+    return *slot;
 }
 
 const std::string& ResolvedSampleWriter::outcome(korvane_error_t result) {
     if (result == meSuccess)
-        return kInJit;
+        return m_inJit;
     if (result == meNotFound)
-        return kOutside;
-    m_failure = "trace not readable (result code " + std::to_string(result) + ")";
+        return m_outside;
+    m_failure = field("trace not readable (result code " + std::to_string(result) + ")");
     return m_failure;
 }
 
 void ResolvedSampleWriter::writeCsvHead(const TableSample& sample, const Answer& answer, const Frame* frames) {
     m_out.decimal(sample.timestamp).character(',').hex(sample.ip).character(',').decimal(sample.pid).character(',');
-    m_out.text(m_hosts[sample.host].field).character(',').csvField(outcome(answer.result)).character(',');
+    m_out.text(m_hosts[sample.host].field).character(',').text(outcome(answer.result)).character(',');
     if (answer.result == meSuccess)
         m_out.hex(answer.jitRva).character(',').text(*frames->module).character(',');
 }
@@ -279,7 +365,7 @@ void ResolvedSampleWriter::writeCsv(const TableSample& sample, const Answer& ans
     for (std::size_t depth = 0; depth < answer.frameCount; ++depth) {
         const Frame& frame = frames[depth];
         writeCsvHead(sample, answer, frames);
-        m_out.decimal(depth).character(',').text(frame.nameText()).character(',').text(*frame.sourceFile);
+        m_out.decimal(depth).character(',').text(frame.nameText()).character(',').text(frame.sourceFileText());
         m_out.character(',');
         if (frame.line)
             m_out.decimal(frame.line);
@@ -290,7 +376,7 @@ void ResolvedSampleWriter::writeCsv(const TableSample& sample, const Answer& ans
 void ResolvedSampleWriter::writeJson(const TableSample& sample, const Answer& answer, const Frame* frames) {
     m_out.text("{\"timestamp\":").decimal(sample.timestamp).text(",\"ip\":\"").hex(sample.ip);
     m_out.text("\",\"pid\":").decimal(sample.pid).text(",\"host\":").text(m_hosts[sample.host].field);
-    m_out.text(",\"result\":").jsonString(outcome(answer.result));
+    m_out.text(",\"result\":").text(outcome(answer.result));
     if (answer.result == meSuccess) {
         m_out.text(",\"jit_rva\":\"").hex(answer.jitRva).text("\",\"module\":").text(*frames->module);
         writeJsonFrames(frames, answer.frameCount);
@@ -303,7 +389,7 @@ void ResolvedSampleWriter::writeJsonFrames(const Frame* frames, std::size_t coun
     for (std::size_t depth = 0; depth < count; ++depth) {
         const Frame& frame = frames[depth];
         m_out.text(depth ? ",{\"method\":" : "{\"method\":").text(frame.nameText()).text(",\"source_file\":");
-        m_out.text(*frame.sourceFile).text(",\"line\":");
+        m_out.text(frame.sourceFileText()).text(",\"line\":");
         if (frame.line)
             m_out.decimal(frame.line);
         else

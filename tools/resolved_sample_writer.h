@@ -43,16 +43,21 @@ private:
 
         bool holds(korvane_3_10::jit_rva_t jitRva) const { return jitRva >= start && jitRva - start < length; }
     };
+    // Module names, each written as a field once, by the name.
+    typedef std::unordered_map<std::string, std::string> FieldMap;
+    typedef FieldMap::value_type FieldEntry;
     // What a method's frames repeat from sample to sample, already written as output fields.
     struct Method {
         korvane_3_10::ISymbol::Ptr symbol; // keeps the key alive
-        std::string_view name;             // in m_nameBlocks
-        const std::string* module;
+        std::string_view name;             // in m_textBlocks
+        const std::string* module = nullptr;
         // Read once, as the library's iterator allocates; nearly every method has one region.
         CodeSpan firstRegion;
         std::vector<CodeSpan> moreRegions;
-        // Each source file its lines named, and its field.
-        std::vector<std::pair<std::string, const std::string*>> sourceFiles;
+        // The source file its lines named last, as named and as its field: a method's lines nearly
+        // always name one. Kept beside the method's name, which is read with it.
+        std::string_view sourceName;
+        std::string_view sourceField;
 
         // The region that holds the jit RVA, as the method lists them: the first that does.
         korvane_3_10::ICodeRegion::Ptr regionHolding(korvane_3_10::jit_rva_t jitRva) const {
@@ -71,10 +76,12 @@ private:
         const char* name;
         korvane_3_10::u32_t nameLength;
         korvane_3_10::u32_t line; // 0: no line known
-        const std::string* sourceFile;
+        const char* sourceFile;
+        korvane_3_10::u32_t sourceFileLength;
         const std::string* module;
 
         std::string_view nameText() const { return std::string_view(name, nameLength); }
+        std::string_view sourceFileText() const { return std::string_view(sourceFile, sourceFileLength); }
     };
 
     // A sample's answer from resolving to writing; its frames lie in m_frames.
@@ -93,8 +100,9 @@ private:
 
         bool operator<(const OrderKey& other) const;
     };
-    // The methods of the sample before, by depth: samples in address order mostly share them.
-    struct Recent {
+    // A method by its symbol: in the slot table, and for the sample before, by depth, as samples in
+    // address order mostly share them.
+    struct MethodSlot {
         const korvane_3_10::ISymbol* symbol = nullptr;
         Method* method = nullptr;
     };
@@ -102,20 +110,28 @@ private:
     bool writeBatch(const TableSample* samples, std::size_t count);
     // Fills m_answers and m_frames for the batch.
     void resolveInAddressOrder(const TableSample* samples, std::size_t count);
-    std::vector<Answer> answersInOrder(const std::vector<OrderKey>& order);
-    void putFramesInSampleOrder();
-    // Asks the processor for the text of the sample at index, which is written soon.
-    void prefetchText(std::size_t index, std::size_t count) const;
+    void answerInOrder(const std::vector<OrderKey>& order);
+    // Ask the processor for the frames and the text of the sample at index, which is written soon.
+    // Inlined: the compiler takes a prefetch for no effect and drops a call that only prefetches.
+    __attribute__((always_inline)) void prefetchFrames(std::size_t index, std::size_t count) const;
+    __attribute__((always_inline)) void prefetchText(std::size_t index, std::size_t count) const;
     // The method at the sample, null when the sample lies outside JIT code or is not answered.
     korvane_3_10::ISymbol::Ptr locate(const TableSample& sample, Answer& answer);
     // The method's frame and those of its inlines at the answer's jit RVA, appended to `frames`.
     void collect(const korvane_3_10::ISymbol::Ptr& symbol, Answer& answer, std::vector<Frame>& frames);
     Method& method(const korvane_3_10::ISymbol::Ptr& symbol, std::size_t depth);
+    Method& newMethod(const korvane_3_10::ISymbol::Ptr& symbol);
     void addFrame(Method& method, korvane_3_10::jit_rva_t jitRva, std::vector<Frame>& frames);
-    std::string_view keptName(const std::string& name);
-    const std::string& sourceField(Method& method, const char* sourceFile);
-    const std::string& sharedField(const char* value);
-    // The result column; a failure's code is spelled out in m_failure.
+    // A library text as its output field, kept in m_textBlocks; `raw`, if asked, the text itself
+    // kept there too.
+    std::string_view keptField(const char* value, std::string_view* raw = nullptr);
+    std::string_view keptText(std::string_view text);
+    std::string_view keptQuoted(std::string_view text, char doubled);
+    char* textRoom(std::size_t size);
+    std::string_view sourceField(Method& method, const char* sourceFile);
+    const std::string& sharedField(const char* value) { return sharedEntry(value).second; }
+    const FieldEntry& sharedEntry(const char* value);
+    // The result column's field; a failure's code is spelled out in m_failure.
     const std::string& outcome(korvane_error_t result);
     std::string field(const std::string& value) const;
     void writeCsv(const TableSample& sample, const Answer& answer, const Frame* frames);
@@ -127,23 +143,33 @@ private:
     bool m_json;
     OutputBuffer m_out;
     std::vector<Host> m_hosts;
-    std::unordered_map<const korvane_3_10::ISymbol*, Method> m_methods;
-    std::array<Recent, 4> m_recent;
-    // Module and source file names, each written as a field once.
-    std::unordered_map<std::string, std::string> m_fields;
+    // The methods met so far, in blocks that never move, and the last one met in each slot of
+    // a table small enough to stay in the cache, by the symbol's address; the slot holds the
+    // key, so that a method met for the first time costs no look at another. A method whose slot
+    // another took is built again when met again: that costs its name once more, where a table
+    // of every method would cost a cache miss for each.
+    std::vector<std::unique_ptr<Method[]>> m_methodBlocks;
+    std::size_t m_methodsInBlock;
+    std::vector<MethodSlot> m_methodSlots; // sized by the first batch
+    unsigned m_methodSlotBits;
+    std::array<MethodSlot, 4> m_recent;
+    FieldMap m_fields;
+    // The last module field met in each slot, by the name's hash: a few names make most fields.
+    std::vector<const FieldEntry*> m_fieldSlots;
     std::string m_fieldKey; // kept, so that looking up a long name allocates nothing
-    // The methods' names, one after another.
-    std::vector<std::unique_ptr<char[]>> m_nameBlocks;
-    char* m_nameEnd;
-    std::size_t m_nameRoom;
-    // Of the batch: the samples' answers and their frames, in the samples' order, each sample's
-    // outermost first (the method, which carries the module).
+    // The methods' names and source files as fields, one after another.
+    std::vector<std::unique_ptr<char[]>> m_textBlocks;
+    char* m_textEnd;
+    std::size_t m_textRoom;
+    // Of the batch: the samples' answers, in the samples' order, and their frames as they were
+    // resolved, in address order, each sample's outermost first (the method, which carries the module).
     std::vector<Answer> m_answers;
     std::vector<Frame> m_frames;
-    std::vector<Frame> m_orderedFrames; // m_frames as they were resolved, in address order
     // The frames of a sample resolved again as it is written.
     std::vector<Frame> m_deepFrames;
     std::string m_noSourceFile;
+    std::string m_inJit;
+    std::string m_outside;
     std::string m_failure;
 };
 

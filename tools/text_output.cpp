@@ -75,7 +75,7 @@ std::string hexText(std::uint64_t value, HexZero zero) {
     return out.str();
 }
 
-bool needsCsvQuotes(const std::string& text) {
+bool needsCsvQuotes(std::string_view text) {
     // One pass over the field: find_first_of searches the set once per character.
     for (const char c : text) {
         if (c == ',' || c == '"' || c == '\r' || c == '\n')

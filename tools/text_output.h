@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace korvane_tool {
 
@@ -15,7 +16,7 @@ enum class HexZero { prefixed, bare };
 // "0x" and lower-case hex.
 std::string hexText(std::uint64_t value, HexZero zero = HexZero::prefixed);
 // Whether a CSV field must be quoted: it holds a comma, a quote or a line break.
-bool needsCsvQuotes(const std::string& text);
+bool needsCsvQuotes(std::string_view text);
 // Quoted when it needs it; quotes doubled inside.
 std::string csvField(const std::string& text);
 // A JSON string literal, quotes included. Each byte that is not part of valid

@@ -32,7 +32,8 @@ public:
         u32(range.length);
         if (range.borrowedCode) {
             u32(range.length);
-            append(range.borrowedCode, range.length);
+            // Copied in at the end, without first filling the room with zeros.
+            m_bytes.insert(m_bytes.end(), range.borrowedCode, range.borrowedCode + range.length);
             return;
         }
         u32(static_cast<std::uint32_t>(range.code.size()));
