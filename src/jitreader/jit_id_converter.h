@@ -3,10 +3,10 @@
 #define KORVANE_JITREADER_JIT_ID_CONVERTER_H
 
 #include "jitreader/block_index.h"
+#include "jitreader/file_start_index.h"
 
 #include <korvane/types.h>
 
-#include <unordered_map>
 #include <vector>
 
 namespace korvane_3_10 {
@@ -44,7 +44,7 @@ private:
     std::vector<Target> m_targets;
     // Blocks of the jit RVAs when the table is in ascending order; else empty.
     BlockIndex m_blocks;
-    std::unordered_map<u64_t, u32_t> m_fileStartIndexes;
+    FileStartIndex m_fileStartIndexes;
 };
 
 } // namespace korvane_3_10
