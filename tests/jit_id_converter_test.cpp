@@ -15,7 +15,7 @@ JitIdConverter converterOver(const std::vector<u64_t>& jitRvas) {
     for (std::size_t i = 0; i < jitRvas.size(); ++i)
         addresses.push_back(0x1000 * (i + 1));
     JitIdConverter converter;
-    converter.initialize(jitRvas, std::vector<u64_t>(jitRvas.size(), 5), addresses);
+    converter.initialize(jitRvas, std::vector<u32_t>(jitRvas.size(), 5), addresses);
     return converter;
 }
 
@@ -76,7 +76,15 @@ TEST(JitIdConverterTest, JitIdsCountFromTheFilesFirstRegion) {
         }
     u64_t untouched = 9;
     EXPECT_EQ(meNotFound, JitIdConverter().convert(1, 0x1000, 10, 100, untouched));
+    // Entries past the lengths or addresses given hold no address, not even address 0.
+    JitIdConverter shortLengths;
+    shortLengths.initialize({10, 20, 30}, {5}, {0x1000, 0x2000});
+    for (const u64_t address : {u64_t(0), u64_t(0x2000), u64_t(0x2001)})
+        for (const u32_t jitId : {2u, 3u})
+            EXPECT_EQ(meNotFound, shortLengths.convert(jitId, address, 10, 100, untouched)) << jitId << " " << address;
     EXPECT_EQ(9u, untouched);
+    EXPECT_EQ(meSuccess, shortLengths.convert(1, 0x1001, 10, 100, untouched));
+    EXPECT_EQ(11u, untouched);
 }
 
 } // namespace

@@ -6,15 +6,14 @@
 
 namespace korvane_3_10 {
 
-void JitIdConverter::initialize(const std::vector<u64_t>& jitRvas, const std::vector<u64_t>& lengths,
+void JitIdConverter::initialize(const std::vector<u64_t>& jitRvas, const std::vector<u32_t>& lengths,
                                 const std::vector<u64_t>& addresses) {
     m_jitRvas = jitRvas;
     m_targets.clear();
     m_targets.reserve(jitRvas.size());
     for (std::size_t index = 0; index < jitRvas.size(); ++index) {
         const bool hasRange = index < lengths.size() && index < addresses.size();
-        m_targets.push_back(Target{jitRvas[index], hasRange ? lengths[index] : 0, hasRange ? addresses[index] : 0,
-                                   hasRange});
+        m_targets.push_back(Target{jitRvas[index], hasRange ? addresses[index] : 0, hasRange ? lengths[index] : 0});
     }
     m_blocks.clear();
     m_fileStartIndexes.reset(0);
@@ -82,8 +81,6 @@ korvane_error_t JitIdConverter::convert(u32_t jitId, u64_t address, u64_t fileSt
     if (position == 0 || position > m_jitRvas.size())
         return meNotFound;
     const Target& target = m_targets[position - 1];
-    if (!target.hasRange)
-        return meNotFound;
     if (target.jitRva >= fileEnd)
         return meNotFound;
     if (target.address > address)
