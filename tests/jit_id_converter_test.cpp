@@ -15,7 +15,7 @@ JitIdConverter converterOver(const std::vector<u64_t>& jitRvas) {
     for (std::size_t i = 0; i < jitRvas.size(); ++i)
         addresses.push_back(0x1000 * (i + 1));
     JitIdConverter converter;
-    converter.initialize(jitRvas, std::vector<u64_t>(jitRvas.size(), 5), addresses);
+    converter.initialize(jitRvas, std::vector<u32_t>(jitRvas.size(), 5), addresses);
     return converter;
 }
 
@@ -56,19 +56,35 @@ TEST(JitIdConverterTest, JitIdsCountFromTheFilesFirstRegion) {
     const std::vector<Case> cases = {
         {1, 0x3000, 30, 100, 30}, {2, 0x4004, 30, 100, 44}, {1, 0x3005, 30, 100, 0}, {1, 0x2fff, 30, 100, 0},
         {3, 0x5000, 30, 100, 50}, {4, 0x6000, 30, 100, 0},  {2, 0x4000, 30, 40, 0},  {1, 0x1000, 10, 11, 10},
+        // A start between entries counts from where the search stops.
+        {1, 0x2000, 25, 100, 20},
         // A zero id and one whose sum with the index wraps name no entry.
         {0, 0x3000, 30, 100, 0},  {0xffffffffu, 0x3000, 30, 100, 0},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << "jit id " << c.jitId << " at " << std::hex << c.address);
-        u64_t jitRva = 0;
-        const korvane_error_t result = converter.convert(c.jitId, c.address, c.fileStart, c.fileEnd, jitRva);
-        EXPECT_EQ(c.jitRva ? meSuccess : meNotFound, result);
-        EXPECT_EQ(c.jitRva, jitRva);
-    }
+    // Noting file starts ahead, some of them twice or missing from the table, changes no answer.
+    JitIdConverter noted = converter;
+    noted.noteFileStarts({30, 10, 25, 30, 5, 60, 11});
+    const std::vector<const JitIdConverter*> subjects = {&converter, &noted};
+    for (const JitIdConverter* subject : subjects)
+        for (const Case& c : cases) {
+            SCOPED_TRACE(::testing::Message() << "jit id " << c.jitId << " at " << std::hex << c.address
+                                              << (subject == &noted ? " noted" : ""));
+            u64_t jitRva = 0;
+            const korvane_error_t result = subject->convert(c.jitId, c.address, c.fileStart, c.fileEnd, jitRva);
+            EXPECT_EQ(c.jitRva ? meSuccess : meNotFound, result);
+            EXPECT_EQ(c.jitRva, jitRva);
+        }
     u64_t untouched = 9;
     EXPECT_EQ(meNotFound, JitIdConverter().convert(1, 0x1000, 10, 100, untouched));
+    // Entries past the lengths or addresses given hold no address, not even address 0.
+    JitIdConverter shortLengths;
+    shortLengths.initialize({10, 20, 30}, {5}, {0x1000, 0x2000});
+    for (const u64_t address : {u64_t(0), u64_t(0x2000), u64_t(0x2001)})
+        for (const u32_t jitId : {2u, 3u})
+            EXPECT_EQ(meNotFound, shortLengths.convert(jitId, address, 10, 100, untouched)) << jitId << " " << address;
     EXPECT_EQ(9u, untouched);
+    EXPECT_EQ(meSuccess, shortLengths.convert(1, 0x1001, 10, 100, untouched));
+    EXPECT_EQ(11u, untouched);
 }
 
 } // namespace

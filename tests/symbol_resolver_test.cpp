@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 namespace {
 
 using namespace korvane_3_10;
@@ -77,6 +79,43 @@ TEST(SymbolResolverTest, ShortRelativePathsConvertAfterMoreFilesAreScanned) {
         EXPECT_EQ(meSuccess,
                   byFullPaths->translateToJitRva(1, 0x1000 * (index + 1), dir.file(file).c_str(), &byFullPath));
         EXPECT_EQ(byFullPath, jitRva);
+    }
+}
+
+// Directories of long and short names that hold the same file names: each
+// file is found by its own path, and a path one byte off names no file.
+TEST(SymbolResolverTest, SameFileNamesInManyDirectoriesEachFindTheirOwnFile) {
+    TempDir dir;
+    const std::vector<std::string> directories = {"a", "b", std::string(40, 'l') + "1", std::string(40, 'l') + "2",
+                                                  std::string(29, 'm')};
+    const std::vector<std::string> names = {"h.1.jit", "h.1-2.jit", "a-long-host-name.example.net.4242-0001.jit"};
+    std::vector<std::string> files;
+    for (const std::string& directory : directories) {
+        dir.mkdir(directory);
+        for (const std::string& name : names) {
+            const address_t address = 0x1000 * (files.size() + 1);
+            files.push_back(dir.write(directory + "/" + name,
+                                      profilerTrace().loadV3(methodAt(u32_t(files.size() + 1), address, 0x20, 10, "m"))));
+        }
+    }
+    std::vector<std::string> paths;
+    for (const std::string& directory : directories)
+        paths.push_back(dir.file(directory));
+    const ResolverPtr resolver = resolverOver(paths);
+    ASSERT_TRUE(resolver);
+    std::set<jit_rva_t> seen;
+    for (std::size_t index = 0; index < files.size(); ++index) {
+        SCOPED_TRACE(files[index]);
+        const address_t address = 0x1000 * (index + 1);
+        jit_rva_t jitRva = 0;
+        ASSERT_EQ(meSuccess, resolver->translateToJitRva(1, address + 2, files[index].c_str(), &jitRva));
+        EXPECT_TRUE(seen.insert(jitRva).second);
+        ASSERT_TRUE(resolver->getSymbol(jitRva));
+        EXPECT_EQ(jitRva, resolver->getSymbol(jitRva)->getStartJitRva() + 2);
+        const std::string other = files[(index + 1) % files.size()];
+        EXPECT_EQ(meNotFound, resolver->translateToJitRva(1, address + 2, other.c_str(), &jitRva));
+        for (const std::string& near : {files[index] + "x", files[index].substr(0, files[index].size() - 1)})
+            EXPECT_EQ(meFileNotCatalogued, resolver->translateToJitRva(1, address, near.c_str(), &jitRva)) << near;
     }
 }
 

@@ -4,11 +4,10 @@
 
 #include <korvane/types.h>
 
-#include <deque>
 #include <string>
-#include <string_view>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace korvane_3_10 {
 
@@ -23,14 +22,25 @@ public:
 private:
     typedef std::pair<u64_t, u64_t> Bounds;
 
-    // The spellings the keys below look at: a deque never moves what it holds,
-    // and a view key lets a query look up a char* without making a string.
-    std::deque<std::string> m_spellings;
-    // Paths of one catalogue differ in their last elements: the hash looks at the tail only.
-    struct TailHash {
-        std::size_t operator()(std::string_view path) const;
+    // One spelling in a flat open-addressing table: a query reads the slot and the
+    // spelling's text, and nothing else of the index. A hash of 0 marks a free slot.
+    struct Slot {
+        u64_t hash;
+        u64_t start;
+        u64_t end;
+        // Where the spelling stands in m_texts.
+        u32_t text;
+        u32_t length;
     };
-    std::unordered_map<std::string_view, Bounds, TailHash> m_bySpelling;
+
+    const Slot* slotOf(const char* path, std::size_t length, u64_t hash) const;
+    void insert(const Slot& slot);
+    void grow();
+
+    std::vector<Slot> m_slots;
+    std::size_t m_count = 0;
+    // The spellings one after another.
+    std::string m_texts;
     // Paths that compare equal element by element, as one key.
     std::unordered_map<std::string, Bounds> m_byElements;
 };

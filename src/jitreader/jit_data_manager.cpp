@@ -1024,7 +1024,7 @@ korvane_error_t JitDataManager::translateToJitRva(u32_t jitId, u64_t address, u6
 void JitDataManager::fillJitIdConverter() const {
     const std::size_t count = m_jitRvaIndexBuilt ? m_jitRvaIndex.size() : m_jitRvaDomain.size();
     std::vector<u64_t> jitRvas;
-    std::vector<u64_t> lengths;
+    std::vector<u32_t> lengths;
     std::vector<u64_t> addresses;
     jitRvas.reserve(count);
     lengths.reserve(count);

@@ -6,18 +6,17 @@
 
 namespace korvane_3_10 {
 
-void JitIdConverter::initialize(const std::vector<u64_t>& jitRvas, const std::vector<u64_t>& lengths,
+void JitIdConverter::initialize(const std::vector<u64_t>& jitRvas, const std::vector<u32_t>& lengths,
                                 const std::vector<u64_t>& addresses) {
     m_jitRvas = jitRvas;
     m_targets.clear();
     m_targets.reserve(jitRvas.size());
     for (std::size_t index = 0; index < jitRvas.size(); ++index) {
         const bool hasRange = index < lengths.size() && index < addresses.size();
-        m_targets.push_back(Target{jitRvas[index], hasRange ? lengths[index] : 0, hasRange ? addresses[index] : 0,
-                                   hasRange});
+        m_targets.push_back(Target{jitRvas[index], hasRange ? addresses[index] : 0, hasRange ? lengths[index] : 0});
     }
     m_blocks.clear();
-    m_fileStartIndexes.clear();
+    m_fileStartIndexes.reset(0);
     if (std::adjacent_find(jitRvas.begin(), jitRvas.end(), std::greater_equal<u64_t>()) != jitRvas.end())
         return;
     for (std::size_t index = 0; index < jitRvas.size(); ++index)
@@ -64,29 +63,24 @@ bool JitIdConverter::findFileStart(u64_t fileStart, u32_t& index) const {
 }
 
 void JitIdConverter::noteFileStarts(const std::vector<u64_t>& fileStarts) {
-    m_fileStartIndexes.reserve(fileStarts.size());
+    m_fileStartIndexes.reset(fileStarts.size());
     for (const u64_t fileStart : fileStarts) {
         u32_t index = 0;
         if (findFileStart(fileStart, index))
-            m_fileStartIndexes.emplace(fileStart, index);
+            m_fileStartIndexes.add(fileStart, index);
     }
 }
 
 korvane_error_t JitIdConverter::convert(u32_t jitId, u64_t address, u64_t fileStart, u64_t fileEnd,
                                         u64_t& jitRva) const {
     u32_t index = 0;
-    const auto noted = m_fileStartIndexes.find(fileStart);
-    if (noted != m_fileStartIndexes.end())
-        index = noted->second;
-    else if (!findFileStart(fileStart, index))
+    if (!m_fileStartIndexes.find(fileStart, index) && !findFileStart(fileStart, index))
         return meNotFound;
     // Jit ids count from 1; a sum that wraps to 0 names no entry.
     const u32_t position = jitId + index;
     if (position == 0 || position > m_jitRvas.size())
         return meNotFound;
     const Target& target = m_targets[position - 1];
-    if (!target.hasRange)
-        return meNotFound;
     if (target.jitRva >= fileEnd)
         return meNotFound;
     if (target.address > address)

@@ -3,17 +3,17 @@
 #define KORVANE_JITREADER_JIT_ID_CONVERTER_H
 
 #include "jitreader/block_index.h"
+#include "jitreader/file_start_index.h"
 
 #include <korvane/types.h>
 
-#include <unordered_map>
 #include <vector>
 
 namespace korvane_3_10 {
 
 class JitIdConverter {
 public:
-    void initialize(const std::vector<u64_t>& jitRvas, const std::vector<u64_t>& lengths,
+    void initialize(const std::vector<u64_t>& jitRvas, const std::vector<u32_t>& lengths,
                     const std::vector<u64_t>& addresses);
     // A binary search that doesn't insist on a hit.
     korvane_error_t findJitRva(u64_t jitRva, u32_t& index) const;
@@ -31,20 +31,20 @@ private:
     // Where a conversion from the file starting at this jit RVA counts from; false where none does.
     bool findFileStart(u64_t fileStart, u32_t& index) const;
 
-    // What a conversion reads of one entry, side by side. An entry beyond the
-    // end of the lengths or addresses given has no range.
+    // What a conversion reads of one entry, side by side, in 24 bytes: the table is
+    // far larger than the caches and each conversion reads one entry of it. An entry
+    // beyond the end of the lengths or addresses given has length 0: no address lies in it.
     struct Target {
         u64_t jitRva;
-        u64_t length;
         u64_t address;
-        bool hasRange;
+        u32_t length;
     };
 
     std::vector<u64_t> m_jitRvas;
     std::vector<Target> m_targets;
     // Blocks of the jit RVAs when the table is in ascending order; else empty.
     BlockIndex m_blocks;
-    std::unordered_map<u64_t, u32_t> m_fileStartIndexes;
+    FileStartIndex m_fileStartIndexes;
 };
 
 } // namespace korvane_3_10
