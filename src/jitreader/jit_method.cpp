@@ -84,8 +84,7 @@ void BaseMethodInfo::setMethodName(const std::string& name) {
 ISourceFile::Ptr BaseMethodInfo::getSourceFile() const {
     if (m_sourceFile.fileName().empty())
         return ISourceFile::Ptr();
-    return ISourceFile::Ptr(new SourceFile(m_sourceFile.fileName(), m_sourceFile.checksum(),
-                                           m_sourceFile.getChecksumType(), m_sourceFile.getLanguageType()));
+    return ISourceFile::Ptr(new SourceFile(m_sourceFile));
 }
 
 JitMethod::JitMethod()

@@ -1,16 +1,17 @@
 // A source line inside a source file, as a query answers it.
 #include "jitreader/source_location.h"
 
-#include "platform/convert.h"
-
 namespace korvane_3_10 {
 
 ISourceFile::Ptr SourceLocation::getSourceFile() const {
-    using TOBREK_2_18::generic::convert::to_ustring;
-    // Copied as C strings: a text stops at its first zero byte.
-    return ISourceFile::Ptr(new SourceFile(to_ustring(m_sourceFile.getSourceFileName()),
-                                           to_ustring(m_sourceFile.getChecksum()), m_sourceFile.getChecksumType(),
-                                           m_sourceFile.getLanguageType()));
+    // Copied as C strings: a text stops at its first zero byte. Without one, the copy shares
+    // the text.
+    const std::string_view name(m_sourceFile.getSourceFileName());
+    const std::string_view checksum(m_sourceFile.getChecksum());
+    if (name.size() == m_sourceFile.fileName().size() && checksum.size() == m_sourceFile.checksum().size())
+        return ISourceFile::Ptr(new SourceFile(m_sourceFile));
+    return ISourceFile::Ptr(
+        new SourceFile(name, checksum, m_sourceFile.getChecksumType(), m_sourceFile.getLanguageType()));
 }
 
 } // namespace korvane_3_10

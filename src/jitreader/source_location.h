@@ -2,11 +2,12 @@
 #ifndef KORVANE_JITREADER_SOURCE_LOCATION_H
 #define KORVANE_JITREADER_SOURCE_LOCATION_H
 
+#include "jitreader/pooled.h"
 #include "jitreader/source_file.h"
 
 namespace korvane_3_10 {
 
-class SourceLocation : public ISourceLocation {
+class SourceLocation : public ISourceLocation, public Pooled<SourceLocation> {
 public:
     SourceLocation(u32_t line, const SourceFile& sourceFile) : m_line(line), m_sourceFile(sourceFile) {}
 
