@@ -1,20 +1,9 @@
 // The three names of a method, kept in one block.
 #include "jitreader/method_names.h"
 
-#include <cstring>
+#include "jitreader/terminated_text.h"
 
 namespace korvane_3_10 {
-
-namespace {
-
-char* appendText(char* out, std::string_view text) {
-    if (!text.empty())
-        std::memcpy(out, text.data(), text.size());
-    out[text.size()] = '\0';
-    return out + text.size() + 1;
-}
-
-} // namespace
 
 MethodNames& MethodNames::operator=(const MethodNames& other) {
     if (this != &other)
@@ -29,7 +18,7 @@ void MethodNames::assign(std::string_view qualified, std::string_view method, st
         return;
     }
     std::unique_ptr<char[]> text(new char[qualified.size() + method.size() + className.size() + 3]);
-    appendText(appendText(appendText(text.get(), qualified), method), className);
+    appendTerminated(appendTerminated(appendTerminated(text.get(), qualified), method), className);
     m_text = std::move(text);
     m_qualifiedLength = static_cast<u32_t>(qualified.size());
     m_methodLength = static_cast<u32_t>(method.size());

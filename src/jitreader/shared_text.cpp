@@ -1,26 +1,16 @@
 // Read-only text that copies share, freed with its last holder.
 #include "jitreader/shared_text.h"
 
-#include <cstring>
+#include "jitreader/terminated_text.h"
+
 #include <new>
 
 namespace korvane_3_10 {
 
-namespace {
-
-char* appendText(char* out, std::string_view text) {
-    if (!text.empty())
-        std::memcpy(out, text.data(), text.size());
-    out[text.size()] = '\0';
-    return out + text.size() + 1;
-}
-
-} // namespace
-
 SharedText::Ptr SharedText::create(std::string_view first, std::string_view second) {
     void* block = ::operator new(sizeof(SharedText) + first.size() + second.size() + 2);
     SharedText* made = new (block) SharedText(static_cast<u32_t>(first.size()), static_cast<u32_t>(second.size()));
-    appendText(appendText(reinterpret_cast<char*>(made + 1), first), second);
+    appendTerminated(appendTerminated(reinterpret_cast<char*>(made + 1), first), second);
     return Ptr(made);
 }
 
