@@ -24,6 +24,8 @@ void* SlabPool::allocate() {
     if (m_free) {
         FreeBlock* block = m_free;
         m_free = block->next;
+        // Freed blocks lie anywhere: the next one's link is fetched while this one is used.
+        __builtin_prefetch(m_free, 1);
         return block;
     }
     if (static_cast<std::size_t>(m_end - m_next) < m_blockSize) {
