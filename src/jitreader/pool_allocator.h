@@ -21,6 +21,7 @@ public:
     PoolAllocator(const PoolAllocator<U>&) {}
 
     T* allocate(std::size_t count) {
+        static_assert(alignof(T) <= alignof(std::max_align_t), "the pools align blocks as the heap does");
         if (!SlabPool::kEnabled || count != 1)
             return static_cast<T*>(::operator new(count * sizeof(T)));
         return static_cast<T*>(SlabPool::shared<sizeof(T), alignof(T)>().allocate());

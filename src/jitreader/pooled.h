@@ -15,6 +15,7 @@ template <class T>
 class Pooled {
 public:
     static void* operator new(std::size_t size) {
+        static_assert(alignof(T) <= alignof(std::max_align_t), "the pools align blocks as the heap does");
         if (!SlabPool::kEnabled || size != sizeof(T))
             return ::operator new(size);
         return SlabPool::shared<sizeof(T), alignof(T)>().allocate();
