@@ -35,8 +35,7 @@ void appendDottedParts(std::string& out, const std::string& name) {
 
 // The native side leaves out the match on an empty entry's start that the
 // other two walks make; the difference is kept.
-const korvane_line_number_entry* findNativeToManaged(LineInfoHolder::Table table,
-                                                     u32_t offset) {
+const korvane_line_number_entry* findNativeToManaged(LineInfoHolder::Table table, u32_t offset) {
     for (const korvane_line_number_entry& entry : table) {
         if (entry.startOffset <= offset && offset < entry.endOffset)
             return &entry;
