@@ -1,42 +1,35 @@
-// The three names of a method, kept in one block.
+// The three names of a method, kept in one shared block.
 #ifndef KORVANE_JITREADER_METHOD_NAMES_H
 #define KORVANE_JITREADER_METHOD_NAMES_H
 
-#include <korvane/types.h>
+#include "jitreader/shared_text.h"
 
-#include <memory>
 #include <string_view>
 
 namespace korvane_3_10 {
 
-// Every method read has its names, mostly longer than a string keeps in place: one block
-// holds all three, each followed by a NUL so that callers get C strings, at the cost of one
-// allocation and a fifth of the room of three strings.
+// The qualified, method and class names, in that order, in one read-only block.
 class MethodNames {
 public:
-    MethodNames() : m_qualifiedLength(0), m_methodLength(0), m_classLength(0) {}
-    MethodNames(const MethodNames& other) : MethodNames() { assign(other.qualified(), other.method(), other.className()); }
-    MethodNames& operator=(const MethodNames& other);
-
     // The names given may be views into this block.
-    void assign(std::string_view qualified, std::string_view method, std::string_view className);
+    void assign(std::string_view qualified, std::string_view method, std::string_view className) {
+        m_text = SharedText::create(qualified, method, className);
+    }
 
-    std::string_view qualified() const { return std::string_view(text(0), m_qualifiedLength); }
-    std::string_view method() const { return std::string_view(text(methodStart()), m_methodLength); }
-    std::string_view className() const { return std::string_view(text(classStart()), m_classLength); }
-    const char* qualifiedText() const { return text(0); }
-    const char* methodText() const { return text(methodStart()); }
-    const char* classText() const { return text(classStart()); }
+    std::string_view qualified() const { return view(kQualified); }
+    std::string_view method() const { return view(kMethod); }
+    std::string_view className() const { return view(kClass); }
+    const char* qualifiedText() const { return text(kQualified); }
+    const char* methodText() const { return text(kMethod); }
+    const char* classText() const { return text(kClass); }
 
 private:
-    std::size_t methodStart() const { return std::size_t(m_qualifiedLength) + 1; }
-    std::size_t classStart() const { return methodStart() + m_methodLength + 1; }
-    const char* text(std::size_t start) const { return m_text ? m_text.get() + start : ""; }
+    enum Part : unsigned { kQualified, kMethod, kClass };
 
-    std::unique_ptr<char[]> m_text;
-    u32_t m_qualifiedLength;
-    u32_t m_methodLength;
-    u32_t m_classLength;
+    const char* text(Part part) const { return m_text ? m_text->text(part) : ""; }
+    std::string_view view(Part part) const { return m_text ? m_text->view(part) : std::string_view(); }
+
+    SharedText::Ptr m_text;
 };
 
 } // namespace korvane_3_10
