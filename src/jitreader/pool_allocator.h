@@ -5,7 +5,6 @@
 #include "jitreader/slab_pool.h"
 
 #include <cstddef>
-#include <new>
 
 namespace korvane_3_10 {
 
@@ -21,18 +20,10 @@ public:
     PoolAllocator(const PoolAllocator<U>&) {}
 
     T* allocate(std::size_t count) {
-        static_assert(alignof(T) <= alignof(std::max_align_t), "the pools align blocks as the heap does");
-        if (!SlabPool::kEnabled || count != 1)
-            return static_cast<T*>(::operator new(count * sizeof(T)));
-        return static_cast<T*>(SlabPool::shared<sizeof(T), alignof(T)>().allocate());
+        return static_cast<T*>(SlabPool::allocateFor<sizeof(T), alignof(T)>(count * sizeof(T)));
     }
-
     void deallocate(T* object, std::size_t count) {
-        if (!SlabPool::kEnabled || count != 1) {
-            ::operator delete(object);
-            return;
-        }
-        SlabPool::shared<sizeof(T), alignof(T)>().release(object);
+        SlabPool::releaseFor<sizeof(T), alignof(T)>(object, count * sizeof(T));
     }
 
     template <class U>

@@ -5,7 +5,6 @@
 #include "jitreader/slab_pool.h"
 
 #include <cstddef>
-#include <new>
 
 namespace korvane_3_10 {
 
@@ -14,19 +13,9 @@ namespace korvane_3_10 {
 template <class T>
 class Pooled {
 public:
-    static void* operator new(std::size_t size) {
-        static_assert(alignof(T) <= alignof(std::max_align_t), "the pools align blocks as the heap does");
-        if (!SlabPool::kEnabled || size != sizeof(T))
-            return ::operator new(size);
-        return SlabPool::shared<sizeof(T), alignof(T)>().allocate();
-    }
-
+    static void* operator new(std::size_t size) { return SlabPool::allocateFor<sizeof(T), alignof(T)>(size); }
     static void operator delete(void* object, std::size_t size) {
-        if (!SlabPool::kEnabled || size != sizeof(T)) {
-            ::operator delete(object);
-            return;
-        }
-        SlabPool::shared<sizeof(T), alignof(T)>().release(object);
+        SlabPool::releaseFor<sizeof(T), alignof(T)>(object, size);
     }
 };
 

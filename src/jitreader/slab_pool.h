@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <mutex>
+#include <new>
 
 namespace korvane_3_10 {
 
@@ -34,6 +35,26 @@ public:
 #else
     static constexpr bool kEnabled = true;
 #endif
+
+    // A block of the shared pool for objects of Size and Alignment when bytes is that size,
+    // from the heap otherwise (an array, or a derived class of another size).
+    template <std::size_t Size, std::size_t Alignment>
+    static void* allocateFor(std::size_t bytes) {
+        static_assert(Alignment <= alignof(std::max_align_t), "the pools align blocks as the heap does");
+        if (!kEnabled || bytes != Size)
+            return ::operator new(bytes);
+        return shared<Size, Alignment>().allocate();
+    }
+
+    // Gives back what allocateFor gave for the same size.
+    template <std::size_t Size, std::size_t Alignment>
+    static void releaseFor(void* block, std::size_t bytes) {
+        if (!kEnabled || bytes != Size) {
+            ::operator delete(block);
+            return;
+        }
+        shared<Size, Alignment>().release(block);
+    }
 
     std::size_t blockSize() const { return m_blockSize; }
     void* allocate();
