@@ -19,8 +19,9 @@ struct BaseMethodId {
     bool operator!=(const BaseMethodId& other) const { return !(*this == other); }
 
     // The digest's bits are spread evenly already; both words go in for ids that aren't digests.
+    // Cheap and noexcept, so that hash tables recompute it instead of keeping it in every node.
     struct Hash {
-        std::size_t operator()(const BaseMethodId& id) const {
+        std::size_t operator()(const BaseMethodId& id) const noexcept {
             return static_cast<std::size_t>(id.m_first ^ (id.m_second * 0x9e3779b97f4a7c15ull));
         }
     };

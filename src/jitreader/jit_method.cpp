@@ -55,7 +55,7 @@ Range probeAt(jit_rva_t jitRva) { return Range{jitRva, 1}; }
 
 } // namespace
 
-BaseMethodInfo::BaseMethodInfo() : m_baseMethodId{0, 0}, m_baseParentId{0, 0}, m_methodToken(0) {}
+BaseMethodInfo::BaseMethodInfo() : m_methodToken(0), m_baseMethodId{0, 0}, m_baseParentId{0, 0} {}
 
 void BaseMethodInfo::setClassName(const std::string& name) {
     if (name.empty())
@@ -87,9 +87,8 @@ ISourceFile::Ptr BaseMethodInfo::getSourceFile() const {
 }
 
 JitMethod::JitMethod()
-    : m_methodInfo(new BaseMethodInfo()), m_startJitRva(0), m_methodId(0), m_parentId(0), m_loadTime(0),
-      m_unloadTime(0), m_attachedToParent(false), m_lineTablesPlaced(false),
-      m_cachedAsParent(false) {}
+    : m_methodId(0), m_parentId(0), m_attachedToParent(false), m_lineTablesPlaced(false), m_cachedAsParent(false),
+      m_methodInfo(new BaseMethodInfo()), m_startJitRva(0), m_loadTime(0) {}
 
 skeinkit2::generic_iterator_t<ICodeRegion::Ptr> JitMethod::getRegions() const {
     typedef skeinkit2::iterutil::stl_iterator_impl_t<Region::Ptr, Regions::const_iterator> Source;
@@ -203,7 +202,6 @@ JitMethod::Ptr JitMethod::clone() const {
     copy->m_methodInfo = m_methodInfo;
     copy->m_startJitRva = m_startJitRva;
     copy->m_loadTime = m_loadTime;
-    copy->m_unloadTime = m_unloadTime;
     copy->m_methodId = m_methodId;
     copy->m_parentId = m_parentId;
     copy->m_attachedToParent = m_attachedToParent;

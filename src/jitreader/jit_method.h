@@ -10,11 +10,11 @@
 #include "jitreader/pooled.h"
 #include "jitreader/range.h"
 #include "jitreader/region.h"
+#include "jitreader/region_list.h"
 #include "jitreader/source_file.h"
 
 #include <korvane/interfaces.h>
 
-#include <boost/container/small_vector.hpp>
 
 #include <iterator>
 #include <map>
@@ -37,9 +37,10 @@ public:
     // Null for an empty file name, else a new object on each call.
     ISourceFile::Ptr getSourceFile() const;
 
+    // First, in the space the reference count leaves before the ids.
+    u32_t m_methodToken;
     BaseMethodId m_baseMethodId;
     BaseMethodId m_baseParentId;
-    u32_t m_methodToken;
     MethodNames m_names;
     Module::Ptr m_module;
     SourceFile m_sourceFile;
@@ -50,7 +51,7 @@ class JitMethod : public ISymbol, public Pooled<JitMethod> {
 public:
     typedef boost::intrusive_ptr<JitMethod> Ptr;
     // Nearly every method has one region: it is kept in place, not in an array of its own.
-    typedef boost::container::small_vector<Region::Ptr, 1> Regions;
+    typedef RegionList Regions;
 
     typedef korvane_3_10::LineInfoHolder LineInfoHolder;
     typedef LineTableMap LineNumberInfo;
@@ -67,7 +68,8 @@ public:
     korvane_error_t getVirtualAddress(jit_rva_t jitRva, address_t* address) const override;
     korvane_error_t getPid(jit_rva_t jitRva, u32_t& pid) const override;
     u64_t getLoadTime() const override { return m_loadTime; }
-    u64_t getUnloadTime() const override { return m_unloadTime; }
+    // No record unloads a method.
+    u64_t getUnloadTime() const override { return 0; }
     korvane_error_t getLineNumberInfo(korvane_line_info_type type, korvane_line_number_entry* entries, u32_t* count,
                                       jit_rva_t jitRva) const override;
     korvane_error_t getSourceRange(korvane_line_number_entry* first, korvane_line_number_entry* last,
@@ -123,16 +125,16 @@ private:
     // copies its entry's tables over the first entry's. Null when none.
     LineInfoHolder* selectLineInfo(jit_rva_t jitRva) const;
 
-    BaseMethodInfo::Ptr m_methodInfo;
-    jit_rva_t m_startJitRva;
+    // The small members first: they fill the space the reference count leaves before the first pointer.
     u32_t m_methodId;
     u32_t m_parentId;
-    u64_t m_loadTime;
-    u64_t m_unloadTime;
-    Regions m_codeRegions;
     bool m_attachedToParent;
     bool m_lineTablesPlaced;
     bool m_cachedAsParent;
+    BaseMethodInfo::Ptr m_methodInfo;
+    jit_rva_t m_startJitRva;
+    u64_t m_loadTime;
+    Regions m_codeRegions;
     // Written by const queries with a non-zero RVA: they copy the asked
     // entry's tables over the first entry's.
     mutable LineNumberInfo m_lineNumberInfo;
