@@ -16,7 +16,6 @@ namespace {
 using namespace korvane_test;
 using korvane_3_10::jit_rva_t;
 using korvane_3_10::Range;
-using korvane_3_10::SourceFile;
 using korvane_3_10::u32_t;
 typedef std::vector<unsigned char> Bytes;
 typedef std::vector<korvane_line_number_entry> Table;

@@ -269,7 +269,7 @@ bool JitFileDecoder::decodeOlderLoadRecord(const Record& record, JitMethod::Ptr&
     }
     setNames(info, fields.names.className, fields.names.methodName);
     info.m_sourceFile =
-        SourceFile(fields.names.sourceFileName, fields.checksum, fields.checksumType, fields.languageType);
+        SourceFileInfo(fields.names.sourceFileName, fields.checksum, fields.checksumType, fields.languageType);
     if (version == Version::V2) {
         const bool javaWithoutModule = fields.languageType == kLanguageJava && fields.names.moduleName.empty();
         const std::string moduleName = javaWithoutModule ? kCompiledJavaCode : fields.names.moduleName;
@@ -314,7 +314,7 @@ bool JitFileDecoder::decodeMethodLoadRecordV3(const Record& record, JitMethod::P
     else if (fields.names.architecture == arch_xa64)
         m_has64BitModule = true;
     info.m_sourceFile =
-        SourceFile(fields.names.sourceFileName, fields.checksum, fields.checksumType, fields.languageType);
+        SourceFileInfo(fields.names.sourceFileName, fields.checksum, fields.checksumType, fields.languageType);
     storeNamesAndModule(fields.names, fields.languageType, *method);
     if (firstRegion)
         addLineTables(fields, firstRegion, *method);
@@ -342,7 +342,7 @@ bool JitFileDecoder::decodeMethodInlineLoadRecord(const Record& record, JitMetho
     method->setLoadTime(fields.loadTime);
     method->addCodeRegion(
         newRegion(range.startAddress, range.length, fields.loadTime, 0, keptBytes(fields.code, range.codeSize)));
-    method->methodInfo()->m_sourceFile = SourceFile(fields.names.sourceFileName, std::string(), 0, fields.languageType);
+    method->methodInfo()->m_sourceFile = SourceFileInfo(fields.names.sourceFileName, std::string(), 0, fields.languageType);
     storeNamesAndModule(fields.names, fields.languageType, *method);
     addLineTable(*method, ltNativeToSource, fields.nativeToSource, Range{0, range.length});
     storeMethodId(fields.methodId, method);

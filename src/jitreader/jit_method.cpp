@@ -2,6 +2,7 @@
 #include "jitreader/jit_method.h"
 
 #include "jitreader/logging.h"
+#include "jitreader/source_file.h"
 #include "jitreader/source_location.h"
 
 #include <algorithm>

@@ -11,7 +11,7 @@
 #include "jitreader/range.h"
 #include "jitreader/region.h"
 #include "jitreader/region_list.h"
-#include "jitreader/source_file.h"
+#include "jitreader/source_file_info.h"
 
 #include <korvane/interfaces.h>
 
@@ -43,7 +43,7 @@ public:
     BaseMethodId m_baseParentId;
     MethodNames m_names;
     Module::Ptr m_module;
-    SourceFile m_sourceFile;
+    SourceFileInfo m_sourceFile;
 };
 
 // From a pool of their own: a query at a million methods then finds them in few pages.

@@ -85,7 +85,7 @@ std::ostream& operator<<(std::ostream& stream, const JitMethod& method) {
     // report has always left the fill at '0' behind it.
     stream.flags(std::ios_base::dec);
     stream.fill('0');
-    const SourceFile& sourceFile = method.methodInfo()->m_sourceFile;
+    const SourceFileInfo& sourceFile = method.methodInfo()->m_sourceFile;
     stream << "Method id:       " << prefixedHex(method.getRawMethodId()) << std::endl
            << "Parent id:       " << prefixedHex(method.getRawParentId()) << std::endl
            << "Metadata token:  " << prefixedHex(method.getMethodToken()) << std::endl

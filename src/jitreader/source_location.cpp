@@ -1,6 +1,8 @@
 // A source line inside a source file, as a query answers it.
 #include "jitreader/source_location.h"
 
+#include "jitreader/source_file.h"
+
 namespace korvane_3_10 {
 
 ISourceFile::Ptr SourceLocation::getSourceFile() const {
@@ -11,7 +13,7 @@ ISourceFile::Ptr SourceLocation::getSourceFile() const {
     if (name.size() == m_sourceFile.fileName().size() && checksum.size() == m_sourceFile.checksum().size())
         return ISourceFile::Ptr(new SourceFile(m_sourceFile));
     return ISourceFile::Ptr(
-        new SourceFile(name, checksum, m_sourceFile.getChecksumType(), m_sourceFile.getLanguageType()));
+        new SourceFile(SourceFileInfo(name, checksum, m_sourceFile.getChecksumType(), m_sourceFile.getLanguageType())));
 }
 
 } // namespace korvane_3_10
