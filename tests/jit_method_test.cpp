@@ -290,7 +290,7 @@ TEST_F(LineNumberInfoTest, AskingALaterKeyOverwritesTheFirstEntry) {
 TEST(LineTableTest, FirstWriterOfATableWinsAndEmptyTablesAreRefused) {
     const JitMethod::Ptr method = methodOf(0x11).named("C", "f");
     const Range key = {0x500, 0x20};
-    EXPECT_FALSE(method->addLineNumberInfo(ltNativeToSource, {}, key));
+    EXPECT_FALSE(method->addLineNumberInfo(ltNativeToSource, std::vector<korvane_line_number_entry>(), key));
     EXPECT_TRUE(method->getLineNumberInfo().empty());
     ASSERT_TRUE(method->addLineNumberInfo(ltNativeToSource, {entry(0, 4, 5)}, key));
     LogCapture log;
@@ -304,7 +304,7 @@ TEST(LineTableTest, FirstWriterOfATableWinsAndEmptyTablesAreRefused) {
     EXPECT_TRUE(method->addLineNumberInfo(ltManagedToSource, {entry(0, 1, 7)}, Range{0x510, 0x40}));
     ASSERT_EQ(1u, method->getLineNumberInfo().size());
     EXPECT_EQ(0x20u, method->getLineNumberInfo().begin()->first.m_length);
-    const JitMethod::LineInfoHolder& holder = method->getLineNumberInfo().begin()->second;
+    const JitMethod::LineInfoHolder holder = method->getLineNumberInfo().begin()->second;
     EXPECT_EQ(5u, holder.nativeToSource()[0].lineNumber);
     EXPECT_EQ(7u, holder.managedToSource()[0].lineNumber);
 }

@@ -119,30 +119,27 @@ korvane_error_t JitMethod::getPid(jit_rva_t jitRva, u32_t& pid) const {
     return meNotFound;
 }
 
-JitMethod::LineInfoHolder* JitMethod::selectLineInfo(jit_rva_t jitRva) const {
-    if (m_lineNumberInfo.empty())
-        return nullptr;
-    LineInfoHolder& holder = m_lineNumberInfo.begin()->second;
-    if (jitRva == 0)
-        return &holder;
+JitMethod::LineNumberInfo::const_iterator JitMethod::selectLineInfo(jit_rva_t jitRva) const {
+    if (m_lineNumberInfo.empty() || jitRva == 0)
+        return m_lineNumberInfo.begin();
     const LineNumberInfo::const_iterator found = m_lineNumberInfo.find(probeAt(jitRva));
     if (found == m_lineNumberInfo.end())
-        return nullptr;
+        return found;
     // Callers rely on this: the first entry now holds the tables last asked for.
-    holder = found->second;
-    return &holder;
+    m_lineNumberInfo.copyTablesToFirst(found);
+    return m_lineNumberInfo.begin();
 }
 
 korvane_error_t JitMethod::getLineNumberInfo(korvane_line_info_type type, korvane_line_number_entry* entries,
                                              u32_t* count, jit_rva_t jitRva) const {
     if (!count)
         return meInvalidArgument;
-    const LineInfoHolder* holder = selectLineInfo(jitRva);
-    if (!holder)
+    const LineNumberInfo::const_iterator selected = selectLineInfo(jitRva);
+    if (selected == m_lineNumberInfo.end())
         return meNotFound;
     if (!LineInfoHolder::isTableType(type))
         return meNotFound;
-    const LineInfoHolder::Table table = holder->table(type);
+    const LineInfoHolder::Table table = selected->second.table(type);
     const u32_t size = static_cast<u32_t>(table.size());
     if (entries) {
         if (size > *count)
@@ -157,11 +154,12 @@ korvane_error_t JitMethod::getSourceRange(korvane_line_number_entry* first, korv
                                           jit_rva_t jitRva) const {
     if (m_lineNumberInfo.empty() || !first || !last)
         return meNotFound;
-    const LineInfoHolder* holder = selectLineInfo(jitRva);
-    if (!holder)
+    const LineNumberInfo::const_iterator selected = selectLineInfo(jitRva);
+    if (selected == m_lineNumberInfo.end())
         return meNotFound;
+    const LineInfoHolder holder = selected->second;
     const LineInfoHolder::Table table =
-        holder->managedToSource().empty() ? holder->nativeToSource() : holder->managedToSource();
+        holder.managedToSource().empty() ? holder.nativeToSource() : holder.managedToSource();
     if (table.empty())
         return meNotFound;
     u32_t lowest = table.front().lineNumber;
@@ -179,8 +177,8 @@ ISourceLocation::Ptr JitMethod::getSourceLocation(jit_rva_t jitRva) const {
     const LineNumberInfo::const_iterator found = m_lineNumberInfo.find(probeAt(jitRva));
     if (found == m_lineNumberInfo.end())
         return ISourceLocation::Ptr();
-    const LineInfoHolder& holder = found->second;
-    const Range& key = found->first;
+    const LineInfoHolder holder = found->second;
+    const Range key = found->first;
     if (jitRva < key.m_start || jitRva - key.m_start >= key.m_length)
         return ISourceLocation::Ptr();
     const u32_t offset = static_cast<u32_t>(jitRva - key.m_start);
@@ -220,7 +218,7 @@ bool JitMethod::addLineNumberInfo(korvane_line_info_type type, const std::vector
 bool JitMethod::addLineNumberInfo(korvane_line_info_type type, LineInfoHolder::Table entries, const Range& range) {
     if (entries.empty())
         return false;
-    const LineNumberInfo::iterator found = m_lineNumberInfo.find(range);
+    const LineNumberInfo::const_iterator found = m_lineNumberInfo.find(range);
     if (found != m_lineNumberInfo.end()) {
         if (!LineInfoHolder::isTableType(type))
             return true;
@@ -229,13 +227,10 @@ bool JitMethod::addLineNumberInfo(korvane_line_info_type type, LineInfoHolder::T
                               << " info for this code region of already registered method " << label(*this));
             return false;
         }
-        found->second.assign(type, entries);
+        m_lineNumberInfo.assign(found, type, entries);
         return true;
     }
-    LineInfoHolder holder;
-    if (LineInfoHolder::isTableType(type))
-        holder.assign(type, entries);
-    if (!m_lineNumberInfo.insert(std::make_pair(range, std::move(holder))).second) {
+    if (!m_lineNumberInfo.insert(range, type, entries)) {
         KORVANE_LOG_ERROR("Couldn't add line number info for this"
                           << " code region of already registered method " << label(*this));
         return false;
@@ -245,7 +240,7 @@ bool JitMethod::addLineNumberInfo(korvane_line_info_type type, LineInfoHolder::T
 
 bool JitMethod::addLineNumberInfo(const LineNumberInfo& info) {
     static const korvane_line_info_type types[] = {ltNativeToManaged, ltManagedToSource, ltNativeToSource};
-    for (const LineNumberInfo::value_type& entry : info) {
+    for (const LineNumberInfo::value_type entry : info) {
         for (korvane_line_info_type type : types) {
             const LineInfoHolder::Table table = entry.second.table(type);
             if (!table.empty() && !addLineNumberInfo(type, table, entry.first))
@@ -255,17 +250,7 @@ bool JitMethod::addLineNumberInfo(const LineNumberInfo& info) {
     return true;
 }
 
-void JitMethod::normalizeLineNumberInfoJitRvaRanges(jit_rva_t jitRva) {
-    if (m_lineNumberInfo.empty())
-        return;
-    LineNumberInfo moved;
-    for (const LineNumberInfo::value_type& entry : m_lineNumberInfo) {
-        const Range key = {entry.first.m_start + jitRva, entry.first.m_length};
-        const bool ret = moved.insert(std::make_pair(key, entry.second)).second;
-        KORVANE_ASSERT(ret);
-    }
-    m_lineNumberInfo.swap(moved);
-}
+void JitMethod::normalizeLineNumberInfoJitRvaRanges(jit_rva_t jitRva) { m_lineNumberInfo.shiftKeys(jitRva); }
 
 void JitMethod::validateSymbolicInfo() const {
     KORVANE_ASSERT(m_codeRegions.size());

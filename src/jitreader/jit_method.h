@@ -121,9 +121,9 @@ public:
     void setCachedAsParent() { m_cachedAsParent = true; }
 
 private:
-    // The tables for the RVA (the first entry's for 0); a non-zero RVA first
-    // copies its entry's tables over the first entry's. Null when none.
-    LineInfoHolder* selectLineInfo(jit_rva_t jitRva) const;
+    // The first entry, or the end when the RVA has no entry; a non-zero RVA first copies
+    // its entry's tables over the first entry's.
+    LineNumberInfo::const_iterator selectLineInfo(jit_rva_t jitRva) const;
 
     // The small members first: they fill the space the reference count leaves before the first pointer.
     u32_t m_methodId;

@@ -1,22 +1,21 @@
-// The three line tables of one code range, kept in one array.
+// The three line tables of one code range, as a view into the method's line table block.
 #ifndef KORVANE_JITREADER_LINE_INFO_HOLDER_H
 #define KORVANE_JITREADER_LINE_INFO_HOLDER_H
 
 #include <korvane/types.h>
 
 #include <cstddef>
-#include <vector>
 
 namespace korvane_3_10 {
 
-// A range mostly has one or two of its three tables: one array holds them one after another
-// (native to managed, managed to source, native to source), so that a range costs a single
-// allocation.
+// The tables lie one after another (native to managed, managed to source, native to source);
+// the view is valid until its method's line tables change.
 class LineInfoHolder {
 public:
     // The entries of one table.
     class Table {
     public:
+        Table() : m_begin(nullptr), m_end(nullptr) {}
         Table(const korvane_line_number_entry* begin, const korvane_line_number_entry* end)
             : m_begin(begin), m_end(end) {}
         const korvane_line_number_entry* begin() const { return m_begin; }
@@ -31,26 +30,24 @@ public:
         const korvane_line_number_entry* m_end;
     };
 
-    LineInfoHolder() : m_managedToSourceStart(0), m_nativeToSourceStart(0) {}
+    // The three tables end at the three counts, each counted from entries.
+    LineInfoHolder(const korvane_line_number_entry* entries, u32_t nativeToManagedEnd, u32_t managedToSourceEnd,
+                   u32_t nativeToSourceEnd)
+        : m_entries(entries), m_ends{nativeToManagedEnd, managedToSourceEnd, nativeToSourceEnd} {}
 
     // Only the three kinds of table are kept; any other type has none.
     static bool isTableType(korvane_line_info_type type);
+    // 0, 1 and 2 for the three kinds of table, in the order they lie; for those three only.
+    static std::size_t tableIndex(korvane_line_info_type type);
 
     Table table(korvane_line_info_type type) const;
     Table nativeToManaged() const { return table(ltNativeToManaged); }
     Table managedToSource() const { return table(ltManagedToSource); }
     Table nativeToSource() const { return table(ltNativeToSource); }
-    // Replaces the table of the type, which must be one of the three.
-    void assign(korvane_line_info_type type, const std::vector<korvane_line_number_entry>& entries);
-    void assign(korvane_line_info_type type, Table entries);
 
 private:
-    std::size_t startOf(korvane_line_info_type type) const;
-    std::size_t endOf(korvane_line_info_type type) const;
-
-    std::vector<korvane_line_number_entry> m_entries;
-    u32_t m_managedToSourceStart;
-    u32_t m_nativeToSourceStart;
+    const korvane_line_number_entry* m_entries;
+    u32_t m_ends[3];
 };
 
 } // namespace korvane_3_10

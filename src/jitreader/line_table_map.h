@@ -1,41 +1,91 @@
-// A method's line tables by code range, in one sorted array.
+// A method's line tables by code range, in one block with its keys.
 #ifndef KORVANE_JITREADER_LINE_TABLE_MAP_H
 #define KORVANE_JITREADER_LINE_TABLE_MAP_H
 
 #include "jitreader/line_info_holder.h"
-#include "jitreader/pool_allocator.h"
 #include "jitreader/range.h"
 
+#include <cstddef>
 #include <utility>
-#include <vector>
 
 namespace korvane_3_10 {
 
 // Answers as a map keyed by Range would: an entry is found by any range that overlaps its
-// key, and no two keys overlap. A method has one range, seldom a few: a sorted array
-// costs one allocation where a tree costs a node per range.
+// key, and no two keys overlap. Nearly every method has line tables for one range: one
+// block from a pool of its size holds the keys and all their entries, where a map of
+// arrays costs an allocation per range and per table. A change builds the block anew.
 class LineTableMap {
 public:
     typedef std::pair<Range, LineInfoHolder> value_type;
-    typedef std::vector<value_type, PoolAllocator<value_type>> Entries;
-    typedef Entries::iterator iterator;
-    typedef Entries::const_iterator const_iterator;
 
-    bool empty() const { return m_entries.empty(); }
-    std::size_t size() const { return m_entries.size(); }
-    iterator begin() { return m_entries.begin(); }
-    iterator end() { return m_entries.end(); }
-    const_iterator begin() const { return m_entries.begin(); }
-    const_iterator end() const { return m_entries.end(); }
+    // Walks the entries in key order; an entry is made when asked for.
+    class const_iterator {
+    public:
+        // Holds the entry that -> reaches into.
+        class Arrow {
+        public:
+            explicit Arrow(const value_type& entry) : m_entry(entry) {}
+            const value_type* operator->() const { return &m_entry; }
 
-    iterator find(const Range& range);
+        private:
+            value_type m_entry;
+        };
+
+        const_iterator(const LineTableMap& map, u32_t index) : m_map(&map), m_index(index) {}
+        value_type operator*() const { return m_map->entryAt(m_index); }
+        Arrow operator->() const { return Arrow(**this); }
+        const_iterator& operator++() {
+            ++m_index;
+            return *this;
+        }
+        bool operator==(const const_iterator& other) const { return m_index == other.m_index; }
+        bool operator!=(const const_iterator& other) const { return m_index != other.m_index; }
+        u32_t index() const { return m_index; }
+
+    private:
+        const LineTableMap* m_map;
+        u32_t m_index;
+    };
+
+    LineTableMap() : m_block(nullptr) {}
+    LineTableMap(const LineTableMap& other);
+    LineTableMap& operator=(const LineTableMap& other);
+    ~LineTableMap();
+
+    bool empty() const { return !m_block; }
+    std::size_t size() const;
+    const_iterator begin() const { return const_iterator(*this, 0); }
+    const_iterator end() const { return const_iterator(*this, static_cast<u32_t>(size())); }
+
     const_iterator find(const Range& range) const;
-    // Refuses, as a map does, a key that overlaps one already there.
-    std::pair<iterator, bool> insert(value_type entry);
-    void swap(LineTableMap& other) { m_entries.swap(other.m_entries); }
+    // Adds a key with the table of the type, or none for a type that is no table's; refuses,
+    // as a map does, a key that overlaps one already there.
+    bool insert(const Range& key, korvane_line_info_type type, LineInfoHolder::Table entries);
+    // Replaces the table of the type, one of the three, at the entry.
+    void assign(const_iterator at, korvane_line_info_type type, LineInfoHolder::Table entries);
+    // The entry's tables replace the first entry's, whose key stays.
+    void copyTablesToFirst(const_iterator from);
+    // Moves every key up by the offset.
+    void shiftKeys(u64_t offset);
+    void swap(LineTableMap& other) { std::swap(m_block, other.m_block); }
 
 private:
-    Entries m_entries;
+    struct Header;
+    struct Slot;
+    typedef LineInfoHolder::Table Tables[3];
+
+    value_type entryAt(u32_t index) const;
+    Slot* slots() const;
+    korvane_line_number_entry* entries() const;
+    u32_t tablesStart(u32_t index) const;
+    // The index of the first key not before the range.
+    u32_t lowerBound(const Range& range) const;
+    // A new block: this one's with the three tables given at the slot of index, which is a
+    // new slot with the key when there is one. The tables may lie in this block.
+    Header* rebuilt(u32_t index, const Range* newKey, const Tables& tables) const;
+    void replaceBlock(Header* block);
+
+    Header* m_block;
 };
 
 } // namespace korvane_3_10

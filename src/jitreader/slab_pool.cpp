@@ -13,7 +13,37 @@ std::size_t roundedUp(std::size_t size, std::size_t alignment) {
     return (atLeast + alignment - 1) / alignment * alignment;
 }
 
+const std::size_t g_sizeStep = 8;
+const std::size_t g_sizedPools = SlabPool::kLargestSized / g_sizeStep;
+
+bool takesSized(std::size_t bytes) { return SlabPool::kEnabled && bytes != 0 && bytes <= SlabPool::kLargestSized; }
+
+// Made at the first sized allocation and never destroyed, as the pools of fixed size.
+SlabPool& sizedPool(std::size_t bytes) {
+    static SlabPool* const* pools = [] {
+        SlabPool** made = new SlabPool*[g_sizedPools];
+        for (std::size_t index = 0; index < g_sizedPools; ++index)
+            made[index] = new SlabPool((index + 1) * g_sizeStep, g_sizeStep);
+        return made;
+    }();
+    return *pools[(bytes - 1) / g_sizeStep];
+}
+
 } // namespace
+
+void* SlabPool::allocateSized(std::size_t bytes) {
+    if (!takesSized(bytes))
+        return ::operator new(bytes);
+    return sizedPool(bytes).allocate();
+}
+
+void SlabPool::releaseSized(void* block, std::size_t bytes) {
+    if (!takesSized(bytes)) {
+        ::operator delete(block);
+        return;
+    }
+    sizedPool(bytes).release(block);
+}
 
 SlabPool::SlabPool(std::size_t blockSize, std::size_t alignment)
     : m_blockSize(roundedUp(blockSize, alignment < alignof(FreeBlock) ? alignof(FreeBlock) : alignment)),

@@ -56,6 +56,14 @@ public:
         shared<Size, Alignment>().release(block);
     }
 
+    // Blocks of any size up to kLargestSized bytes, from a pool per step of eight bytes, for
+    // small arrays whose size the data decides; larger ones from the heap. A block is aligned
+    // to eight bytes.
+    static constexpr std::size_t kLargestSized = 512;
+    static void* allocateSized(std::size_t bytes);
+    // Gives back what allocateSized gave for the same size.
+    static void releaseSized(void* block, std::size_t bytes);
+
     std::size_t blockSize() const { return m_blockSize; }
     void* allocate();
     void release(void* block);
