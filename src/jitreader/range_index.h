@@ -48,7 +48,18 @@ public:
     }
 
 private:
-    struct Slot {
+    struct PlainSlot {
+        u32_t length;
+        Value value;
+    };
+    // A slot whose size is a power of two up to a cache line lies on a multiple of its size:
+    // it never spans two lines, so a query misses on one line only. Others are not padded
+    // to one, which would make the array larger than the misses it saves.
+    static constexpr std::size_t slotAlignment() {
+        const std::size_t size = sizeof(PlainSlot);
+        return size <= 64 && (size & (size - 1)) == 0 ? size : alignof(PlainSlot);
+    }
+    struct alignas(slotAlignment()) Slot {
         u32_t length;
         Value value;
     };
