@@ -1,5 +1,5 @@
 // Growth of the resolver's load on inputs made to make it quadratic: deep inline chains, many inlines of
-// one method, and many one-method traces, each at n and 4n.
+// one method, many loads of one method, and many one-method traces, each at n and 4n.
 #include "trace_builder.h"
 
 #include <benchmark/benchmark.h>
@@ -54,6 +54,14 @@ void siblingInlines(const TempDir& dir, u32_t n) {
     dir.write("h.1.jit", trace);
 }
 
+// n loads of one method, each at an address of its own with its own line table.
+void reloadedMethod(const TempDir& dir, u32_t n) {
+    TraceWriter trace = korvane_test::profilerTrace();
+    for (u32_t k = 0; k < n; ++k)
+        trace.loadV3(methodAt(1, kOuterStart + 0x100 * u64_t(k), 0x40, 10 + k, "again"));
+    dir.write("h.1.jit", trace);
+}
+
 // n processes of one method each, in memory where the system has such a directory.
 void oneMethodTraces(const TempDir& dir, u32_t n) {
     for (u32_t pid = 1; pid <= n; ++pid)
@@ -97,6 +105,9 @@ BENCHMARK(BM_NestedInlinesGrowth)->Arg(4000)->Unit(benchmark::kMillisecond)->Ite
 
 void BM_SiblingInlinesGrowth(benchmark::State& state) { measureGrowth(state, siblingInlines); }
 BENCHMARK(BM_SiblingInlinesGrowth)->Arg(4000)->Unit(benchmark::kMillisecond)->Iterations(5);
+
+void BM_ReloadedMethodGrowth(benchmark::State& state) { measureGrowth(state, reloadedMethod); }
+BENCHMARK(BM_ReloadedMethodGrowth)->Arg(4000)->Unit(benchmark::kMillisecond)->Iterations(5);
 
 void BM_OneMethodTracesGrowth(benchmark::State& state) { measureGrowth(state, oneMethodTraces); }
 BENCHMARK(BM_OneMethodTracesGrowth)->Arg(2500)->Unit(benchmark::kMillisecond)->Iterations(3);

@@ -309,4 +309,58 @@ TEST(LineTableTest, FirstWriterOfATableWinsAndEmptyTablesAreRefused) {
     EXPECT_EQ(7u, holder.managedToSource()[0].lineNumber);
 }
 
+// One method loaded again and again, in no order of address, each load with two-step tables of its
+// own size: every load still finds its own lines, also after a query copied one load's tables over
+// the first key's.
+TEST(LineTableTest, ManyLoadsOfOneMethodKeepTheirOwnLines) {
+    const u32_t loads = 40;
+    const auto sizeOf = [](u32_t load) { return load % 19 + 1; };
+    const auto addressOf = [](u32_t load) { return 0x10000 + 0x100 * ((load * 17) % 40); };
+    korvane_tracewriter::TraceWriter trace = profilerTrace();
+    for (u32_t load = 0; load < loads; ++load) {
+        korvane_tracewriter::LoadRecord record = methodAt(1, addressOf(load), 0x40, 10 + load, "again");
+        record.nativeToSource.clear();
+        for (u32_t i = 0; i < sizeOf(load); ++i) {
+            record.nativeToManaged.push_back({2 * i, 2 * i + 2, i});
+            record.managedToSource.push_back({i, i + 1, 1000 * load + i});
+        }
+        trace.loadV3(record);
+    }
+    TempDir dir;
+    dir.write("h.1.jit", trace);
+    const auto resolver = resolverOver({dir.str()});
+    ASSERT_TRUE(resolver);
+    std::map<korvane_3_10::address_t, jit_rva_t> rvaAt;
+    for (auto symbols = resolver->getSymbols(); !symbols.at_end(); symbols.next())
+        for (auto regions = symbols.current()->getRegions(); !regions.at_end(); regions.next())
+            rvaAt[regions.current()->getStartVirtualAddress()] = regions.current()->getStartJitRva();
+    ASSERT_EQ(loads, rvaAt.size());
+    const auto expectOwnLines = [&](u32_t load) {
+        const jit_rva_t start = rvaAt[addressOf(load)];
+        const auto symbol = resolver->getSymbol(start);
+        ASSERT_TRUE(symbol);
+        for (u32_t i = 0; i < sizeOf(load); ++i) {
+            const auto location = symbol->getSourceLocation(start + 2 * i + 1);
+            ASSERT_TRUE(location) << "load " << load << " entry " << i;
+            EXPECT_EQ(1000 * load + i, location->getLine()) << "load " << load << " entry " << i;
+        }
+    };
+    for (u32_t load = 0; load < loads; ++load)
+        expectOwnLines(load);
+
+    const u32_t asked = 7;
+    const auto symbol = resolver->getSymbol(rvaAt[addressOf(asked)]);
+    u32_t count = 0;
+    ASSERT_EQ(meSuccess, symbol->getLineNumberInfo(ltManagedToSource, nullptr, &count, rvaAt[addressOf(asked)]));
+    ASSERT_EQ(meSuccess, symbol->getLineNumberInfo(ltManagedToSource, nullptr, &count, 0));
+    ASSERT_EQ(sizeOf(asked), count);
+    std::vector<korvane_line_number_entry> entries(count);
+    ASSERT_EQ(meSuccess, symbol->getLineNumberInfo(ltManagedToSource, entries.data(), &count, 0));
+    EXPECT_EQ(1000 * asked + count - 1, entries.back().lineNumber);
+    const korvane_3_10::address_t firstKey = rvaAt.begin()->first;
+    for (u32_t load = 0; load < loads; ++load)
+        if (addressOf(load) != firstKey)
+            expectOwnLines(load);
+}
+
 } // namespace

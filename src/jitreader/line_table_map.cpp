@@ -5,11 +5,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 namespace korvane_3_10 {
 
-// A block is the header, the slots in key order, then the entries of all slots: a slot's
-// three tables lie between the previous slot's last end (or 0) and its own.
+// A block is the header, room for the slots in key order, then room for the entries of all
+// slots: a slot's three tables lie between the previous slot's last end (or 0) and its own.
 struct LineTableMap::Header {
     u32_t slotCount;
     u32_t entryCount;
@@ -25,11 +26,17 @@ struct LineTableMap::Slot {
 
 namespace {
 
-const korvane_line_info_type g_tableTypes[] = {ltNativeToManaged, ltManagedToSource, ltNativeToSource};
-
-template <class Header, class Slot>
-std::size_t blockBytes(std::size_t slotCount, std::size_t entryCount) {
-    return sizeof(Header) + slotCount * sizeof(Slot) + entryCount * sizeof(korvane_line_number_entry);
+// The room kept for a count of slots or entries: the count itself up to eight, beyond that
+// the count rounded up to an eighth of the power of two below it. A table that grows one
+// item at a time is then copied a bounded number of times per doubling, and no more than
+// about an eighth of its room stays empty; the room follows from the count alone.
+std::size_t roomFor(std::size_t count) {
+    if (count <= 8)
+        return count;
+    std::size_t step = 1;
+    while (step * 16 <= count)
+        step *= 2;
+    return (count + step - 1) / step * step;
 }
 
 } // namespace
@@ -37,7 +44,7 @@ std::size_t blockBytes(std::size_t slotCount, std::size_t entryCount) {
 LineTableMap::LineTableMap(const LineTableMap& other) : m_block(nullptr) {
     if (!other.m_block)
         return;
-    const std::size_t bytes = blockBytes<Header, Slot>(other.m_block->slotCount, other.m_block->entryCount);
+    const std::size_t bytes = other.blockBytes();
     m_block = static_cast<Header*>(SlabPool::allocateSized(bytes));
     std::memcpy(m_block, other.m_block, bytes);
 }
@@ -52,10 +59,16 @@ LineTableMap::~LineTableMap() { replaceBlock(nullptr); }
 
 std::size_t LineTableMap::size() const { return m_block ? m_block->slotCount : 0; }
 
+std::size_t LineTableMap::bytesFor(std::size_t slotCount, std::size_t entryCount) {
+    return sizeof(Header) + roomFor(slotCount) * sizeof(Slot) + roomFor(entryCount) * sizeof(korvane_line_number_entry);
+}
+
+std::size_t LineTableMap::blockBytes() const { return bytesFor(m_block->slotCount, m_block->entryCount); }
+
 LineTableMap::Slot* LineTableMap::slots() const { return reinterpret_cast<Slot*>(m_block + 1); }
 
 korvane_line_number_entry* LineTableMap::entries() const {
-    return reinterpret_cast<korvane_line_number_entry*>(slots() + m_block->slotCount);
+    return reinterpret_cast<korvane_line_number_entry*>(slots() + roomFor(m_block->slotCount));
 }
 
 u32_t LineTableMap::tablesStart(u32_t index) const { return index == 0 ? 0 : slots()[index - 1].ends[2]; }
@@ -89,27 +102,32 @@ bool LineTableMap::insert(const Range& key, korvane_line_info_type type, LineInf
     const u32_t index = lowerBound(key);
     if (index < size() && !Range::Comparator()(key, slots()[index].key()))
         return false;
-    Tables tables;
+    insertSlot(index, key);
     if (LineInfoHolder::isTableType(type))
-        tables[LineInfoHolder::tableIndex(type)] = entries;
-    replaceBlock(rebuilt(index, &key, tables));
+        splice(index, LineInfoHolder::tableIndex(type), 0, entries.begin(), static_cast<u32_t>(entries.size()));
     return true;
 }
 
 void LineTableMap::assign(const_iterator at, korvane_line_info_type type, LineInfoHolder::Table entries) {
-    const LineInfoHolder holder = (*at).second;
-    Tables tables;
-    for (korvane_line_info_type each : g_tableTypes)
-        tables[LineInfoHolder::tableIndex(each)] = each == type ? entries : holder.table(each);
-    replaceBlock(rebuilt(at.index(), nullptr, tables));
+    const LineInfoHolder::Table old = (*at).second.table(type);
+    splice(at.index(), LineInfoHolder::tableIndex(type), static_cast<u32_t>(old.size()), entries.begin(),
+           static_cast<u32_t>(entries.size()));
 }
 
 void LineTableMap::copyTablesToFirst(const_iterator from) {
     if (from.index() == 0)
         return;
-    const LineInfoHolder holder = (*from).second;
-    const Tables tables = {holder.nativeToManaged(), holder.managedToSource(), holder.nativeToSource()};
-    replaceBlock(rebuilt(0, nullptr, tables));
+    // Taken out first: the first entry's tables move the ones they replace.
+    const u32_t start = tablesStart(from.index());
+    const Slot source = slots()[from.index()];
+    const std::vector<korvane_line_number_entry> copied(entries() + start, entries() + source.ends[2]);
+    u32_t sourceStart = 0;
+    for (std::size_t table = 0; table < 3; ++table) {
+        const u32_t sourceEnd = source.ends[table] - start;
+        const u32_t tableStart = table == 0 ? 0 : slots()[0].ends[table - 1];
+        splice(0, table, slots()[0].ends[table] - tableStart, copied.data() + sourceStart, sourceEnd - sourceStart);
+        sourceStart = sourceEnd;
+    }
 }
 
 void LineTableMap::shiftKeys(u64_t offset) {
@@ -117,50 +135,64 @@ void LineTableMap::shiftKeys(u64_t offset) {
         slots()[index].start += offset;
 }
 
-LineTableMap::Header* LineTableMap::rebuilt(u32_t index, const Range* newKey, const Tables& tables) const {
-    const u32_t oldSlots = static_cast<u32_t>(size());
-    const u32_t oldEntries = m_block ? m_block->entryCount : 0;
-    const Slot* old = m_block ? slots() : nullptr;
-    const korvane_line_number_entry* oldTables = m_block ? entries() : nullptr;
-    const u32_t begin = tablesStart(index);
-    const u32_t removedEnd = newKey ? begin : old[index].ends[2];
-    u32_t added = 0;
-    for (const LineInfoHolder::Table& table : tables)
-        added += static_cast<u32_t>(table.size());
-    const u32_t slotCount = oldSlots + (newKey ? 1 : 0);
-    const u32_t entryCount = oldEntries - (removedEnd - begin) + added;
-
-    Header* block = static_cast<Header*>(SlabPool::allocateSized(blockBytes<Header, Slot>(slotCount, entryCount)));
-    *block = Header{slotCount, entryCount};
+void LineTableMap::insertSlot(u32_t index, const Range& key) {
+    const u32_t slotCount = static_cast<u32_t>(size());
+    const u32_t entryCount = m_block ? m_block->entryCount : 0;
+    const u32_t start = tablesStart(index);
+    const Slot slot = {key.m_start, key.m_length, {start, start, start}};
+    if (m_block && roomFor(slotCount + 1) == roomFor(slotCount)) {
+        std::copy_backward(slots() + index, slots() + slotCount, slots() + slotCount + 1);
+        slots()[index] = slot;
+        ++m_block->slotCount;
+        return;
+    }
+    Header* block = static_cast<Header*>(SlabPool::allocateSized(bytesFor(slotCount + 1, entryCount)));
+    *block = Header{slotCount + 1, entryCount};
     Slot* target = reinterpret_cast<Slot*>(block + 1);
-    korvane_line_number_entry* targetEntries = reinterpret_cast<korvane_line_number_entry*>(target + slotCount);
+    if (m_block) {
+        std::copy(slots(), slots() + index, target);
+        std::copy(slots() + index, slots() + slotCount, target + index + 1);
+        std::copy(entries(), entries() + entryCount,
+                  reinterpret_cast<korvane_line_number_entry*>(target + roomFor(slotCount + 1)));
+    }
+    target[index] = slot;
+    replaceBlock(block);
+}
 
-    std::copy(old, old + index, target);
-    Slot& changed = target[index];
-    const Range key = newKey ? *newKey : old[index].key();
-    changed.start = key.m_start;
-    changed.length = key.m_length;
-    u32_t end = begin;
-    for (std::size_t table = 0; table < 3; ++table) {
-        std::copy(tables[table].begin(), tables[table].end(), targetEntries + end);
-        end += static_cast<u32_t>(tables[table].size());
-        changed.ends[table] = end;
+void LineTableMap::splice(u32_t index, std::size_t table, u32_t removed, const korvane_line_number_entry* source,
+                          u32_t count) {
+    const u32_t entryCount = m_block->entryCount;
+    const u32_t newCount = entryCount - removed + count;
+    const u32_t at = table == 0 ? tablesStart(index) : slots()[index].ends[table - 1];
+    if (roomFor(newCount) == roomFor(entryCount)) {
+        korvane_line_number_entry* all = entries();
+        if (removed != count)
+            std::memmove(all + at + count, all + at + removed, (entryCount - at - removed) * sizeof(*all));
+        std::copy(source, source + count, all + at);
+        m_block->entryCount = newCount;
+    } else {
+        const u32_t slotCount = m_block->slotCount;
+        Header* block = static_cast<Header*>(SlabPool::allocateSized(bytesFor(slotCount, newCount)));
+        *block = Header{slotCount, newCount};
+        Slot* targetSlots = reinterpret_cast<Slot*>(block + 1);
+        std::copy(slots(), slots() + slotCount, targetSlots);
+        korvane_line_number_entry* target =
+            reinterpret_cast<korvane_line_number_entry*>(targetSlots + roomFor(slotCount));
+        std::copy(entries(), entries() + at, target);
+        std::copy(source, source + count, target + at);
+        std::copy(entries() + at + removed, entries() + entryCount, target + at + count);
+        replaceBlock(block);
     }
-    const u32_t firstMoved = newKey ? index : index + 1;
-    for (u32_t from = firstMoved; from < oldSlots; ++from) {
-        Slot& moved = target[from - firstMoved + index + 1];
-        moved = old[from];
-        for (u32_t& each : moved.ends)
-            each = each - removedEnd + end;
-    }
-    std::copy(oldTables, oldTables + begin, targetEntries);
-    std::copy(oldTables + removedEnd, oldTables + oldEntries, targetEntries + end);
-    return block;
+    for (std::size_t later = table; later < 3; ++later)
+        slots()[index].ends[later] = slots()[index].ends[later] - removed + count;
+    for (u32_t later = index + 1; later < m_block->slotCount; ++later)
+        for (u32_t& end : slots()[later].ends)
+            end = end - removed + count;
 }
 
 void LineTableMap::replaceBlock(Header* block) {
     if (m_block)
-        SlabPool::releaseSized(m_block, blockBytes<Header, Slot>(m_block->slotCount, m_block->entryCount));
+        SlabPool::releaseSized(m_block, blockBytes());
     m_block = block;
 }
 

@@ -13,7 +13,8 @@ namespace korvane_3_10 {
 // Answers as a map keyed by Range would: an entry is found by any range that overlaps its
 // key, and no two keys overlap. Nearly every method has line tables for one range: one
 // block from a pool of its size holds the keys and all their entries, where a map of
-// arrays costs an allocation per range and per table. A change builds the block anew.
+// arrays costs an allocation per range and per table. The block keeps some room beyond
+// larger counts, so that a method loaded again and again grows it in place.
 class LineTableMap {
 public:
     typedef std::pair<Range, LineInfoHolder> value_type;
@@ -72,17 +73,21 @@ public:
 private:
     struct Header;
     struct Slot;
-    typedef LineInfoHolder::Table Tables[3];
 
     value_type entryAt(u32_t index) const;
+    // The bytes of a block with room for the counts.
+    static std::size_t bytesFor(std::size_t slotCount, std::size_t entryCount);
+    std::size_t blockBytes() const;
     Slot* slots() const;
     korvane_line_number_entry* entries() const;
     u32_t tablesStart(u32_t index) const;
     // The index of the first key not before the range.
     u32_t lowerBound(const Range& range) const;
-    // A new block: this one's with the three tables given at the slot of index, which is a
-    // new slot with the key when there is one. The tables may lie in this block.
-    Header* rebuilt(u32_t index, const Range* newKey, const Tables& tables) const;
+    // A slot with empty tables at the index, in place while the room allows.
+    void insertSlot(u32_t index, const Range& key);
+    // Replaces the first removed entries of the slot's table by count entries from source, in
+    // place while the room allows; source lies outside this block.
+    void splice(u32_t index, std::size_t table, u32_t removed, const korvane_line_number_entry* source, u32_t count);
     void replaceBlock(Header* block);
 
     Header* m_block;
