@@ -170,6 +170,17 @@ korvane_error_t noMethodFor(const Region& found) {
     return meNotFound;
 }
 
+// Inserts as the map's insert does. Code is mostly laid out upwards, and jit RVAs are counted
+// upwards: a key beyond the last one goes in at the end, without a descent from the root.
+template <class Map>
+bool insertByRange(Map& map, const Range& key, const typename Map::mapped_type& value) {
+    if (!map.empty() && Range::Comparator()(std::prev(map.end())->first, key)) {
+        map.emplace_hint(map.end(), key, value);
+        return true;
+    }
+    return map.insert(std::make_pair(key, value)).second;
+}
+
 } // namespace
 
 JitDataManager::JitDataManager()
@@ -418,7 +429,7 @@ korvane_error_t JitDataManager::placeRegion(u32_t pid, u32_t hostId, const JitMe
         return refuseRegion(*rawMethod, *region, ") because its range runs past the end of the address space.");
 
     const RegionInfo info = {region, jitMethod};
-    if (!m_jitRvaDomain.insert(std::make_pair(Range{jitRva, length}, info)).second)
+    if (!insertByRange(m_jitRvaDomain, Range{jitRva, length}, info))
         return refuseRegion(*rawMethod, *region, ") because jit rva ranges are overlapped.");
     if (m_jitRvaIndexBuilt) {
         m_jitRvaIndexBuilt = false;
@@ -433,7 +444,7 @@ korvane_error_t JitDataManager::placeRegion(u32_t pid, u32_t hostId, const JitMe
 
     SingleRegionDomain& domain = createSingleRegionDomain(pid, hostId);
     const Range range = {start, length};
-    if (domain.insert(std::make_pair(range, container)).second)
+    if (insertByRange(domain, range, container))
         return meSuccess;
 
     const SingleRegionDomainItr first = domain.lower_bound(range);
