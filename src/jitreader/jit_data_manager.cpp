@@ -21,9 +21,10 @@ namespace {
 const jit_rva_t g_noJitRva = std::numeric_limits<jit_rva_t>::max();
 // Pre-jitted code carries this load time.
 const u64_t g_preJittedLoadTime = 1;
-// Load records with their code and line tables take a few hundred bytes; the
+// A load record with its code and line tables takes some five hundred bytes: the
+// method table is sized for that many and grows where records are smaller. The
 // cap keeps a sparse or lying file from reserving much.
-const u64_t g_bytesPerExpectedRecord = 256;
+const u64_t g_bytesPerExpectedRecord = 512;
 const u64_t g_mostExpectedRecords = u64_t(1) << 20;
 
 typedef skeinkit2::iterutil::stl_iterator_impl_t<ISymbol::Ptr, std::vector<ISymbol::Ptr>::const_iterator>
@@ -355,8 +356,7 @@ korvane_error_t JitDataManager::processMethodLoadRecord(u32_t pid, u32_t hostId,
     KORVANE_TRACE_SCOPE();
     KORVANE_ASSERT(rawMethod->regionCount());
 
-    const auto entry = m_jitMethods.insert(std::make_pair(rawMethod->getMethodId(), rawMethod));
-    JitMethod::Ptr jitMethod = entry.first->second;
+    JitMethod::Ptr jitMethod = *m_jitMethods.insert(rawMethod->getMethodId(), rawMethod).first;
     const bool repeated = jitMethod != rawMethod;
     if (!repeated) {
         m_jitMethodStorage.push_back(rawMethod);
@@ -376,7 +376,7 @@ korvane_error_t JitDataManager::processMethodLoadRecord(u32_t pid, u32_t hostId,
         }
         mergeMethod(*jitMethod, rawMethod);
     }
-    m_unfinalized.emplace_back(entry.first->first, entry.first->second);
+    m_unfinalized.emplace_back(rawMethod->getMethodId(), jitMethod);
 
     for (const Region::Ptr& region : rawMethod->codeRegions())
         region->setOwner(jitMethod.get());
@@ -644,7 +644,7 @@ korvane_error_t JitDataManager::addCachedInlineMethods(JitMethod::Ptr& parentMet
 korvane_error_t JitDataManager::cacheInlineMethod(JitMethod::Ptr& inlineMethod) {
     KORVANE_ASSERT(inlineMethod);
     KORVANE_ASSERT(getCollectorType() == ctJitProfiler);
-    if (!m_inlineMethods.insert(std::make_pair(inlineMethod->getMethodId(), inlineMethod)).second)
+    if (!m_inlineMethods.insert(inlineMethod->getMethodId(), inlineMethod).second)
         KORVANE_LOG_TRACE("Already cached inline method (method id = " << hex(inlineMethod->getRawMethodId()) << ")");
     // Inlines waiting for this one as their parent get their chance now.
     if (m_cachedParentMethods.find(inlineMethod->getMethodId()) != m_cachedParentMethods.end() ||
@@ -671,17 +671,17 @@ korvane_error_t JitDataManager::cacheParentMethod(JitMethod::Ptr& jitMethod) {
 }
 
 bool JitDataManager::isCachedParent(const BaseMethodId& id) const {
-    const auto found = m_jitMethods.find(id);
-    return found != m_jitMethods.end() && found->second->cachedAsParent();
+    const JitMethod::Ptr* found = m_jitMethods.find(id);
+    return found && (*found)->cachedAsParent();
 }
 
 korvane_error_t JitDataManager::findParentMethod(const BaseMethodId& parentId, JitMethod::Ptr& method) const {
     KORVANE_ASSERT(getCollectorType() == ctJitProfiler);
     KORVANE_ASSERT(!parentId.isEmpty());
-    const auto found = m_jitMethods.find(parentId);
-    if (found == m_jitMethods.end())
+    const JitMethod::Ptr* found = m_jitMethods.find(parentId);
+    if (!found)
         return meNotFound;
-    const JitMethod::Ptr& jitMethod = found->second;
+    const JitMethod::Ptr& jitMethod = *found;
     KORVANE_ASSERT(jitMethod->regionCount());
     method = jitMethod;
     return meSuccess;
@@ -689,10 +689,10 @@ korvane_error_t JitDataManager::findParentMethod(const BaseMethodId& parentId, J
 
 korvane_error_t JitDataManager::findInlineMethod(const BaseMethodId& parentId, JitMethod::Ptr& method) const {
     KORVANE_ASSERT(getCollectorType() == ctJitProfiler);
-    const auto found = m_inlineMethods.find(parentId);
-    if (found == m_inlineMethods.end())
+    const JitMethod::Ptr* found = m_inlineMethods.find(parentId);
+    if (!found)
         return meNotFound;
-    method = found->second;
+    method = *found;
     return meSuccess;
 }
 
@@ -817,7 +817,7 @@ void JitDataManager::expectFileBytes(u64_t bytes) {
     const std::size_t wanted = m_jitMethods.size() + static_cast<std::size_t>(records);
     // Processes read one at a time ask for a little more each time: the table
     // grows at least twofold then, so that it is not rehashed for every process.
-    if (wanted > m_jitMethods.bucket_count() * m_jitMethods.max_load_factor())
+    if (wanted > m_jitMethods.capacity())
         m_jitMethods.reserve(std::max(wanted, 2 * m_jitMethods.size()));
 }
 
@@ -840,7 +840,7 @@ void JitDataManager::sealAfterReading() {
     // Inlines still waiting here have no parent to come; the queries never see them.
     m_inlineIndex = InlineIndex();
     std::vector<Unfinalized>().swap(m_unfinalized);
-    MethodTable().swap(m_inlineMethods);
+    m_inlineMethods.clear();
     MethodMultiMap().swap(m_cachedParentMethods);
 }
 

@@ -7,6 +7,7 @@
 #include "jitreader/inline_index.h"
 #include "jitreader/jit_id_converter.h"
 #include "jitreader/jit_method.h"
+#include "jitreader/method_id_table.h"
 #include "jitreader/pool_allocator.h"
 #include "jitreader/range.h"
 #include "jitreader/range_index.h"
@@ -49,9 +50,7 @@ public:
     typedef std::pmr::map<Range, RegionInfo, Range::Comparator> JitRvaDomain;
     typedef std::map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Comparator> MethodMap;
     // Looked up by id alone: a tree of digests costs a cache miss per comparison.
-    typedef std::unordered_map<BaseMethodId, JitMethod::Ptr, BaseMethodId::Hash, std::equal_to<BaseMethodId>,
-                               PoolAllocator<std::pair<const BaseMethodId, JitMethod::Ptr>>>
-        MethodTable;
+    typedef MethodIdTable MethodTable;
     // Inlines waiting under their parent's id, in the order they came: a tree of digests costs a cache miss per comparison.
     typedef std::unordered_map<BaseMethodId, std::vector<JitMethod::Ptr>, BaseMethodId::Hash> MethodMultiMap;
 
