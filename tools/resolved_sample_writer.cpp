@@ -268,17 +268,43 @@ void ResolvedSampleWriter::addFrame(Method& method, jit_rva_t jitRva, std::vecto
 
 std::string_view ResolvedSampleWriter::keptField(const char* value, std::string_view* raw) {
     const std::string_view text = value ? std::string_view(value) : std::string_view();
-    if (!m_json && !needsCsvQuotes(text)) {
-        const std::string_view kept = keptText(text);
-        if (raw)
-            *raw = kept;
-        return kept;
-    }
+    if (!m_json)
+        return keptCsvField(text, raw);
     if (raw)
         *raw = keptText(text);
-    if (m_json && !plainJson(text))
+    if (!plainJson(text))
         return keptText(field(std::string(text)));
-    return m_json ? keptQuoted(text, '\0') : keptQuoted(text, '"');
+    return keptQuoted(text, '\0');
+}
+
+// One pass copies the text a byte in from the start of its room and tells whether it needs
+// quotes; a name that does mostly needs no more than the two around it, which then go into
+// the bytes left free on either side, so that the field holds the raw text too.
+std::string_view ResolvedSampleWriter::keptCsvField(std::string_view text, std::string_view* raw) {
+    if (text.empty()) {
+        if (raw)
+            *raw = text;
+        return text;
+    }
+    char* room = textRoom(text.size() + 2);
+    bool special = false;
+    bool quote = false;
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        const char c = text[index];
+        room[index + 1] = c;
+        special |= c == ',' || c == '\r' || c == '\n';
+        quote |= c == '"';
+    }
+    const std::string_view plain(room + 1, text.size());
+    if (raw)
+        *raw = plain;
+    if (quote)
+        return keptQuoted(text, '"');
+    if (!special)
+        return plain;
+    room[0] = '"';
+    room[text.size() + 1] = '"';
+    return std::string_view(room, text.size() + 2);
 }
 
 // As csvField and jsonString write the text when it has only its quotes to add: CSV doubles the

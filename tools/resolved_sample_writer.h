@@ -125,6 +125,7 @@ private:
     // A library text as its output field, kept in m_textBlocks; `raw`, if asked, the text itself
     // kept there too.
     std::string_view keptField(const char* value, std::string_view* raw = nullptr);
+    std::string_view keptCsvField(std::string_view text, std::string_view* raw);
     std::string_view keptText(std::string_view text);
     std::string_view keptQuoted(std::string_view text, char doubled);
     char* textRoom(std::size_t size);

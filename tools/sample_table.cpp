@@ -36,7 +36,12 @@ std::string wholeText(std::istream& in) {
     return text;
 }
 
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+
 std::string_view trimmed(std::string_view text) {
+    // Most fields have no blanks about them: two looks, not two searches.
+    if (!text.empty() && !isBlank(text.front()) && !isBlank(text.back()))
+        return text;
     const std::size_t first = text.find_first_not_of(kBlanks);
     if (first == std::string_view::npos)
         return std::string_view();
