@@ -2,13 +2,15 @@
 #ifndef KORVANE_JITREADER_SOURCE_FILE_H
 #define KORVANE_JITREADER_SOURCE_FILE_H
 
+#include "jitreader/pooled.h"
 #include "jitreader/source_file_info.h"
 
 #include <korvane/interfaces.h>
 
 namespace korvane_3_10 {
 
-class SourceFile : public ISourceFile {
+// From a pool: a caller that names the file of every frame it resolves makes one per frame.
+class SourceFile : public ISourceFile, public Pooled<SourceFile> {
 public:
     explicit SourceFile(const SourceFileInfo& info) : m_info(info) {}
 
