@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <map>
@@ -104,6 +106,21 @@ int runCommand(const std::string& name, const std::vector<std::string>& args) {
     return 2;
 }
 
+// Ends the process once the command's output is out, without the teardown of static objects:
+// the logging library would join the threads it started, and the system takes the memory
+// back at once anyway. Under the address sanitizer the process ends as usual, so that its
+// leak check runs.
+int leave(int result) {
+#if defined(__SANITIZE_ADDRESS__)
+    return result;
+#else
+    std::cout.flush();
+    std::cerr.flush();
+    std::fflush(nullptr);
+    std::_Exit(result);
+#endif
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -126,7 +143,7 @@ int main(int argc, char** argv) {
         return 0;
     }
     try {
-        return runCommand(name, std::vector<std::string>(args.begin() + 1, args.end()));
+        return leave(runCommand(name, std::vector<std::string>(args.begin() + 1, args.end())));
     } catch (const std::exception& error) {
         std::cerr << "korvane-jit: " << error.what() << "\n";
         return 1;
