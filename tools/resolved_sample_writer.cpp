@@ -256,12 +256,9 @@ void ResolvedSampleWriter::addFrame(Method& method, jit_rva_t jitRva, std::vecto
     const ISourceLocation::Ptr location = method.symbol->getSourceLocation(jitRva);
     if (location) {
         frame.line = location->getLine();
-        const ISourceFile::Ptr file = location->getSourceFile();
-        if (file) {
-            const std::string_view field = sourceField(method, file->getSourceFileName());
-            frame.sourceFile = field.data();
-            frame.sourceFileLength = static_cast<u32_t>(field.size());
-        }
+        const std::string_view field = sourceField(method);
+        frame.sourceFile = field.data();
+        frame.sourceFileLength = static_cast<u32_t>(field.size());
     }
     frames.push_back(frame);
 }
@@ -345,11 +342,13 @@ char* ResolvedSampleWriter::textRoom(std::size_t size) {
     return room;
 }
 
-std::string_view ResolvedSampleWriter::sourceField(Method& method, const char* sourceFile) {
-    if (!sourceFile || !*sourceFile)
-        return m_noSourceFile;
-    if (method.sourceField.empty() || method.sourceName != sourceFile)
-        method.sourceField = keptField(sourceFile, &method.sourceName);
+// A location's source file is the method's, so the symbol is asked once instead of each location.
+std::string_view ResolvedSampleWriter::sourceField(Method& method) {
+    if (!method.sourceField.data()) {
+        const ISourceFile::Ptr file = method.symbol->getSourceFile();
+        const char* name = file ? file->getSourceFileName() : nullptr;
+        method.sourceField = name && *name ? keptField(name) : std::string_view(m_noSourceFile);
+    }
     return method.sourceField;
 }
 

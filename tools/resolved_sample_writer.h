@@ -54,9 +54,8 @@ private:
         // Read once, as the library's iterator allocates; nearly every method has one region.
         CodeSpan firstRegion;
         std::vector<CodeSpan> moreRegions;
-        // The source file its lines named last, as named and as its field: a method's lines nearly
-        // always name one. Kept beside the method's name, which is read with it.
-        std::string_view sourceName;
+        // Its source file as a field, made when a line first needs it: every line of a method
+        // names the method's own source file. No data until then.
         std::string_view sourceField;
 
         // The region that holds the jit RVA, as the method lists them: the first that does.
@@ -129,7 +128,7 @@ private:
     std::string_view keptText(std::string_view text);
     std::string_view keptQuoted(std::string_view text, char doubled);
     char* textRoom(std::size_t size);
-    std::string_view sourceField(Method& method, const char* sourceFile);
+    std::string_view sourceField(Method& method);
     const std::string& sharedField(const char* value) { return sharedEntry(value).second; }
     const FieldEntry& sharedEntry(const char* value);
     // The result column's field; a failure's code is spelled out in m_failure.
