@@ -13,6 +13,7 @@
 #include "jitreader/range_index.h"
 #include "jitreader/region.h"
 #include "jitreader/search_region_callback.h"
+#include "jitreader/small_sorted_map.h"
 
 #include <boost/shared_ptr.hpp>
 #include <boost/thread/mutex.hpp>
@@ -39,8 +40,8 @@ public:
             : m_timeDomain(memory), m_regionIdDomain(memory) {}
         JitMethodContainer(const JitMethodContainer& other, std::pmr::memory_resource* memory)
             : m_timeDomain(other.m_timeDomain, memory), m_regionIdDomain(other.m_regionIdDomain, memory) {}
-        std::pmr::map<u64_t, Region::Ptr> m_timeDomain;
-        std::pmr::map<u64_t, JitMethod::Ptr> m_regionIdDomain;
+        SmallSortedMap<u64_t, Region::Ptr> m_timeDomain;
+        SmallSortedMap<u64_t, JitMethod::Ptr> m_regionIdDomain;
     };
 
     // The address and jit RVA tables take their nodes from the store's table
