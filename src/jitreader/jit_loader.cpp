@@ -68,7 +68,10 @@ korvane_error_t JitLoader::resolveSample(u64_t timestamp, address_t address, u32
         return resolved;
     if (!point.method || point.jitRva == 0)
         return meNotFound;
-    module = point.module;
+    // Callers keep one pointer for their samples, most of them in one module: the same
+    // module is not counted in again and out.
+    if (module.get() != point.module)
+        module = point.module;
     *jitRva = point.jitRva;
     return meSuccess;
 }
