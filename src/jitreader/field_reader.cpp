@@ -19,13 +19,19 @@ u64_t FieldReader::u64() { return checked(m_in.u64()); }
 
 const char* FieldReader::bytes(u64_t count) { return checked(m_in.bytes(count)); }
 
-std::string FieldReader::countedString() { return checked(m_in.countedString()); }
+void FieldReader::countedString(std::string& text) {
+    m_in.countedString(text);
+    m_check(m_in, false);
+}
 
-std::vector<korvane_line_number_entry> FieldReader::lineTable(bool wideCount, bool mayEnd) {
+void FieldReader::lineTable(bool wideCount, bool mayEnd, std::vector<korvane_line_number_entry>& entries) {
     const u32_t count = checked(wideCount ? m_in.u32() : m_in.u16(), mayEnd);
-    if (count == 0)
-        return std::vector<korvane_line_number_entry>();
-    return checked(m_in.lineEntries(count), mayEnd);
+    if (count == 0) {
+        entries.clear();
+        return;
+    }
+    m_in.lineEntries(count, entries);
+    m_check(m_in, mayEnd);
 }
 
 } // namespace korvane_3_10

@@ -24,10 +24,10 @@ public:
 
     FieldReader(PayloadReader& in, Check& check) : m_in(in), m_check(check) {}
 
-    // A count, 32 or 16 bits wide, and that many line entries; mayEnd on the
-    // table that may end the payload.
-    std::vector<korvane_line_number_entry> lineTable(bool wideCount, bool mayEnd);
-    std::string countedString();
+    // A count, 32 or 16 bits wide, and that many line entries into entries; mayEnd
+    // on the table that may end the payload.
+    void lineTable(bool wideCount, bool mayEnd, std::vector<korvane_line_number_entry>& entries);
+    void countedString(std::string& text);
     const char* bytes(u64_t count);
     std::uint8_t u8();
     std::uint16_t u16();

@@ -23,10 +23,10 @@ InlineRecordFields InlineRecordFields::read(FieldReader& in) {
         return fields;
     fields.code = in.bytes(fields.range.codeSize);
 
-    fields.names = NameFields::read(in, false);
+    NameFields::read(in, false, fields.names);
     fields.languageType = in.u16();
     // The one table of the record ends its payload.
-    fields.nativeToSource = in.lineTable(true, true);
+    in.lineTable(true, true, fields.nativeToSource);
     return fields;
 }
 

@@ -241,12 +241,13 @@ bool JitFileDecoder::decodeCodeRecord(const Record& record, JitMethod::Ptr& meth
     }
 }
 
-bool JitFileDecoder::decodeOlderLoadRecord(const Record& record, JitMethod::Ptr& method, Version version) const {
+bool JitFileDecoder::decodeOlderLoadRecord(const Record& record, JitMethod::Ptr& method, Version version) {
     const bool modulesOnly = version != Version::V2 && (m_decodingMode & dmModulesOnly) != 0;
     PayloadReader payload(record.data);
     IgnoredFields ignoreField;
     FieldReader in(payload, ignoreField);
-    const LoadRecordFields fields = LoadRecordFields::read(in, version, modulesOnly);
+    LoadRecordFields::read(in, version, modulesOnly, m_loadFields);
+    const LoadRecordFields& fields = m_loadFields;
     // Everything is checked before anything is built, so that a refused
     // record leaves neither the method nor the jit RVA counter touched.
     if (in.overrun())
@@ -289,7 +290,8 @@ bool JitFileDecoder::decodeMethodLoadRecordV3(const Record& record, JitMethod::P
     PayloadReader payload(record.data);
     SizeCheck checkTraceSize;
     FieldReader in(payload, checkTraceSize);
-    const LoadRecordFields fields = LoadRecordFields::read(in, Version::V3, false);
+    LoadRecordFields::read(in, Version::V3, false, m_loadFields);
+    const LoadRecordFields& fields = m_loadFields;
     if (isInlined)
         *isInlined = fields.isInlined;
     const bool inlined = fields.isInlined != 0;

@@ -56,7 +56,7 @@ private:
     bool readPayload(std::vector<char>& data, u32_t size);
     korvane_error_t readValueRecord(Record& record, const char* failure);
     korvane_error_t readSizedRecord(Record& record, const jittrace::RecordTypeInfo* info);
-    bool decodeOlderLoadRecord(const Record& record, JitMethod::Ptr& method, LoadRecordFields::Version version) const;
+    bool decodeOlderLoadRecord(const Record& record, JitMethod::Ptr& method, LoadRecordFields::Version version);
     // Returns the first region made, null when none.
     Region::Ptr addCodeRegions(const LoadRecordFields& fields, bool inlined, JitMethod& method) const;
     void addLineTables(const LoadRecordFields& fields, const Region::Ptr& firstRegion, JitMethod& method) const;
@@ -86,6 +86,8 @@ private:
     bool m_has32BitModule;
     bool m_has64BitModule;
     mutable ModuleCache m_modules;
+    // The fields of the load record being decoded; its texts and tables keep their room for the next.
+    LoadRecordFields m_loadFields;
 };
 
 } // namespace korvane_3_10

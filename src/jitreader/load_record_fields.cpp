@@ -23,31 +23,39 @@ void readCodeRanges(FieldReader& in, LoadRecordFields& fields) {
     }
 }
 
+// The fields behind the names, as a record that stops before them has them.
+void clearTail(LoadRecordFields& fields) {
+    fields.checksumType = 0;
+    fields.checksum.clear();
+    fields.languageType = 0;
+    fields.managedToSource.clear();
+    fields.nativeToManaged.clear();
+    fields.nativeToSource.clear();
+}
+
 } // namespace
 
-LoadRecordFields LoadRecordFields::read(FieldReader& in, Version version, bool stopAfterModule) {
-    LoadRecordFields fields;
-    if (version == Version::V2 || version == Version::V3)
-        fields.methodId = in.u32();
+void LoadRecordFields::read(FieldReader& in, Version version, bool stopAfterModule, LoadRecordFields& fields) {
+    clearTail(fields);
+    fields.methodId = version == Version::V2 || version == Version::V3 ? in.u32() : 0;
     fields.methodToken = in.u32();
-    if (version == Version::V3)
-        fields.isInlined = in.u8();
+    fields.isInlined = version == Version::V3 ? in.u8() : 0;
     fields.loadTime = in.u64();
     fields.rangeCount = in.u16();
+    fields.ranges.clear();
     readCodeRanges(in, fields);
 
-    fields.names = NameFields::read(in, stopAfterModule);
+    NameFields::read(in, stopAfterModule, fields.names);
     if (stopAfterModule)
-        return fields;
+        return;
     fields.checksumType = in.u16();
-    fields.checksum = in.countedString();
+    in.countedString(fields.checksum);
     fields.languageType = in.u16();
     // The V0 counts are 16 bits wide, all later ones 32; the last table may end the payload.
     const bool wideCounts = version != Version::V0;
-    fields.managedToSource = in.lineTable(wideCounts, false);
-    fields.nativeToManaged = in.lineTable(wideCounts, false);
-    fields.nativeToSource = in.lineTable(wideCounts, true);
-    return fields;
+    in.lineTable(wideCounts, false, fields.managedToSource);
+    in.lineTable(wideCounts, false, fields.nativeToManaged);
+    in.lineTable(wideCounts, true, fields.nativeToSource);
 }
 
 bool LoadRecordFields::hasLineTables() const {

@@ -23,9 +23,11 @@ struct LoadRecordFields {
         u32_t codeSize;
     };
 
-    // Reads the head, the code ranges and the tail of the given version. With
-    // stopAfterModule it stops behind the architecture.
-    static LoadRecordFields read(FieldReader& in, Version version, bool stopAfterModule);
+    // Reads the head, the code ranges and the tail of the given version into fields,
+    // whose texts and tables keep their room from record to record. With
+    // stopAfterModule it stops behind the architecture; what it does not read is left
+    // as a record without it has it.
+    static void read(FieldReader& in, Version version, bool stopAfterModule, LoadRecordFields& fields);
 
     bool hasLineTables() const;
 

@@ -3,16 +3,18 @@
 
 namespace korvane_3_10 {
 
-NameFields NameFields::read(FieldReader& in, bool stopAfterModule) {
-    NameFields names;
-    names.moduleName = in.countedString();
+void NameFields::read(FieldReader& in, bool stopAfterModule, NameFields& names) {
+    in.countedString(names.moduleName);
     names.architecture = in.u16();
-    if (stopAfterModule)
-        return names;
-    names.methodName = in.countedString();
-    names.className = in.countedString();
-    names.sourceFileName = in.countedString();
-    return names;
+    if (stopAfterModule) {
+        names.methodName.clear();
+        names.className.clear();
+        names.sourceFileName.clear();
+        return;
+    }
+    in.countedString(names.methodName);
+    in.countedString(names.className);
+    in.countedString(names.sourceFileName);
 }
 
 } // namespace korvane_3_10

@@ -10,8 +10,9 @@
 namespace korvane_3_10 {
 
 struct NameFields {
-    // Module and architecture, then method, class and source file unless it stops after the module.
-    static NameFields read(FieldReader& in, bool stopAfterModule);
+    // Module and architecture, then method, class and source file unless it stops after
+    // the module; those not read are left empty.
+    static void read(FieldReader& in, bool stopAfterModule, NameFields& names);
 
     std::string moduleName;
     std::uint16_t architecture = 0;

@@ -34,23 +34,25 @@ u64_t PayloadReader::u64() { return little(8); }
 
 const char* PayloadReader::bytes(u64_t count) { return take(count); }
 
-std::string PayloadReader::countedString() {
+void PayloadReader::countedString(std::string& text) {
     const u32_t length = u16();
-    const char* text = take(length);
-    if (!text || length == 0 || length >= kMaxStringLength)
-        return std::string();
-    return std::string(text, std::find(text, text + length, '\0'));
+    const char* bytes = take(length);
+    if (!bytes || length == 0 || length >= kMaxStringLength) {
+        text.clear();
+        return;
+    }
+    text.assign(bytes, std::find(bytes, bytes + length, '\0'));
 }
 
-std::vector<korvane_line_number_entry> PayloadReader::lineEntries(u64_t count) {
+void PayloadReader::lineEntries(u64_t count, std::vector<korvane_line_number_entry>& entries) {
     // A count too large for the payload must not turn into an allocation.
     const u64_t width = count > std::numeric_limits<u64_t>::max() / kLineEntrySize
                             ? std::numeric_limits<u64_t>::max()
                             : count * kLineEntrySize;
     const char* bytes = take(width);
-    std::vector<korvane_line_number_entry> entries;
+    entries.clear();
     if (!bytes)
-        return entries;
+        return;
     entries.resize(count);
     for (korvane_line_number_entry& entry : entries) {
         entry.startOffset = static_cast<u32_t>(littleEndian(bytes, 4));
@@ -58,7 +60,6 @@ std::vector<korvane_line_number_entry> PayloadReader::lineEntries(u64_t count) {
         entry.lineNumber = static_cast<u32_t>(littleEndian(bytes + 8, 4));
         bytes += kLineEntrySize;
     }
-    return entries;
 }
 
 const char* PayloadReader::take(u64_t count) {

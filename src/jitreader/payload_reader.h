@@ -31,11 +31,12 @@ public:
     u64_t u64();
     // The next count bytes, or null when they don't all lie inside the payload.
     const char* bytes(u64_t count);
-    // A u16 length and that many bytes; empty for length 0 or kMaxStringLength
-    // and above, and cut at the first NUL.
-    std::string countedString();
-    // count entries of three u32; none at all when they don't all fit.
-    std::vector<korvane_line_number_entry> lineEntries(u64_t count);
+    // A u16 length and that many bytes into text; empty for length 0 or
+    // kMaxStringLength and above, and cut at the first NUL. The targets of these
+    // two keep their room from record to record.
+    void countedString(std::string& text);
+    // count entries of three u32 into entries; none at all when they don't all fit.
+    void lineEntries(u64_t count, std::vector<korvane_line_number_entry>& entries);
 
     u64_t position() const { return m_position; }
     u64_t size() const { return m_size; }

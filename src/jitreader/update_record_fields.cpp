@@ -12,7 +12,7 @@ UpdateRecordFields UpdateRecordFields::read(FieldReader& in) {
         return fields;
     }
     fields.architecture = in.u16();
-    fields.rangeName = in.countedString();
+    in.countedString(fields.rangeName);
     fields.range = CodeRangeFields::read(in, "Invalid length of code range: ");
     fields.refusal = fields.range.refusal;
     if (fields.refusal.refused())
