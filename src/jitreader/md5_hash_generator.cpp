@@ -3,6 +3,7 @@
 
 #include "platform/md5.h"
 
+#include <charconv>
 #include <string>
 
 namespace korvane_3_10 {
@@ -16,11 +17,18 @@ u64_t bigEndianWord(const skeinkit2::md5_t::digest_t& digest, std::size_t offset
     return word;
 }
 
+void appendNumber(std::string& text, u32_t number) {
+    char digits[10];
+    const std::to_chars_result end = std::to_chars(digits, digits + sizeof(digits), number);
+    text.append(digits, end.ptr);
+}
+
 } // namespace
 
 BaseMethodId Md5HashGenerator::getHashValue(u32_t rawId, const JitMethod::Ptr& method) const {
+    writeHashText(rawId, method, m_text);
     skeinkit2::md5_t md5;
-    md5.update(hashText(rawId, method));
+    md5.update(m_text);
     const skeinkit2::md5_t::digest_t digest = md5.get_digest();
     // Digest bytes 0..7 fill the first word and 8..15 the second, each read
     // big-endian, so that the ids order like the printed digests.
@@ -29,22 +37,32 @@ BaseMethodId Md5HashGenerator::getHashValue(u32_t rawId, const JitMethod::Ptr& m
 
 std::string Md5HashGenerator::hashText(u32_t rawId, const JitMethod::Ptr& method) const {
     std::string text;
+    writeHashText(rawId, method, text);
+    return text;
+}
+
+void Md5HashGenerator::writeHashText(u32_t rawId, const JitMethod::Ptr& method, std::string& text) const {
+    text.clear();
     if (!method)
-        return text;
+        return;
     const Module::Ptr& module = method->methodInfo()->m_module;
     if (rawId != 0) {
         const JitMethod::Regions& regions = method->codeRegions();
-        const u32_t hostId = regions.empty() ? 0 : regions.front()->hostId();
-        const u32_t processId = regions.empty() ? 0 : regions.front()->processId();
-        text = std::to_string(rawId) + "." + std::to_string(hostId) + "." + std::to_string(processId);
+        appendNumber(text, rawId);
+        text += '.';
+        appendNumber(text, regions.empty() ? 0 : regions.front()->hostId());
+        text += '.';
+        appendNumber(text, regions.empty() ? 0 : regions.front()->processId());
     } else {
-        text = std::to_string(method->getMethodToken()) + method->getQualifiedMethodName() + method->getClassName() +
-               (module ? module->getFilePath() : "");
+        appendNumber(text, method->getMethodToken());
+        text += method->getQualifiedMethodName();
+        text += method->getClassName();
+        if (module)
+            text += module->getFilePath();
     }
     // Without a module there is no architecture to tell.
     if (module)
-        text += std::to_string(static_cast<u32_t>(module->getArchitecture()));
-    return text;
+        appendNumber(text, static_cast<u32_t>(module->getArchitecture()));
 }
 
 } // namespace korvane_3_10

@@ -15,6 +15,12 @@ public:
     BaseMethodId getHashValue(u32_t rawId, const JitMethod::Ptr& method) const;
     // The text that is hashed, for tests and diagnostics.
     std::string hashText(u32_t rawId, const JitMethod::Ptr& method) const;
+
+private:
+    void writeHashText(u32_t rawId, const JitMethod::Ptr& method, std::string& text) const;
+
+    // The text of the last digest: every method read is hashed, and its room serves the next.
+    mutable std::string m_text;
 };
 
 } // namespace korvane_3_10
