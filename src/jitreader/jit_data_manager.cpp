@@ -182,17 +182,6 @@ bool insertByRange(Map& map, const Range& key, const typename Map::mapped_type& 
     return map.insert(std::make_pair(key, value)).second;
 }
 
-// Whether finalising the method does anything that shows: numbering its inlines, or
-// reporting a region without its numbers.
-bool needsFinalizing(const JitMethod& method) {
-    for (const Region::Ptr& region : method.codeRegions()) {
-        if (!region->inlinedRegions().empty() || !region->inlinedMethods().empty() || region->startJitRva() == 0 ||
-            region->startAddress() == 0)
-            return true;
-    }
-    return false;
-}
-
 } // namespace
 
 JitDataManager::JitDataManager()
@@ -786,12 +775,6 @@ void JitDataManager::finalize() {
     // Only methods whose regions or inlines changed since the last time: the
     // others are in place already, and a reading of many files must not walk
     // every method after each of them. They go in order of their ids, each once.
-    // Untraced, a method without inlines has nothing to number and nothing to log: it
-    // stays out of the sort.
-    if (!KORVANE_TRACE_ENABLED())
-        m_unfinalized.erase(std::remove_if(m_unfinalized.begin(), m_unfinalized.end(),
-                                           [](const Unfinalized& entry) { return !needsFinalizing(*entry.second); }),
-                            m_unfinalized.end());
     const BaseMethodId::Comparator before;
     std::sort(m_unfinalized.begin(), m_unfinalized.end(),
               [&](const Unfinalized& a, const Unfinalized& b) { return before(a.first, b.first); });
