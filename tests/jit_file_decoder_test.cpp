@@ -185,4 +185,38 @@ TEST(TruncationTest, CountsFarBeyondThePayloadAllocateNothing) {
     }
 }
 
+// One set of fields serves every load record of a decoder, of any version: a record decodes alike
+// whether a record with every field came before it or one with the same ranges and nothing else.
+TEST(JitFileDecoderTest, ALoadRecordDecodesAlikeWhateverCameBefore) {
+    using korvane_tracewriter::LoadRecord;
+    using korvane_tracewriter::Width;
+    LoadRecord plain = richLoadRecord();
+    plain.moduleName = plain.methodName = plain.className = plain.sourceFileName = plain.checksum = "";
+    plain.managedToSource.clear();
+    plain.nativeToManaged.clear();
+    plain.nativeToSource.clear();
+    LoadRecord bare = plain;
+    bare.ranges.clear();
+    typedef TraceWriter& (TraceWriter::*Load)(const LoadRecord&, Width);
+    const Load loads[] = {&TraceWriter::loadV0, &TraceWriter::loadV1, &TraceWriter::loadV2, &TraceWriter::loadV3};
+    for (korvane_3_10::decoding_mode_t mode : {korvane_3_10::dmFull, korvane_3_10::dmModulesOnly}) {
+        for (Load first : loads) {
+            for (Load load : loads) {
+                for (const LoadRecord& second : {plain, bare}) {
+                    TraceWriter afterRich;
+                    (afterRich.*first)(richLoadRecord(), Width::Bits64);
+                    (afterRich.*load)(second, Width::Bits64);
+                    TraceWriter afterPlain;
+                    (afterPlain.*first)(plain, Width::Bits64);
+                    (afterPlain.*load)(second, Width::Bits64);
+                    const Decoded expected = decodeLast(afterPlain, withMode(mode));
+                    const Decoded decoded = decodeLast(afterRich, withMode(mode));
+                    EXPECT_EQ(expected.accepted, decoded.accepted) << mode;
+                    EXPECT_EQ(describe(*expected.method), describe(*decoded.method)) << mode;
+                }
+            }
+        }
+    }
+}
+
 } // namespace
