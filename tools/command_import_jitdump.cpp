@@ -61,6 +61,10 @@ bool importFile(const std::string& path, const std::string& directory, const std
         err << "korvane-jit: " << target << " exists; --force overwrites it\n";
         return false;
     }
+    // An old trace is removed rather than truncated: the file system then has no old
+    // contents to flush on close, which truncating a file that had some asks of it.
+    if (force)
+        boost::filesystem::remove(target, error);
     if (!import->writeTo(target, problem)) {
         err << "korvane-jit: " << problem << "\n";
         return false;
