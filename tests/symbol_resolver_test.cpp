@@ -183,7 +183,19 @@ TEST_F(SymbolResolverFilesTest, SymbolsAndInlinesAnswerForEveryJitRvaOfTheirCode
     EXPECT_STREQ("beta", host);
 }
 
-// One resolver answers samples as a loader over the same files does, with the symbol besides.
+// The first of the symbol's regions whose jit RVAs hold the number, as a caller finds it by listing them.
+ICodeRegion::Ptr listedRegionHolding(const ISymbol::Ptr& symbol, jit_rva_t jitRva) {
+    if (!symbol)
+        return ICodeRegion::Ptr();
+    for (auto regions = symbol->getRegions(); !regions.at_end(); regions.next()) {
+        const ICodeRegion::Ptr region = regions.current();
+        if (jitRva - region->getStartJitRva() < region->getLength())
+            return region;
+    }
+    return ICodeRegion::Ptr();
+}
+
+// One resolver answers samples as a loader over the same files does, with the symbol and its region besides.
 TEST_F(SymbolResolverFilesTest, SamplesAnswerAsTheLoaderAnswersThem) {
     const boost::intrusive_ptr<IJitLoader> loader = korvane_test::loaderOver({dir.str()});
     ASSERT_TRUE(loader);
@@ -214,6 +226,15 @@ TEST_F(SymbolResolverFilesTest, SamplesAnswerAsTheLoaderAnswersThem) {
         EXPECT_EQ(c.method ? symbols[c.method] : ISymbol::Ptr(), symbol);
         EXPECT_EQ(module ? std::string(module->getFilePath()) : "none",
                   symbol ? std::string(symbol->getModule()->getFilePath()) : "none");
+        // The same answer with the region there: the symbol's region that holds the jit RVA.
+        jit_rva_t regionJitRva = 0xdead;
+        ISymbol::Ptr regionSymbol;
+        ICodeRegion::Ptr region;
+        EXPECT_EQ(result, resolveJitPoint(*resolver, c.timestamp, c.address, 100, hostId, &regionJitRva, regionSymbol,
+                                          region));
+        EXPECT_EQ(symbol, regionSymbol);
+        EXPECT_EQ(result == meSuccess ? jitRva : 0xdead, regionJitRva);
+        EXPECT_EQ(listedRegionHolding(symbol, jitRva), region);
     }
 }
 

@@ -106,9 +106,10 @@ bool ResolvedSampleWriter::writeBatch(const TableSample* samples, std::size_t co
         const Frame* frames = m_frames.data() + answer.firstFrame;
         if (answer.frameCount == kNotKept) {
             m_deepFrames.clear();
-            const ISymbol::Ptr symbol = locate(samples[index], answer);
+            ICodeRegion::Ptr region;
+            const ISymbol::Ptr symbol = locate(samples[index], answer, region);
             if (symbol)
-                collect(symbol, answer, m_deepFrames);
+                collect(symbol, std::move(region), answer, m_deepFrames);
             frames = m_deepFrames.data();
         }
         if (m_json)
@@ -170,12 +171,13 @@ void ResolvedSampleWriter::answerInOrder(const std::vector<OrderKey>& order) {
     Answer previousAnswer{};
     for (std::size_t position = 0; position < order.size(); ++position) {
         Answer answer;
-        const ISymbol::Ptr symbol = locate(order[position].sample, answer);
+        ICodeRegion::Ptr region;
+        const ISymbol::Ptr symbol = locate(order[position].sample, answer, region);
         // The same code as the sample before: its frames serve again.
         if (symbol && symbol.get() == previous && answer.jitRva == previousAnswer.jitRva)
             answer = previousAnswer;
         else if (symbol)
-            collect(symbol, answer, m_frames);
+            collect(symbol, std::move(region), answer, m_frames);
         if (answer.frameCount > kKeptFrames && answer.frameCount != kNotKept) {
             m_frames.resize(answer.firstFrame);
             answer.frameCount = kNotKept;
@@ -190,21 +192,20 @@ std::string ResolvedSampleWriter::field(const std::string& value) const {
     return m_json ? jsonString(value) : csvField(value);
 }
 
-ISymbol::Ptr ResolvedSampleWriter::locate(const TableSample& sample, Answer& answer) {
+ISymbol::Ptr ResolvedSampleWriter::locate(const TableSample& sample, Answer& answer, ICodeRegion::Ptr& region) {
     ISymbol::Ptr symbol;
     answer.result = resolveJitPoint(m_resolver, sample.timestamp, sample.ip, sample.pid, m_hosts[sample.host].id,
-                                    &answer.jitRva, symbol);
+                                    &answer.jitRva, symbol, region);
     answer.firstFrame = 0;
     answer.frameCount = 0;
     return answer.result == meSuccess ? symbol : ISymbol::Ptr();
 }
 
-void ResolvedSampleWriter::collect(const ISymbol::Ptr& symbol, Answer& answer, std::vector<Frame>& frames) {
+void ResolvedSampleWriter::collect(const ISymbol::Ptr& symbol, ICodeRegion::Ptr region, Answer& answer,
+                                   std::vector<Frame>& frames) {
     const jit_rva_t jitRva = answer.jitRva;
     answer.firstFrame = static_cast<u32_t>(frames.size());
-    Method& outermost = method(symbol, 0);
-    addFrame(outermost, jitRva, frames);
-    ICodeRegion::Ptr region = outermost.regionHolding(jitRva);
+    addFrame(method(symbol, 0), jitRva, frames);
     while (region && frames.size() - answer.firstFrame <= kMaxDepth) {
         ICodeRegion::Ptr inlined = region->getInlinedCodeRegion(jitRva);
         const ISymbol::Ptr inlinedSymbol = region->getInlinedSymbol(jitRva);
@@ -237,16 +238,6 @@ ResolvedSampleWriter::Method& ResolvedSampleWriter::newMethod(const ISymbol::Ptr
     method.name = keptField(symbol->getQualifiedMethodName());
     const IModule::Ptr module = symbol->getModule();
     method.module = &sharedField(module ? module->getFilePath() : nullptr);
-    for (auto regions = symbol->getRegions(); !regions.at_end(); regions.next()) {
-        const ICodeRegion::Ptr region = regions.current();
-        if (!region)
-            continue;
-        const CodeSpan span{region->getStartJitRva(), region->getLength(), region.get()};
-        if (!method.firstRegion.region)
-            method.firstRegion = span;
-        else
-            method.moreRegions.push_back(span);
-    }
     return method;
 }
 

@@ -35,14 +35,6 @@ private:
         korvane_3_10::u32_t id = 0;
         std::string field; // the name as the output writes it
     };
-    // A method's region; the method holds it, and the writer holds the method.
-    struct CodeSpan {
-        korvane_3_10::jit_rva_t start = 0;
-        korvane_3_10::u32_t length = 0;
-        korvane_3_10::ICodeRegion* region = nullptr;
-
-        bool holds(korvane_3_10::jit_rva_t jitRva) const { return jitRva >= start && jitRva - start < length; }
-    };
     // Module names, each written as a field once, by the name.
     typedef std::unordered_map<std::string, std::string> FieldMap;
     typedef FieldMap::value_type FieldEntry;
@@ -51,23 +43,9 @@ private:
         korvane_3_10::ISymbol::Ptr symbol; // keeps the key alive
         std::string_view name;             // in m_textBlocks
         const std::string* module = nullptr;
-        // Read once, as the library's iterator allocates; nearly every method has one region.
-        CodeSpan firstRegion;
-        std::vector<CodeSpan> moreRegions;
         // Its source file as a field, made when a line first needs it: every line of a method
         // names the method's own source file. No data until then.
         std::string_view sourceField;
-
-        // The region that holds the jit RVA, as the method lists them: the first that does.
-        korvane_3_10::ICodeRegion::Ptr regionHolding(korvane_3_10::jit_rva_t jitRva) const {
-            if (firstRegion.holds(jitRva))
-                return firstRegion.region;
-            for (const CodeSpan& span : moreRegions) {
-                if (span.holds(jitRva))
-                    return span.region;
-            }
-            return korvane_3_10::ICodeRegion::Ptr();
-        }
     };
     // What writing a frame reads, small, as there is one or more for every sample of a batch:
     // the method name's text itself, and the few module and source file fields.
@@ -114,10 +92,14 @@ private:
     // Inlined: the compiler takes a prefetch for no effect and drops a call that only prefetches.
     __attribute__((always_inline)) void prefetchFrames(std::size_t index, std::size_t count) const;
     __attribute__((always_inline)) void prefetchText(std::size_t index, std::size_t count) const;
-    // The method at the sample, null when the sample lies outside JIT code or is not answered.
-    korvane_3_10::ISymbol::Ptr locate(const TableSample& sample, Answer& answer);
-    // The method's frame and those of its inlines at the answer's jit RVA, appended to `frames`.
-    void collect(const korvane_3_10::ISymbol::Ptr& symbol, Answer& answer, std::vector<Frame>& frames);
+    // The method at the sample and its code region there, nulls when the sample lies outside JIT
+    // code or is not answered.
+    korvane_3_10::ISymbol::Ptr locate(const TableSample& sample, Answer& answer,
+                                      korvane_3_10::ICodeRegion::Ptr& region);
+    // The method's frame and those of the inlines below its region at the answer's jit RVA,
+    // appended to `frames`.
+    void collect(const korvane_3_10::ISymbol::Ptr& symbol, korvane_3_10::ICodeRegion::Ptr region, Answer& answer,
+                 std::vector<Frame>& frames);
     Method& method(const korvane_3_10::ISymbol::Ptr& symbol, std::size_t depth);
     Method& newMethod(const korvane_3_10::ISymbol::Ptr& symbol);
     void addFrame(Method& method, korvane_3_10::jit_rva_t jitRva, std::vector<Frame>& frames);

@@ -180,6 +180,12 @@ KORVANE_API korvane_error_t getHostIdByName(const ISymbolResolver& resolver, con
 KORVANE_API korvane_error_t resolveJitPoint(const ISymbolResolver& resolver, u64_t timestamp, address_t address,
                                             u32_t pid, u32_t hostId, jit_rva_t* jitRva,
                                             boost::intrusive_ptr<ISymbol>& symbol);
+// Our own addition: as above, and the top-level code region that holds the jit RVA besides, so
+// that a caller walks into its inlines without listing the method's regions.
+KORVANE_API korvane_error_t resolveJitPoint(const ISymbolResolver& resolver, u64_t timestamp, address_t address,
+                                            u32_t pid, u32_t hostId, jit_rva_t* jitRva,
+                                            boost::intrusive_ptr<ISymbol>& symbol,
+                                            boost::intrusive_ptr<ICodeRegion>& region);
 
 // Our own addition: whether a file name ends in ".jit", as trace files do.
 KORVANE_API bool isTraceFileName(const ustring& fileName);

@@ -951,6 +951,7 @@ korvane_error_t JitDataManager::resolveJitPoint(u64_t vaddr, u64_t timestamp, u3
         if (found == meSuccess) {
             point.method = entry->method;
             point.module = entry->module;
+            point.region = entry->region;
             jitRvaOffset = entry->jitRvaOffset;
         }
     } else {
@@ -960,6 +961,7 @@ korvane_error_t JitDataManager::resolveJitPoint(u64_t vaddr, u64_t timestamp, u3
         if (found == meSuccess) {
             point.method = method.get();
             point.module = method->methodInfo()->m_module.get();
+            point.region = region.get();
             jitRvaOffset = region->startJitRva() - region->startAddress();
         }
     }

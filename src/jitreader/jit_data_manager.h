@@ -59,6 +59,8 @@ public:
     struct JitPoint {
         JitMethod* method = nullptr;
         Module* module = nullptr;
+        // The top-level region that holds the jit RVA.
+        Region* region = nullptr;
         jit_rva_t jitRva = 0;
     };
 

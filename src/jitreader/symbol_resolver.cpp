@@ -57,28 +57,34 @@ korvane_error_t getHostIdByName(const ISymbolResolver& resolver, const char* hos
 
 korvane_error_t resolveJitPoint(const ISymbolResolver& resolver, u64_t timestamp, address_t address, u32_t pid,
                                 u32_t hostId, jit_rva_t* jitRva, ISymbol::Ptr& symbol) {
+    ICodeRegion::Ptr region;
+    return resolveJitPoint(resolver, timestamp, address, pid, hostId, jitRva, symbol, region);
+}
+
+korvane_error_t resolveJitPoint(const ISymbolResolver& resolver, u64_t timestamp, address_t address, u32_t pid,
+                                u32_t hostId, jit_rva_t* jitRva, ISymbol::Ptr& symbol, ICodeRegion::Ptr& region) {
     const SymbolResolver* ours = dynamic_cast<const SymbolResolver*>(&resolver);
     if (!ours || !jitRva)
         return meInvalidArgument;
-    JitMethod::Ptr method;
-    jit_rva_t rva = 0;
-    const korvane_error_t resolved = ours->resolveJitPoint(timestamp, address, pid, hostId, rva, method);
+    JitDataManager::JitPoint point;
+    const korvane_error_t resolved = ours->resolveJitPoint(timestamp, address, pid, hostId, point);
     if (resolved != meSuccess)
         return resolved;
-    *jitRva = rva;
-    symbol = method;
+    *jitRva = point.jitRva;
+    symbol = point.method;
+    region = point.region;
     return meSuccess;
 }
 
 u32_t SymbolResolver::getHostIdByName(const char* hostName) const { return m_jitFilesManager.getHostID(hostName); }
 
 korvane_error_t SymbolResolver::resolveJitPoint(u64_t timestamp, address_t address, u32_t pid, u32_t hostId,
-                                                jit_rva_t& jitRva, JitMethod::Ptr& method) const {
+                                                JitDataManager::JitPoint& point) const {
     // The data manager takes the address first and the time stamp second.
-    const korvane_error_t resolved = m_jitDataManager.resolveJitPoint(address, timestamp, pid, hostId, method, jitRva);
+    const korvane_error_t resolved = m_jitDataManager.resolveJitPoint(address, timestamp, pid, hostId, point);
     if (resolved != meSuccess)
         return resolved;
-    return method && jitRva != 0 ? meSuccess : meNotFound;
+    return point.method && point.jitRva != 0 ? meSuccess : meNotFound;
 }
 
 korvane_error_t SymbolResolver::getHostNameById(u32_t hostId, const char** hostName) const {

@@ -23,8 +23,8 @@ public:
 
     // What the loader answers for a sample, from the tables read in full.
     u32_t getHostIdByName(const char* hostName) const;
-    korvane_error_t resolveJitPoint(u64_t timestamp, address_t address, u32_t pid, u32_t hostId, jit_rva_t& jitRva,
-                                    JitMethod::Ptr& method) const;
+    korvane_error_t resolveJitPoint(u64_t timestamp, address_t address, u32_t pid, u32_t hostId,
+                                    JitDataManager::JitPoint& point) const;
 
 private:
     explicit SymbolResolver(boost::intrusive_ptr<ISymbolFileLocator>& locator);
