@@ -1,6 +1,7 @@
 // korvane-jit resolve once the traces are loaded: samples per second from CSV text to CSV
 // rows on a generated set of 100 k methods (or as many as KORVANE_RESOLVE_METHODS says),
 // beside the rate at which the same text can merely be read into samples.
+#include "input_file.h"
 #include "resolved_sample_writer.h"
 #include "sample_table.h"
 #include "trace_builder.h"
@@ -16,6 +17,7 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <sstream>
 
 namespace {
@@ -122,50 +124,29 @@ double threadCpuSeconds() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-// The text read where it lies, as the tool reads a file through its buffer: a string stream
-// would first copy all of it, which the tool never does.
-class TextBuffer : public std::streambuf {
-public:
-    explicit TextBuffer(const std::string& text) {
-        char* begin = const_cast<char*>(text.data());
-        setg(begin, begin, begin + text.size());
-    }
-
-protected:
-    // Seekable as a file is, so that the reader learns the size as it does from a file.
-    pos_type seekoff(off_type offset, std::ios_base::seekdir from, std::ios_base::openmode which) override {
-        char* base = from == std::ios_base::beg ? eback() : from == std::ios_base::cur ? gptr() : egptr();
-        if (!(which & std::ios_base::in) || offset < eback() - base || offset > egptr() - base)
-            return pos_type(off_type(-1));
-        setg(eback(), base + offset, egptr());
-        return pos_type(gptr() - eback());
-    }
-    pos_type seekpos(pos_type position, std::ios_base::openmode which) override {
-        return seekoff(off_type(position), std::ios_base::beg, which);
-    }
-};
-
-SampleTable readSamples(const std::string& csv) {
-    TextBuffer text(csv);
-    std::istream in(&text);
+// The sample file read as the tool reads it: mapped, and parsed where it lies.
+SampleTable readSamples(const std::string& path) {
     std::ostringstream err;
-    return SampleTable::create(in, "bench", err);
+    const std::unique_ptr<korvane_tool::InputFile> file = korvane_tool::InputFile::create(path, err);
+    return file ? SampleTable::create(file->text(), "bench", err) : SampleTable();
 }
 
 // Samples per CPU second at which the text is read into samples, and nothing else.
-double readRate(const std::string& csv) {
+double readRate(const std::string& path) {
     const double start = threadCpuSeconds();
-    benchmark::DoNotOptimize(readSamples(csv).samples().size());
+    benchmark::DoNotOptimize(readSamples(path).samples().size());
     return kSamples / (threadCpuSeconds() - start);
 }
 
 void BM_ResolveToolSamples(benchmark::State& state) {
     const boost::intrusive_ptr<ISymbolResolver> resolver = korvane_test::resolverOver({traceSet()});
-    const std::string csv = samplesCsv(*resolver);
+    const korvane_test::TempDir dir;
+    const std::string path = dir.file("samples.csv");
+    std::ofstream(path) << samplesCsv(*resolver);
     NullBuffer discard;
     std::ostream out(&discard);
     for (auto _ : state) {
-        const SampleTable samples = readSamples(csv);
+        const SampleTable samples = readSamples(path);
         korvane_tool::ResolvedSampleWriter writer(*resolver, samples.hosts(), false, out);
         benchmark::DoNotOptimize(writer.write(samples.samples()));
         writer.flush();
@@ -173,7 +154,7 @@ void BM_ResolveToolSamples(benchmark::State& state) {
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * kSamples);
     state.counters["goal"] = kGoal;
     state.counters["methods"] = methods();
-    state.counters["read_bound"] = readRate(csv);
+    state.counters["read_bound"] = readRate(path);
 }
 BENCHMARK(BM_ResolveToolSamples)->Unit(benchmark::kMillisecond)->Iterations(3);
 

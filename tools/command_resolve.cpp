@@ -19,7 +19,7 @@ bool readSamples(const std::string& path, SampleTable& samples, std::ostream& er
     const std::unique_ptr<InputFile> file = InputFile::create(path, err);
     if (!file)
         return false;
-    samples = SampleTable::create(file->stream(), path == "-" ? "stdin" : path, err);
+    samples = SampleTable::create(file->text(), path == "-" ? "stdin" : path, err);
     return samples.allRead();
 }
 

@@ -41,7 +41,7 @@ std::string InputFile::refusal(const std::string& path) {
 
 std::unique_ptr<InputFile> InputFile::create(const std::string& path, std::ostream& err) {
     if (path == "-")
-        return std::unique_ptr<InputFile>(new InputFile(::dup(STDIN_FILENO)));
+        return std::unique_ptr<InputFile>(new InputFile(::dup(STDIN_FILENO), false));
     std::string problem = refusal(path);
     if (!problem.empty()) {
         refuse(path, problem, err);
@@ -56,13 +56,46 @@ std::unique_ptr<InputFile> InputFile::create(const std::string& path, std::ostre
     else
         problem = kindProblem(info.st_mode);
     if (problem.empty())
-        return std::unique_ptr<InputFile>(new InputFile(fd));
+        return std::unique_ptr<InputFile>(new InputFile(fd, true));
     if (fd >= 0)
         ::close(fd);
     refuse(path, problem, err);
     return nullptr;
 }
 
-InputFile::InputFile(int fd) : m_buffer(fd, std::ios::in), m_stream(&m_buffer) {}
+InputFile::InputFile(int fd, bool named) : m_fd(fd), m_named(named) {}
+
+InputFile::~InputFile() {
+    if (m_fd >= 0)
+        ::close(m_fd);
+}
+
+// A named file is mapped: copying a sample file of some hundred megabytes would cost as many
+// fresh pages, which take longer to touch than the file takes to parse.
+std::string_view InputFile::text() {
+    if (!m_taken) {
+        m_taken = true;
+        std::string problem;
+        if (m_named)
+            m_mapped = korvane_jitdump::MappedFile::create(m_fd, problem);
+        if (!m_mapped)
+            readAll();
+    }
+    if (!m_mapped)
+        return m_read;
+    return std::string_view(reinterpret_cast<const char*>(m_mapped->data()), m_mapped->size());
+}
+
+void InputFile::readAll() {
+    char block[64 * 1024];
+    for (;;) {
+        const ssize_t got = ::read(m_fd, block, sizeof block);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return;
+        m_read.append(block, static_cast<std::size_t>(got));
+    }
+}
 
 } // namespace korvane_tool

@@ -2,12 +2,12 @@
 #ifndef KORVANE_TOOLS_INPUT_FILE_H
 #define KORVANE_TOOLS_INPUT_FILE_H
 
-#include <ext/stdio_filebuf.h>
+#include "jitdump/mapped_file.h"
 
-#include <istream>
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 namespace korvane_tool {
 
@@ -23,16 +23,23 @@ public:
     // what it is instead, e.g. "is a FIFO". Looks without opening.
     static std::string refusal(const std::string& path);
 
+    ~InputFile();
     InputFile(const InputFile&) = delete;
     InputFile& operator=(const InputFile&) = delete;
 
-    std::istream& stream() { return m_stream; }
+    // All of it, from where it stands to its end, valid while the object is: a named file
+    // is mapped rather than copied, standard input is read. What can't be read is left out.
+    std::string_view text();
 
 private:
-    explicit InputFile(int fd);
+    InputFile(int fd, bool named);
+    void readAll();
 
-    __gnu_cxx::stdio_filebuf<char> m_buffer; // closes the descriptor
-    std::istream m_stream;
+    int m_fd;
+    bool m_named;
+    bool m_taken = false;
+    std::unique_ptr<korvane_jitdump::MappedFile> m_mapped;
+    std::string m_read;
 };
 
 } // namespace korvane_tool

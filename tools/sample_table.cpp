@@ -20,22 +20,6 @@ using korvane_report::SampleFile;
 const std::string_view kBlanks = " \t\r";
 const std::string_view kColumns[4] = {"timestamp", "ip", "pid", "host"};
 
-std::string wholeText(std::istream& in) {
-    std::string text;
-    std::streambuf* buffer = in.rdbuf();
-    if (!buffer)
-        return text;
-    // A file tells its size, and the text is read without growing; a pipe does not.
-    const std::streamoff here = buffer->pubseekoff(0, std::ios::cur, std::ios::in);
-    const std::streamoff end = here >= 0 ? std::streamoff(buffer->pubseekoff(0, std::ios::end, std::ios::in)) : -1;
-    if (end > here && buffer->pubseekoff(here, std::ios::beg, std::ios::in) == here)
-        text.reserve(static_cast<std::size_t>(end - here));
-    char block[64 * 1024];
-    for (std::streamsize got = buffer->sgetn(block, sizeof block); got > 0; got = buffer->sgetn(block, sizeof block))
-        text.append(block, static_cast<std::size_t>(got));
-    return text;
-}
-
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
 
 std::string_view trimmed(std::string_view text) {
@@ -74,9 +58,8 @@ bool parseNumber(std::string_view text, std::uint64_t& number) {
 
 } // namespace
 
-SampleTable SampleTable::create(std::istream& in, const std::string& name, std::ostream& err) {
+SampleTable SampleTable::create(std::string_view text, const std::string& name, std::ostream& err) {
     SampleTable table;
-    const std::string text = wholeText(in);
     if (!table.readPlain(text))
         table.readFull(text, name, err);
     return table;
@@ -118,9 +101,9 @@ bool SampleTable::addSample(const std::string_view (&fields)[4]) {
     return true;
 }
 
-void SampleTable::readFull(const std::string& text, const std::string& name, std::ostream& err) {
+void SampleTable::readFull(std::string_view text, const std::string& name, std::ostream& err) {
     clear();
-    std::istringstream in(text);
+    std::istringstream in{std::string(text)};
     std::vector<Sample> samples;
     m_allRead = SampleFile::read(in, name, samples, err);
     m_samples.reserve(samples.size());

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <istream>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -25,7 +24,7 @@ public:
     // The samples and messages of SampleFile::read over the same text. Plain lines are parsed
     // where they lie; a file with anything else (quotes, bad lines) goes through SampleFile
     // itself, so that its rules and messages are kept in one place.
-    static SampleTable create(std::istream& in, const std::string& name, std::ostream& err);
+    static SampleTable create(std::string_view text, const std::string& name, std::ostream& err);
     // No samples.
     SampleTable() : m_allRead(true) {}
 
@@ -40,7 +39,7 @@ private:
     // False at the first line that needs the full reader.
     bool readPlain(std::string_view text);
     bool addSample(const std::string_view (&fields)[4]);
-    void readFull(const std::string& text, const std::string& name, std::ostream& err);
+    void readFull(std::string_view text, const std::string& name, std::ostream& err);
     std::uint32_t hostIndex(std::string_view host);
     void clear();
 

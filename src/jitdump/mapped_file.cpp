@@ -38,8 +38,16 @@ MappedFile::~MappedFile() {
 std::unique_ptr<MappedFile> MappedFile::create(const std::string& path, std::string& problem) {
     // Non-blocking, so that opening a FIFO does not wait for a writer.
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.value() < 0) {
+        problem = "cannot open the file";
+        return nullptr;
+    }
+    return create(file.value(), problem);
+}
+
+std::unique_ptr<MappedFile> MappedFile::create(int descriptor, std::string& problem) {
     struct stat status = {};
-    if (file.value() < 0 || ::fstat(file.value(), &status) != 0) {
+    if (::fstat(descriptor, &status) != 0) {
         problem = "cannot open the file";
         return nullptr;
     }
@@ -52,7 +60,7 @@ std::unique_ptr<MappedFile> MappedFile::create(const std::string& path, std::str
     if (size == 0)
         return std::unique_ptr<MappedFile>(new MappedFile(nullptr, 0));
     // Every byte is read once, front to back: mapped in one call rather than a fault at a time.
-    void* data = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file.value(), 0);
+    void* data = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, descriptor, 0);
     if (data == MAP_FAILED) {
         problem = "cannot read the file";
         return nullptr;

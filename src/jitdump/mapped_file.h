@@ -15,6 +15,8 @@ class MappedFile {
 public:
     // Null with the reason in problem when the path is no regular file or can't be mapped.
     static std::unique_ptr<MappedFile> create(const std::string& path, std::string& problem);
+    // The same for a file open for reading; the descriptor stays the caller's.
+    static std::unique_ptr<MappedFile> create(int descriptor, std::string& problem);
     ~MappedFile();
     MappedFile(const MappedFile&) = delete;
     MappedFile& operator=(const MappedFile&) = delete;
