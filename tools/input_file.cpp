@@ -63,33 +63,28 @@ std::unique_ptr<InputFile> InputFile::create(const std::string& path, std::ostre
     return nullptr;
 }
 
-InputFile::InputFile(int fd, bool named) : m_fd(fd), m_named(named) {}
-
-InputFile::~InputFile() {
-    if (m_fd >= 0)
-        ::close(m_fd);
-}
-
 // A named file is mapped: copying a sample file of some hundred megabytes would cost as many
 // fresh pages, which take longer to touch than the file takes to parse.
-std::string_view InputFile::text() {
-    if (!m_taken) {
-        m_taken = true;
-        std::string problem;
-        if (m_named)
-            m_mapped = korvane_jitdump::MappedFile::create(m_fd, problem);
-        if (!m_mapped)
-            readAll();
-    }
+InputFile::InputFile(int fd, bool named) {
+    std::string problem;
+    if (named)
+        m_mapped = korvane_jitdump::MappedFile::create(fd, problem);
+    if (!m_mapped)
+        readAll(fd);
+    if (fd >= 0)
+        ::close(fd);
+}
+
+std::string_view InputFile::text() const {
     if (!m_mapped)
         return m_read;
     return std::string_view(reinterpret_cast<const char*>(m_mapped->data()), m_mapped->size());
 }
 
-void InputFile::readAll() {
+void InputFile::readAll(int fd) {
     char block[64 * 1024];
     for (;;) {
-        const ssize_t got = ::read(m_fd, block, sizeof block);
+        const ssize_t got = ::read(fd, block, sizeof block);
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)

@@ -23,21 +23,19 @@ public:
     // what it is instead, e.g. "is a FIFO". Looks without opening.
     static std::string refusal(const std::string& path);
 
-    ~InputFile();
     InputFile(const InputFile&) = delete;
     InputFile& operator=(const InputFile&) = delete;
 
-    // All of it, from where it stands to its end, valid while the object is: a named file
-    // is mapped rather than copied, standard input is read. What can't be read is left out.
-    std::string_view text();
+    // All of it, from where it stood to its end, valid while the object is. What couldn't be
+    // read is left out.
+    std::string_view text() const;
 
 private:
+    // Takes the file in and closes the descriptor: a named file is mapped rather than
+    // copied, standard input is read.
     InputFile(int fd, bool named);
-    void readAll();
+    void readAll(int fd);
 
-    int m_fd;
-    bool m_named;
-    bool m_taken = false;
     std::unique_ptr<korvane_jitdump::MappedFile> m_mapped;
     std::string m_read;
 };

@@ -55,25 +55,42 @@ korvane_error_t getHostIdByName(const ISymbolResolver& resolver, const char* hos
     return meSuccess;
 }
 
-korvane_error_t resolveJitPoint(const ISymbolResolver& resolver, u64_t timestamp, address_t address, u32_t pid,
-                                u32_t hostId, jit_rva_t* jitRva, ISymbol::Ptr& symbol) {
-    ICodeRegion::Ptr region;
-    return resolveJitPoint(resolver, timestamp, address, pid, hostId, jitRva, symbol, region);
-}
+namespace {
 
-korvane_error_t resolveJitPoint(const ISymbolResolver& resolver, u64_t timestamp, address_t address, u32_t pid,
-                                u32_t hostId, jit_rva_t* jitRva, ISymbol::Ptr& symbol, ICodeRegion::Ptr& region) {
+// The resolver's answer for a sample; on success the jit RVA is stored as well.
+korvane_error_t pointAt(const ISymbolResolver& resolver, u64_t timestamp, address_t address, u32_t pid, u32_t hostId,
+                        jit_rva_t* jitRva, JitDataManager::JitPoint& point) {
     const SymbolResolver* ours = dynamic_cast<const SymbolResolver*>(&resolver);
     if (!ours || !jitRva)
         return meInvalidArgument;
-    JitDataManager::JitPoint point;
     const korvane_error_t resolved = ours->resolveJitPoint(timestamp, address, pid, hostId, point);
     if (resolved != meSuccess)
         return resolved;
     *jitRva = point.jitRva;
-    symbol = point.method;
-    region = point.region;
     return meSuccess;
+}
+
+} // namespace
+
+// Without the region, whose reference count would cost every query a look at the region.
+korvane_error_t resolveJitPoint(const ISymbolResolver& resolver, u64_t timestamp, address_t address, u32_t pid,
+                                u32_t hostId, jit_rva_t* jitRva, ISymbol::Ptr& symbol) {
+    JitDataManager::JitPoint point;
+    const korvane_error_t result = pointAt(resolver, timestamp, address, pid, hostId, jitRva, point);
+    if (result == meSuccess)
+        symbol = point.method;
+    return result;
+}
+
+korvane_error_t resolveJitPoint(const ISymbolResolver& resolver, u64_t timestamp, address_t address, u32_t pid,
+                                u32_t hostId, jit_rva_t* jitRva, ISymbol::Ptr& symbol, ICodeRegion::Ptr& region) {
+    JitDataManager::JitPoint point;
+    const korvane_error_t result = pointAt(resolver, timestamp, address, pid, hostId, jitRva, point);
+    if (result == meSuccess) {
+        symbol = point.method;
+        region = point.region;
+    }
+    return result;
 }
 
 u32_t SymbolResolver::getHostIdByName(const char* hostName) const { return m_jitFilesManager.getHostID(hostName); }
